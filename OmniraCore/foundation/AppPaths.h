@@ -1,0 +1,45 @@
+#pragma once
+// The one place that knows where Omnira keeps its files.
+// Data (history, saved state, the socket) lives in $XDG_DATA_HOME/Omnira
+// (default ~/.local/share/Omnira); settings are $XDG_CONFIG_HOME/Omnira/settings.json
+// (default ~/.config/Omnira/settings.json). Nothing else builds these paths.
+// A plain value, built once at start; safe to copy to any thread.
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "OmniraCore/foundation/Result.h"
+
+namespace omnira {
+
+class AppPaths {
+ public:
+  using Environment = std::function<std::optional<std::string>(const std::string& name)>;
+
+  struct Failure {
+    std::string message;
+  };
+
+  // Reads XDG_DATA_HOME, XDG_CONFIG_HOME and HOME; a relative XDG value is ignored,
+  // as the XDG base directory rules say. Fails only without any home folder.
+  static Result<AppPaths, Failure> fromEnvironment(const Environment& environment);
+  static Result<AppPaths, Failure> fromProcessEnvironment();
+
+  AppPaths(std::filesystem::path dataFolder, std::filesystem::path configFolder)
+      : data_(std::move(dataFolder)), config_(std::move(configFolder)) {}
+
+  // ~/.local/share/Omnira
+  const std::filesystem::path& dataFolder() const { return data_; }
+  // ~/.local/share/Omnira/<name>, e.g. "history.sqlite".
+  std::filesystem::path dataFile(const std::string& name) const { return data_ / name; }
+  // ~/.config/Omnira/settings.json
+  std::filesystem::path settingsFile() const { return config_ / "settings.json"; }
+
+ private:
+  std::filesystem::path data_;
+  std::filesystem::path config_;
+};
+
+}  // namespace omnira

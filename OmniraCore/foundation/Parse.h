@@ -1,0 +1,71 @@
+#pragma once
+// Checked number parsing and small text helpers shared by the readers.
+// Every number read from a file goes through parseNumber: partial or
+// out-of-range text is no number, never a silent 0.
+
+#include <charconv>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <type_traits>
+#include <vector>
+
+namespace omnira {
+
+template <class T>
+std::optional<T> parseNumber(std::string_view text) {
+  static_assert(std::is_arithmetic_v<T>);
+  T value{};
+  const char* begin = text.data();
+  const char* end = text.data() + text.size();
+  auto [ptr, ec] = std::from_chars(begin, end, value);
+  if (ec != std::errc() || ptr != end || text.empty()) return std::nullopt;
+  return value;
+}
+
+// Parses the leading number of `text` and advances it past the digits.
+template <class T>
+std::optional<T> consumeNumber(std::string_view& text) {
+  T value{};
+  auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (ec != std::errc() || ptr == text.data()) return std::nullopt;
+  text.remove_prefix(static_cast<size_t>(ptr - text.data()));
+  return value;
+}
+
+inline std::string_view trim(std::string_view text) {
+  constexpr std::string_view space = " \t\r\n";
+  const auto first = text.find_first_not_of(space);
+  if (first == std::string_view::npos) return {};
+  const auto last = text.find_last_not_of(space);
+  return text.substr(first, last - first + 1);
+}
+
+// Splits at runs of spaces and tabs; empty fields are never produced.
+inline std::vector<std::string_view> splitFields(std::string_view text) {
+  std::vector<std::string_view> fields;
+  size_t i = 0;
+  while (i < text.size()) {
+    while (i < text.size() && (text[i] == ' ' || text[i] == '\t')) ++i;
+    size_t start = i;
+    while (i < text.size() && text[i] != ' ' && text[i] != '\t') ++i;
+    if (i > start) fields.push_back(text.substr(start, i - start));
+  }
+  return fields;
+}
+
+// Calls fn(line) for each line; a last line without a newline still counts.
+template <class Fn>
+void forEachLine(std::string_view text, Fn&& fn) {
+  while (!text.empty()) {
+    const auto nl = text.find('\n');
+    if (nl == std::string_view::npos) {
+      fn(text);
+      return;
+    }
+    fn(text.substr(0, nl));
+    text.remove_prefix(nl + 1);
+  }
+}
+
+}  // namespace omnira

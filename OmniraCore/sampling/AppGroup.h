@@ -1,0 +1,46 @@
+#pragma once
+// One app's processes for one tick, with their summed figures. A plain value.
+// Ids: an app's bundle path (on Linux its .desktop file), "system", or an id
+// beginning with "clone:", "exec:" or "name:".
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "OmniraCore/sampling/GroupKind.h"
+#include "OmniraCore/sampling/ProcessSample.h"
+
+namespace omnira {
+
+struct AppGroup {
+  std::string id;
+  std::string name;
+  GroupKind kind = GroupKind::other;
+  std::optional<std::string> bundlePath;
+  std::vector<ProcessSample> processes;
+
+  AppGroup() = default;
+  AppGroup(std::string id, std::string name, GroupKind kind, std::optional<std::string> bundlePath,
+           std::vector<ProcessSample> processes)
+      : id(std::move(id)), name(std::move(name)), kind(kind), bundlePath(std::move(bundlePath)),
+        processes(std::move(processes)) {}
+
+  size_t processCount() const { return processes.size(); }
+  double cpuPercent() const;
+  uint64_t memoryBytes() const;
+  double powerWatts() const;
+  double energyJoules() const;
+  double diskReadBytesPerSec() const;
+  double diskWriteBytesPerSec() const;
+  double networkInBytesPerSec() const;
+  double networkOutBytesPerSec() const;
+  double idleWakeupsPerSec() const;
+  double gpuPercent() const;
+
+  // id, name, kind, bundlePath, the summed figures, then "processes".
+  nlohmann::ordered_json toJSON() const;
+};
+
+}  // namespace omnira

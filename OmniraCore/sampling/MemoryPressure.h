@@ -1,0 +1,26 @@
+#pragma once
+// The kernel's memory pressure level; raw values are the persisted form.
+
+#include <optional>
+
+namespace omnira {
+
+enum class MemoryPressure : int { normal = 1, warning = 2, critical = 4 };
+
+inline std::optional<MemoryPressure> memoryPressureFromRaw(int raw) {
+  switch (raw) {
+    case 1: return MemoryPressure::normal;
+    case 2: return MemoryPressure::warning;
+    case 4: return MemoryPressure::critical;
+    default: return std::nullopt;
+  }
+}
+
+// The available-memory level (percent of memory still available) as a pressure fraction.
+inline double memoryPressureFraction(double availableLevel) {
+  const double fraction = (100.0 - availableLevel) / 100.0;
+  if (!(fraction > 0.0)) return 0.0;  // also catches NaN
+  return fraction > 1.0 ? 1.0 : fraction;
+}
+
+}  // namespace omnira
