@@ -1,0 +1,111 @@
+// The machine readers on a fixture tree of a laptop: a copy in a temporary folder,
+// so the test can move counters between two readings.
+
+#include "OmniraCore/platform/linux/LinuxSystemSource.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "OmniraCore/sampling/SystemSampler.h"
+
+namespace omnira::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+class LaptopTree : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root_ = fs::temp_directory_path() / ("omnira-laptop-" + std::to_string(::getpid()) + "-" +
+                                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(root_);
+    fs::copy(fs::path(OMNIRA_FIXTURES) / "system" / "laptop", root_, fs::copy_options::recursive);
+  }
+  void TearDown() override { fs::remove_all(root_); }
+  void write(const fs::path& relative, const std::string& text) {
+    std::ofstream(root_ / relative, std::ios::trunc) << text;
+  }
+  Roots roots() const { return Roots{root_ / "proc", root_ / "sys"}; }
+  fs::path root_;
+};
+
+TEST_F(LaptopTree, ReadsEveryFigureFromTheTree) {
+  LinuxSystemSource source(roots(), root_);
+  auto cores = source.coreTicks();
+  ASSERT_EQ(cores.size(), 2u);
+  EXPECT_EQ(cores[1], (CoreTicks{500, 10, 150 + 3 + 3 + 3, 2520}));
+
+  auto memory = source.memory();
+  ASSERT_TRUE(memory);
+  EXPECT_EQ(memory->total, 16'000'000ull * 1024);
+  EXPECT_EQ(memory->app, (3'400'000ull + 600'000) * 1024);
+  EXPECT_EQ(memory->compressed, 600 + 20'000ull * 1024);  // zram0 uses 600 bytes, zswap 20000 kB
+  EXPECT_EQ(memory->swapUsed, 1'000'000ull * 1024);
+
+  auto stall = source.memoryStall();
+  ASSERT_TRUE(stall);
+  EXPECT_DOUBLE_EQ(stall->someAvg10, 1.5);
+
+  // Only devices: wlp2s0 and enp0s31f6, never lo, docker0, the veth pair or the tunnel.
+  auto interfaces = source.interfaceCounters();
+  ASSERT_EQ(interfaces.size(), 2u);
+  EXPECT_EQ(interfaces.at("wlp2s0"), (ByteCounters{1000, 500}));
+
+  // Whole physical disks: nvme0n1 and sda; no partitions, loop, zram or device-mapper.
+  auto disk = source.diskCounters();
+  ASSERT_TRUE(disk);
+  EXPECT_EQ(disk->received, (20'000ull + 2'000) * 512);
+  EXPECT_EQ(disk->sent, (40'000ull + 1'000) * 512);
+
+  auto battery = source.battery();
+  ASSERT_TRUE(battery);
+  EXPECT_DOUBLE_EQ(battery->level, 0.5);  // the laptop's own battery, not the mouse's
+  EXPECT_FALSE(battery->pluggedIn);
+  EXPECT_EQ(battery->cycleCount, 312);
+  EXPECT_DOUBLE_EQ(*battery->minutesRemaining, 150);  // 25 Wh at 10 W
+  EXPECT_FALSE(source.onExternalPower());
+
+  EXPECT_EQ(source.bootTime(), Date(std::chrono::seconds(1763762400)));
+  EXPECT_TRUE(source.diskSpace());
+}
+
+TEST_F(LaptopTree, RatesFollowTheFilesBetweenSamples) {
+  SystemSampler sampler(std::make_unique<LinuxSystemSource>(roots(), root_));
+  (void)sampler.sample();
+  write("sys/class/net/wlp2s0/statistics/rx_bytes", "1001000\n");
+  write("proc/stat",
+        "cpu  1 1 1 1\ncpu0 600 10 150 2600 20 2 3 4 0 0\ncpu1 500 10 150 2700 20 3 3 3 0 0\nbtime 1763762400\n");
+  // Waiting is the only way to move the real clock past the reuse window.
+  ::usleep(600'000);
+  auto s = sampler.sample();
+  EXPECT_GT(s.interval, 0.5);
+  EXPECT_NEAR(s.networkInBytesPerSec * s.interval, 1'000'000, 1);
+  ASSERT_EQ(s.cpuPerCore.size(), 2u);
+  EXPECT_DOUBLE_EQ(s.cpuPerCore[0], 0.5);
+  EXPECT_DOUBLE_EQ(s.cpuPerCore[1], 0.0);
+}
+
+TEST_F(LaptopTree, MissingOrBrokenFilesGiveAbsentReadings) {
+  fs::remove(root_ / "proc" / "pressure" / "memory");
+  write("proc/meminfo", "MemTotal: 100");  // cut off mid-file: still a total, nothing else
+  write("proc/stat", "cpu0 1 2\n");
+  fs::remove_all(root_ / "sys" / "class" / "power_supply");
+  LinuxSystemSource source(roots(), root_ / "no-such-mount");
+  EXPECT_FALSE(source.memoryStall());
+  EXPECT_TRUE(source.coreTicks().empty());
+  ASSERT_TRUE(source.memory());
+  EXPECT_EQ(source.memory()->app, 0u);
+  EXPECT_FALSE(source.battery());
+  EXPECT_TRUE(source.onExternalPower());
+  EXPECT_FALSE(source.diskSpace());
+
+  SystemSampler sampler(std::make_unique<LinuxSystemSource>(roots(), root_));
+  auto s = sampler.sample();
+  EXPECT_EQ(s.pressure, MemoryPressure::normal);
+  EXPECT_TRUE(s.cpuPerCore.empty());
+}
+
+}  // namespace
+}  // namespace omnira::platform

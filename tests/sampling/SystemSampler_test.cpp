@@ -1,0 +1,201 @@
+#include "OmniraCore/sampling/SystemSampler.h"
+
+#include <gtest/gtest.h>
+
+namespace omnira {
+namespace {
+
+// An in-memory machine whose counters and clock the test moves by hand.
+struct FakeMachine {
+  std::vector<CoreTicks> cores{{100, 0, 50, 850}, {100, 0, 50, 850}};
+  MemoryReading memory{16'000, 4'000, 1'000, 500, 3'000, 200, 8'000};
+  std::optional<MemoryStall> stall;
+  std::map<std::string, ByteCounters> interfaces{{"eth0", {1'000, 2'000}}};
+  std::optional<ByteCounters> disk = ByteCounters{10'000, 20'000};
+  DiskSpace space{1'000'000, 400'000};
+  std::optional<BatterySample> battery;
+  uint64_t clockNs = 1'000'000'000;
+  int diskSpaceReads = 0;
+  int batteryReads = 0;
+};
+
+class FakeSource : public SystemSource {
+ public:
+  explicit FakeSource(FakeMachine* m) : m_(m) {}
+  std::vector<CoreTicks> coreTicks() override { return m_->cores; }
+  std::optional<MemoryReading> memory() override { return m_->memory; }
+  std::optional<MemoryStall> memoryStall() override { return m_->stall; }
+  std::map<std::string, ByteCounters> interfaceCounters() override { return m_->interfaces; }
+  std::optional<ByteCounters> diskCounters() override { return m_->disk; }
+  std::optional<DiskSpace> diskSpace() override {
+    ++m_->diskSpaceReads;
+    return m_->space;
+  }
+  std::optional<BatterySample> battery() override {
+    ++m_->batteryReads;
+    return m_->battery;
+  }
+  std::optional<double> loadAverage() override { return 1.25; }
+  std::optional<Date> bootTime() override { return Date(std::chrono::seconds(1'000'000)); }
+  std::optional<double> uptimeSeconds() override { return 42; }
+  uint64_t monotonicNanoseconds() override { return m_->clockNs; }
+  Date now() override { return Date(std::chrono::seconds(1'000'000) + std::chrono::nanoseconds(m_->clockNs)); }
+
+ private:
+  FakeMachine* m_;
+};
+
+struct SamplerTest : ::testing::Test {
+  FakeMachine machine;
+  SystemSampler sampler{std::make_unique<FakeSource>(&machine)};
+  void advance(double seconds) { machine.clockNs += static_cast<uint64_t>(seconds * 1e9); }
+};
+
+TEST_F(SamplerTest, FirstSampleHasNoRatesAndLaterOnesMeasureTheInterval) {
+  auto first = sampler.sample();
+  EXPECT_EQ(first.interval, 0);
+  EXPECT_EQ(first.cpu(), 0);
+  EXPECT_TRUE(first.cpuPerCore.empty());
+  EXPECT_EQ(first.networkInBytesPerSec, 0);
+  EXPECT_EQ(first.diskReadBytesPerSec, 0);
+  EXPECT_EQ(first.memoryUsed(), 4'000u + 1'000u + 500u);
+  EXPECT_EQ(first.uptime, 1.0);  // the fake's boot lies one second before its clock
+
+  // Core 0 busy for 60 of 100 ticks (40 user, 20 system), core 1 idle.
+  machine.cores[0] = {140, 0, 70, 890};
+  machine.cores[1] = {100, 0, 50, 950};
+  machine.interfaces["eth0"] = {3'000, 2'500};
+  machine.disk = ByteCounters{14'000, 20'000};
+  advance(2);
+  auto second = sampler.sample();
+  EXPECT_DOUBLE_EQ(second.interval, 2.0);
+  ASSERT_EQ(second.cpuPerCore.size(), 2u);
+  EXPECT_DOUBLE_EQ(second.cpuPerCore[0], 0.6);
+  EXPECT_DOUBLE_EQ(second.cpuPerCore[1], 0.0);
+  EXPECT_DOUBLE_EQ(second.cpuUser, 40.0 / 200);
+  EXPECT_DOUBLE_EQ(second.cpuSystem, 20.0 / 200);
+  EXPECT_DOUBLE_EQ(second.networkInBytesPerSec, 1'000);
+  EXPECT_DOUBLE_EQ(second.networkOutBytesPerSec, 250);
+  EXPECT_EQ(second.networkBytesReceived, 2'000u);
+  EXPECT_DOUBLE_EQ(second.diskReadBytesPerSec, 2'000);
+  EXPECT_DOUBLE_EQ(second.diskWriteBytesPerSec, 0);
+}
+
+TEST_F(SamplerTest, CallsWithinHalfASecondShareOneSample) {
+  auto first = sampler.sample();
+  machine.cores[0] = {500, 0, 50, 850};
+  advance(0.4);
+  auto again = sampler.sample();
+  EXPECT_EQ(again, first);
+  EXPECT_EQ(again.timestamp, first.timestamp);
+  advance(0.2);
+  EXPECT_NE(sampler.sample().timestamp, first.timestamp);
+}
+
+TEST_F(SamplerTest, ChangedCoreCountGivesOneZeroReading) {
+  (void)sampler.sample();
+  machine.cores.push_back({10, 0, 10, 80});
+  advance(1);
+  auto changed = sampler.sample();
+  EXPECT_EQ(changed.cpu(), 0);
+  EXPECT_TRUE(changed.cpuPerCore.empty());
+  for (auto& core : machine.cores) core.user += 50, core.idle += 50;
+  advance(1);
+  auto next = sampler.sample();
+  ASSERT_EQ(next.cpuPerCore.size(), 3u);
+  EXPECT_DOUBLE_EQ(next.cpuPerCore[2], 0.5);
+}
+
+TEST_F(SamplerTest, CountersThatGoBackOrJumpImplausiblyCountNothing) {
+  machine.interfaces["wlan0"] = {5'000, 5'000};
+  (void)sampler.sample();
+  machine.interfaces["eth0"] = {500, 2'000 + 150'000'000'000ULL};  // reset; impossible jump in 1 s
+  machine.interfaces["wlan0"] = {6'000, 5'500};
+  machine.interfaces["usb0"] = {1'000'000, 1'000'000};  // new: counts from the next tick
+  machine.disk = ByteCounters{5'000, 30'000};            // read counter went back
+  advance(1);
+  auto s = sampler.sample();
+  EXPECT_DOUBLE_EQ(s.networkInBytesPerSec, 1'000);
+  EXPECT_DOUBLE_EQ(s.networkOutBytesPerSec, 500);
+  EXPECT_DOUBLE_EQ(s.diskReadBytesPerSec, 0);
+  EXPECT_DOUBLE_EQ(s.diskWriteBytesPerSec, 10'000);
+}
+
+TEST_F(SamplerTest, IowaitSteppingBackDoesNotSwampTheCore) {
+  (void)sampler.sample();
+  machine.cores[0] = {150, 0, 50, 849};  // idle (with iowait) went back by one tick
+  advance(1);
+  auto s = sampler.sample();
+  ASSERT_EQ(s.cpuPerCore.size(), 2u);
+  EXPECT_DOUBLE_EQ(s.cpuPerCore[0], 1.0);
+}
+
+TEST_F(SamplerTest, DiskSpaceAndBatteryAreReadLessOften) {
+  machine.battery = BatterySample{0.5, false, false};
+  (void)sampler.sample();
+  for (int i = 0; i < 12; ++i) {
+    advance(5);
+    (void)sampler.sample();
+  }
+  // 60 s in 5 s steps: battery re-read whenever more than 10 s passed, disk space not yet.
+  EXPECT_EQ(machine.diskSpaceReads, 1);
+  EXPECT_EQ(machine.batteryReads, 5);
+  machine.space.available = 1;
+  advance(61);
+  EXPECT_EQ(sampler.sample().diskAvailable, 1u);
+}
+
+TEST(PressureLevel, StallFiguresAndAvailableMemoryDecide) {
+  const uint64_t total = 1000;
+  EXPECT_EQ(pressureLevel(std::nullopt, 500, total), MemoryPressure::normal);
+  EXPECT_EQ(pressureLevel(std::nullopt, 99, total), MemoryPressure::warning);
+  EXPECT_EQ(pressureLevel(std::nullopt, 100, total), MemoryPressure::normal);
+  EXPECT_EQ(pressureLevel(std::nullopt, 49, total), MemoryPressure::critical);
+  EXPECT_EQ(pressureLevel(std::nullopt, std::nullopt, total), MemoryPressure::normal);
+  EXPECT_EQ(pressureLevel(MemoryStall{10.0, 0}, 500, total), MemoryPressure::warning);
+  EXPECT_EQ(pressureLevel(MemoryStall{9.99, 9.99}, 500, total), MemoryPressure::normal);
+  EXPECT_EQ(pressureLevel(MemoryStall{50, 10.0}, 500, total), MemoryPressure::critical);
+}
+
+TEST(MemoryPressureFraction, FollowsTheAvailableLevel) {
+  EXPECT_DOUBLE_EQ(memoryPressureFraction(30), 0.7);
+  EXPECT_DOUBLE_EQ(memoryPressureFraction(130), 0.0);
+  EXPECT_DOUBLE_EQ(memoryPressureFraction(-5), 1.0);
+  EXPECT_FALSE(memoryPressureFromRaw(0).has_value());
+  EXPECT_FALSE(memoryPressureFromRaw(3).has_value());
+  EXPECT_EQ(memoryPressureFromRaw(4), MemoryPressure::critical);
+}
+
+TEST_F(SamplerTest, SampleRoundTripsThroughItsJSON) {
+  machine.battery = BatterySample{0.42, true, true, 12.5, std::nullopt, 300};
+  (void)sampler.sample();
+  advance(1);
+  auto s = sampler.sample();
+  auto json = s.toJSON();
+  std::vector<std::string> keys;
+  for (auto& [key, value] : json.items()) keys.push_back(key);
+  const std::vector<std::string> expected{"timestamp",      "cpuUser",          "cpuSystem",
+                                          "cpuPerCore",     "loadAverage",      "memoryTotal",
+                                          "memoryApp",      "memoryWired",      "memoryCompressed",
+                                          "memoryCached",   "swapUsed",         "pressure",
+                                          "networkInBytesPerSec", "networkOutBytesPerSec",
+                                          "diskReadBytesPerSec",  "diskWriteBytesPerSec",
+                                          "diskTotal",      "diskAvailable",    "battery",
+                                          "uptime",         "interval"};
+  EXPECT_EQ(keys, expected);
+  auto back = SystemSample::fromJSON(nlohmann::ordered_json::parse(json.dump()));
+  ASSERT_TRUE(back.ok()) << back.error().message;
+  // Not persisted: the fraction and the session byte counts.
+  s.memoryPressureFraction = 0;
+  s.networkBytesReceived = s.networkBytesSent = 0;
+  s.timestamp = back->timestamp;  // persisted to the millisecond
+  EXPECT_EQ(*back, s);
+
+  json["pressure"] = 3;
+  EXPECT_FALSE(SystemSample::fromJSON(json).ok());
+  json.erase("pressure");
+  EXPECT_FALSE(SystemSample::fromJSON(json).ok());
+}
+
+}  // namespace
+}  // namespace omnira
