@@ -48,11 +48,12 @@ double Settings::number(const std::string& key, double fallback) const {
 int64_t Settings::integer(const std::string& key, int64_t fallback) const {
   auto it = values_.find(key);
   if (it == values_.end()) return fallback;
-  if (it->is_number_integer()) return it->get<int64_t>();
+  // is_number_integer() holds for unsigned values too, so unsigned goes first.
   if (it->is_number_unsigned()) {
     const auto value = it->get<uint64_t>();
     return value > static_cast<uint64_t>(INT64_MAX) ? fallback : static_cast<int64_t>(value);
   }
+  if (it->is_number_integer()) return it->get<int64_t>();
   return fallback;
 }
 

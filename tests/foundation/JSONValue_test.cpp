@@ -6,11 +6,44 @@ namespace omnira {
 namespace {
 
 TEST(JSONValue, RoundTripsEveryCaseCompactly) {
-  auto value = JSONValue::object({{"b", true}, {"a", JSONValue::array({1, 2.5, "x", nullptr})}, {"n", -3}});
-  EXPECT_EQ(value.encoded(), R"({"a":[1,2.5,"x",null],"b":true,"n":-3})");
+  auto value = JSONValue::object(
+      {{"b", true}, {"a", JSONValue::array({1, 2.5, "x", nullptr, JSONValue::object({})})}, {"n", -3}});
+  EXPECT_EQ(value.encoded(), R"({"a":[1,2.5,"x",null,{}],"b":true,"n":-3})");
   auto back = JSONValue::parse(value.encoded());
   ASSERT_TRUE(back.ok());
   EXPECT_EQ(*back, value);
+  EXPECT_EQ(JSONValue::parse(R"("caf\u00e9 \"q\"")")->encoded(), "\"caf\xc3\xa9 \\\"q\\\"\"");
+}
+
+TEST(JSONValue, AccessorsAnswerOnlyForTheirOwnCase) {
+  JSONValue number = 42;
+  EXPECT_EQ(number.number(), 42.0);
+  EXPECT_EQ(number.integer(), 42);
+  EXPECT_FALSE(number.string());
+  EXPECT_FALSE(number.boolean());
+  EXPECT_EQ(number.array(), nullptr);
+  EXPECT_FALSE(JSONValue(2.5).integer());
+  EXPECT_FALSE(JSONValue(1e300).integer());
+  EXPECT_FALSE(JSONValue("7").number());
+  EXPECT_EQ(JSONValue("7").string(), "7");
+  EXPECT_EQ(JSONValue(false).boolean(), false);
+  EXPECT_TRUE(JSONValue().isNull());
+  auto object = JSONValue::parse(R"({"k":[true]})");
+  ASSERT_TRUE(object.ok());
+  ASSERT_NE(object->find("k"), nullptr);
+  EXPECT_EQ(object->find("k")->array()->at(0).boolean(), true);
+  EXPECT_EQ(object->find("missing"), nullptr);
+  EXPECT_EQ(JSONValue(3).find("k"), nullptr);
+}
+
+TEST(JSONValue, MalformedTextIsAFailureWithASentence) {
+  for (const char* text : {"", "{", "[1,]", "{\"a\" 1}", "nul", "1 2", "\"unterminated"}) {
+    auto parsed = JSONValue::parse(text);
+    ASSERT_FALSE(parsed.ok()) << text;
+    EXPECT_EQ(parsed.error().message.back(), '.');
+  }
+  // Big integers lose precision as doubles but never fail.
+  EXPECT_TRUE(JSONValue::parse("18446744073709551615").ok());
 }
 
 }  // namespace
