@@ -1,0 +1,34 @@
+#include "OmniraCore/platform/linux/ThisMachine.h"
+
+#include <spdlog/spdlog.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "OmniraCore/platform/linux/LibProc.h"
+#include "OmniraCore/platform/linux/LinuxAppIdentifier.h"
+#include "OmniraCore/platform/linux/LinuxSystemSource.h"
+#include "OmniraCore/platform/linux/OsRelease.h"
+
+namespace omnira::platform {
+
+std::unique_ptr<SystemSampler> makeSystemSampler() {
+  return std::make_unique<SystemSampler>(std::make_unique<LinuxSystemSource>(Roots{}));
+}
+
+std::unique_ptr<ProcessSampler> makeProcessSampler() {
+  return std::make_unique<ProcessSampler>(std::make_unique<LibProc>(Roots{}));
+}
+
+std::unique_ptr<AppGrouper> makeAppGrouper() {
+  auto name = readOperatingSystemName("/");
+  if (!name) spdlog::debug("no distribution name in os-release; the system group is called Linux");
+  const auto environment = [](const std::string& variable) -> std::optional<std::string> {
+    if (const char* value = std::getenv(variable.c_str())) return std::string(value);
+    return std::nullopt;
+  };
+  return makeLinuxAppGrouper(name ? *name : std::string("Linux"),
+                             LinuxAppIdentifier::Config::fromEnvironment(environment, ::getuid()));
+}
+
+}  // namespace omnira::platform

@@ -1,0 +1,18 @@
+#pragma once
+// The production parts, reading this machine's /proc, /sys and desktop entries.
+// Each call builds fresh parts; the caller owns them and hands each to one thread.
+
+#include <memory>
+
+#include "OmniraCore/sampling/AppGrouper.h"
+#include "OmniraCore/sampling/ProcessSampler.h"
+#include "OmniraCore/sampling/SystemSampler.h"
+
+namespace omnira::platform {
+
+std::unique_ptr<SystemSampler> makeSystemSampler();
+std::unique_ptr<ProcessSampler> makeProcessSampler();
+// Scans the installed desktop entries once; the system group is named for the distribution.
+std::unique_ptr<AppGrouper> makeAppGrouper();
+
+}  // namespace omnira::platform

@@ -1,0 +1,40 @@
+#pragma once
+// Idle child processes that a benchmark starts and ends itself, so a run measures a
+// machine with a known number of extra processes. Each child is `sleep`, exec'd, so it
+// has its own executable path and a small footprint like a real idle daemon.
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <vector>
+
+extern char** environ;
+
+namespace omnira::bench {
+
+class IdleProcesses {
+ public:
+  explicit IdleProcesses(int count) {
+    char sleep[] = "sleep";
+    char forever[] = "86400";
+    char* argv[] = {sleep, forever, nullptr};
+    for (int i = 0; i < count; ++i) {
+      pid_t pid = 0;
+      if (posix_spawnp(&pid, "sleep", nullptr, nullptr, argv, environ) == 0) pids_.push_back(pid);
+    }
+  }
+  ~IdleProcesses() {
+    for (pid_t pid : pids_) ::kill(pid, SIGKILL);
+    for (pid_t pid : pids_) ::waitpid(pid, nullptr, 0);
+  }
+  IdleProcesses(const IdleProcesses&) = delete;
+  IdleProcesses& operator=(const IdleProcesses&) = delete;
+  size_t size() const { return pids_.size(); }
+
+ private:
+  std::vector<pid_t> pids_;
+};
+
+}  // namespace omnira::bench

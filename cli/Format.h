@@ -1,0 +1,15 @@
+#pragma once
+// How figures read in a terminal: binary units for memory, decimal for disks and networks
+// (as the tools people compare them with), short durations.
+
+#include <cstdint>
+#include <string>
+
+namespace omnira::cli {
+
+std::string bytes(uint64_t count);           // "1.5 GiB", "512 B"
+std::string rate(double bytesPerSecond);     // "1.2 MB/s", "0 B/s"
+std::string percent(double fraction);        // 0.123 -> "12%"; below 10 % with one decimal: "3.4%"
+std::string duration(double seconds);        // "3d 4h", "2h 05m", "7m", "42s"
+
+}  // namespace omnira::cli

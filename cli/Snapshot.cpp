@@ -1,0 +1,27 @@
+#include "cli/Snapshot.h"
+
+#include <thread>
+
+#include "OmniraCore/platform/linux/ThisMachine.h"
+
+namespace omnira::cli {
+
+Snapshot takeSnapshot() {
+  auto system = platform::makeSystemSampler();
+  auto processes = platform::makeProcessSampler();
+  // The grouper scans desktop entries while the samplers' baselines age.
+  (void)system->sample();
+  (void)processes->sample();
+  const auto primed = std::chrono::steady_clock::now();
+  auto grouper = platform::makeAppGrouper();
+  std::this_thread::sleep_until(primed + std::chrono::seconds(1));
+
+  Snapshot snap;
+  snap.system = system->sample();
+  auto samples = processes->sample();
+  snap.unmeasuredProcesses = processes->unmeasuredCount();
+  snap.groups = grouper->group(std::move(samples));
+  return snap;
+}
+
+}  // namespace omnira::cli

@@ -1,0 +1,28 @@
+#pragma once
+// `omnira snapshot`: one look at the machine and its apps.
+
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "OmniraCore/sampling/AppGroup.h"
+#include "OmniraCore/sampling/SystemSample.h"
+
+namespace omnira::cli {
+
+struct Snapshot {
+  SystemSample system;
+  std::vector<AppGroup> groups;  // sorted by memory, largest first
+  size_t unmeasuredProcesses = 0;
+};
+
+// Primes the samplers, waits a second, samples again and groups.
+Snapshot takeSnapshot();
+
+// {"system": <sample as persisted>, "groups": [...]}
+nlohmann::ordered_json snapshotJSON(const Snapshot& snapshot);
+// What a person reads at a glance; `topApps` rows of apps at most.
+std::string snapshotText(const Snapshot& snapshot, size_t topApps);
+
+}  // namespace omnira::cli

@@ -1,0 +1,98 @@
+#include <fmt/format.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "OmniraCore/foundation/Date.h"
+#include "cli/Format.h"
+#include "cli/Snapshot.h"
+
+namespace omnira::cli {
+
+namespace {
+
+std::string_view pressureName(MemoryPressure pressure) {
+  switch (pressure) {
+    case MemoryPressure::normal: return "normal";
+    case MemoryPressure::warning: return "warning";
+    case MemoryPressure::critical: return "critical";
+  }
+  return "normal";
+}
+
+std::string fit(std::string text, size_t width) {
+  if (text.size() <= width) return text;
+  // Cut on a character boundary so a name in UTF-8 never ends in half a character.
+  size_t cut = width - 1;
+  while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+  return text.substr(0, cut) + "…";
+}
+
+std::string batteryLine(const BatterySample& b) {
+  std::string line = percent(b.level);
+  line += b.charging ? ", charging" : b.pluggedIn ? ", plugged in" : ", on battery";
+  if (b.minutesRemaining) {
+    line += fmt::format(", {} {}", duration(*b.minutesRemaining * 60), b.charging ? "to full" : "left");
+  }
+  if (b.watts && *b.watts > 0) line += fmt::format(", {:.1f} W", *b.watts);
+  if (b.healthFraction) line += fmt::format(", health {}", percent(*b.healthFraction));
+  if (b.cycleCount) line += fmt::format(", {} cycles", *b.cycleCount);
+  return line;
+}
+
+}  // namespace
+
+std::string snapshotText(const Snapshot& snap, size_t topApps) {
+  const SystemSample& s = snap.system;
+  std::string out;
+  auto line = [&out](std::string_view label, const std::string& text) {
+    out += fmt::format("{:<10}{}\n", label, text);
+  };
+
+  std::string cores;
+  for (double core : s.cpuPerCore) cores += fmt::format(" {:.0f}", core * 100);
+  line("CPU", fmt::format("{} (user {}, system {}) · load {:.2f}{}", percent(s.cpu()), percent(s.cpuUser),
+                          percent(s.cpuSystem), s.loadAverage,
+                          cores.empty() ? "" : fmt::format(" · per core %:{}", cores)));
+  line("Memory", fmt::format("{} of {} used · pressure {} ({})", bytes(s.memoryUsed()), bytes(s.memoryTotal),
+                             pressureName(s.pressure), percent(s.memoryPressureFraction)));
+  line("", fmt::format("app {} · wired {} · compressed {} · cached {}", bytes(s.memoryApp),
+                       bytes(s.memoryWired), bytes(s.memoryCompressed), bytes(s.memoryCached)));
+  line("Swap", s.swapUsed == 0 ? std::string("none used") : bytes(s.swapUsed) + " used");
+  line("Disk", fmt::format("read {} · write {} · {} free of {}", rate(s.diskReadBytesPerSec),
+                           rate(s.diskWriteBytesPerSec), bytes(s.diskAvailable), bytes(s.diskTotal)));
+  line("Network", fmt::format("in {} · out {}", rate(s.networkInBytesPerSec), rate(s.networkOutBytesPerSec)));
+  line("Battery", s.battery ? batteryLine(*s.battery) : std::string("none"));
+  line("Uptime", duration(s.uptime));
+
+  size_t apps = 0, processes = 0;
+  for (const auto& g : snap.groups) processes += g.processCount();
+  apps = snap.groups.size();
+  out += fmt::format("\n{} processes in {} groups", processes, apps);
+  if (snap.unmeasuredProcesses > 0)
+    out += fmt::format(" ({} could not be measured{})", snap.unmeasuredProcesses,
+                       ::geteuid() == 0 ? "" : "; run as root to see them");
+  out += "\n\n";
+  out += fmt::format("  {:<34} {:>6} {:>7} {:>10}  {}\n", "APP", "PROCS", "CPU", "MEMORY", "KIND");
+  const size_t shown = std::min(topApps, snap.groups.size());
+  for (size_t i = 0; i < shown; ++i) {
+    const auto& g = snap.groups[i];
+    out += fmt::format("  {:<34} {:>6} {:>6.1f}% {:>10}  {}\n", fit(g.name, 34), g.processCount(), g.cpuPercent(),
+                       bytes(g.memoryBytes()), rawValue(g.kind));
+  }
+  if (shown < snap.groups.size())
+    out += fmt::format("  … and {} more (omnira snapshot --all, or --json)\n", snap.groups.size() - shown);
+  return out;
+}
+
+nlohmann::ordered_json snapshotJSON(const Snapshot& snap) {
+  nlohmann::ordered_json out = nlohmann::ordered_json::object();
+  out["system"] = snap.system.toJSON();
+  auto groups = nlohmann::ordered_json::array();
+  for (const auto& g : snap.groups) groups.push_back(g.toJSON());
+  out["groups"] = std::move(groups);
+  return out;
+}
+
+}  // namespace omnira::cli

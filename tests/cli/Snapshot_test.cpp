@@ -1,0 +1,134 @@
+// The omnira command, run as a person runs it, on this machine.
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace {
+
+struct CommandRun {
+  int status = -1;
+  std::string out;
+};
+
+CommandRun run(const std::string& arguments) {
+  CommandRun result;
+  const std::string command = std::string(OMNIRA_CLI_PATH) + " " + arguments + " 2>/dev/null";
+  FILE* pipe = ::popen(command.c_str(), "r");
+  if (!pipe) return result;
+  char buffer[65536];
+  size_t n;
+  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) result.out.append(buffer, n);
+  const int status = ::pclose(pipe);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+uint64_t memTotalBytes() {
+  std::ifstream meminfo("/proc/meminfo");
+  std::string key;
+  uint64_t kb = 0;
+  meminfo >> key >> kb;
+  return kb * 1024;
+}
+
+TEST(SnapshotCommand, JSONDescribesThisMachineAndItsApps) {
+  const CommandRun r = run("snapshot --json");
+  ASSERT_EQ(r.status, 0);
+  const auto json = nlohmann::ordered_json::parse(r.out);
+  ASSERT_TRUE(json.is_object());
+  ASSERT_EQ(json.begin().key(), "system");
+
+  const auto& sample = json.at("system");
+  EXPECT_EQ(sample.begin().key(), "timestamp");
+  EXPECT_EQ(sample.at("memoryTotal").get<uint64_t>(), memTotalBytes());
+  const double cpu = sample.at("cpuUser").get<double>() + sample.at("cpuSystem").get<double>();
+  EXPECT_GE(cpu, 0.0);
+  EXPECT_LE(cpu, 1.0 + 1e-9);
+  const auto cores = sample.at("cpuPerCore").get<std::vector<double>>();
+  EXPECT_EQ(cores.size(), static_cast<size_t>(::sysconf(_SC_NPROCESSORS_ONLN)));
+  for (double core : cores) EXPECT_TRUE(core >= 0 && core <= 1) << core;
+  EXPECT_NEAR(sample.at("interval").get<double>(), 1.0, 0.5);
+  EXPECT_GT(sample.at("uptime").get<double>(), 0);
+  EXPECT_GT(sample.at("diskTotal").get<uint64_t>(), sample.at("diskAvailable").get<uint64_t>());
+  const uint64_t used = sample.at("memoryApp").get<uint64_t>() + sample.at("memoryWired").get<uint64_t>();
+  EXPECT_GT(used, 0u);
+  EXPECT_LT(used, memTotalBytes());
+  EXPECT_TRUE(std::set<int>({1, 2, 4}).count(sample.at("pressure").get<int>()));
+
+  const auto& groups = json.at("groups");
+  ASSERT_TRUE(groups.is_array());
+  ASSERT_FALSE(groups.empty());
+  std::set<std::string> ids;
+  std::set<int> pids;
+  uint64_t previousMemory = UINT64_MAX;
+  bool sawSystem = false;
+  for (const auto& group : groups) {
+    const auto id = group.at("id").get<std::string>();
+    EXPECT_TRUE(ids.insert(id).second) << "group id twice: " << id;
+    EXPECT_FALSE(group.at("name").get<std::string>().empty());
+    const auto kind = group.at("kind").get<std::string>();
+    EXPECT_TRUE(kind == "app" || kind == "system" || kind == "other") << kind;
+    sawSystem = sawSystem || (id == "system" && kind == "system");
+    EXPECT_TRUE(id == "system" || id.starts_with("/") || id.starts_with("exec:") || id.starts_with("name:") ||
+                id.starts_with("clone:"))
+        << id;
+    const uint64_t memory = group.at("memoryBytes").get<uint64_t>();
+    EXPECT_LE(memory, previousMemory) << "groups are sorted by memory, largest first";
+    previousMemory = memory;
+    uint64_t summed = 0;
+    ASSERT_FALSE(group.at("processes").empty());
+    for (const auto& process : group.at("processes")) {
+      EXPECT_TRUE(pids.insert(process.at("pid").get<int>()).second);
+      EXPECT_GE(process.at("cpuPercent").get<double>(), 0);
+      summed += process.at("memoryBytes").get<uint64_t>();
+    }
+    EXPECT_EQ(summed, memory);
+  }
+  EXPECT_TRUE(sawSystem);
+  // The test runner itself is running, so it was measured and grouped.
+  EXPECT_TRUE(pids.count(::getpid()));
+  // Every process of the machine (other than ones that came or went meanwhile) is in a group.
+  size_t running = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc"))
+    running += std::isdigit(static_cast<unsigned char>(entry.path().filename().string()[0])) ? 1 : 0;
+  EXPECT_NEAR(static_cast<double>(pids.size()), static_cast<double>(running), 10 + running * 0.1);
+}
+
+TEST(SnapshotCommand, TextShowsTheMachineAndTheTopApps) {
+  const CommandRun r = run("snapshot --top 3");
+  ASSERT_EQ(r.status, 0);
+  for (const char* label : {"CPU", "Memory", "Swap", "Disk", "Network", "Battery", "Uptime", "APP"})
+    EXPECT_NE(r.out.find(label), std::string::npos) << label;
+  size_t rows = 0;
+  std::istringstream lines(r.out.substr(r.out.find("APP")));
+  std::string line;
+  std::getline(lines, line);
+  while (std::getline(lines, line) && !line.empty() && line.find("more") == std::string::npos) ++rows;
+  EXPECT_LE(rows, 3u);
+  EXPECT_GE(rows, 1u);
+}
+
+TEST(SnapshotCommand, UsageMistakesExitWithTwoAndHelpWithZero) {
+  EXPECT_EQ(run("").status, 2);
+  EXPECT_EQ(run("snapshto").status, 2);
+  EXPECT_EQ(run("snapshot --jsn").status, 2);
+  EXPECT_EQ(run("snapshot --top 0").status, 2);
+  EXPECT_EQ(run("snapshot --top many").status, 2);
+  const CommandRun help = run("--help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("snapshot"), std::string::npos);
+  const CommandRun version = run("--version");
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out.rfind("omnira ", 0), 0u);
+}
+
+}  // namespace
