@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -41,6 +42,12 @@ struct AppGroup {
 
   // id, name, kind, bundlePath, the summed figures, then "processes".
   nlohmann::ordered_json toJSON() const;
+
+  // The role of a process that no argument or path classifier recognised, by where its
+  // executable lies in the app: `executables` is the app's executables folder. No path
+  // gives `other`. Defined with the other classifiers, in HelperRole.cpp.
+  static HelperRole switchlessRole(const std::optional<std::string>& path, std::string_view executables,
+                                   std::string_view bundlePath);
 };
 
 }  // namespace omnira

@@ -1,0 +1,360 @@
+#include "OmniraCore/sampling/ProcessSampler.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <unordered_set>
+
+#include <spdlog/spdlog.h>
+
+#include "OmniraCore/sampling/CounterDelta.h"
+
+namespace omnira {
+
+namespace {
+
+constexpr double kNanosecondsPerSecond = 1e9;
+
+std::string_view basename(std::string_view path) {
+  const auto slash = path.rfind('/');
+  return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+// The kernel cuts its names to 15 bytes ("gnome-shell-cal"); a cut name is completed from
+// the executable's or the first argument's file name when that begins with it.
+std::string displayName(const std::string& kernelName, const ProcessFacts& facts) {
+  constexpr size_t kKernelNameLength = 15;
+  if (kernelName.size() != kKernelNameLength) return kernelName;
+  std::string_view candidates[2];
+  if (facts.path) candidates[0] = basename(*facts.path);
+  if (!facts.arguments.empty()) candidates[1] = basename(facts.arguments[0]);
+  for (auto candidate : candidates) {
+    if (candidate.size() > kernelName.size() && candidate.starts_with(kernelName)) return std::string(candidate);
+  }
+  return kernelName;
+}
+
+double seconds(uint64_t nanoseconds) { return static_cast<double>(nanoseconds) / kNanosecondsPerSecond; }
+
+std::string defaultHome() {
+  const char* home = std::getenv("HOME");
+  return home ? std::string(home) : std::string();
+}
+
+std::string withoutTrailingSlash(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+}  // namespace
+
+struct ProcessSampler::Tracked {
+  std::unique_ptr<ProcessSource::Handle> handle;
+  uint64_t startTicks = 0;
+  uint64_t generation = 0;  // the last tick that saw the process
+  uint64_t lastReadAt = 0;
+  RawUsage last;
+  bool lastDiskMeasured = false;
+
+  std::string kernelName;  // as last read; a change means the process ran a new program
+  std::string name;
+  ProcessFacts facts;
+  std::optional<HelperRole> role;
+
+  uint64_t sharedMemoryBytes = 0;
+  bool memoryRefined = false;
+  uint64_t memoryRefinedAt = 0;
+  std::optional<double> memoryRatio;  // proportional share over raw footprint
+
+  bool directoryRead = false;
+  uint64_t directoryReadAt = 0;
+  std::optional<std::string> projectPath;
+
+  void learn(ProcessFacts newFacts, const std::string& newKernelName) {
+    facts = std::move(newFacts);
+    kernelName = newKernelName;
+    name = displayName(kernelName, facts);
+    role = helper_role::classify(facts.path, facts.arguments);
+    directoryRead = false;
+  }
+};
+
+ProcessSampler::ProcessSampler(std::unique_ptr<ProcessSource> source) : ProcessSampler(std::move(source), Options{}) {}
+
+ProcessSampler::ProcessSampler(std::unique_ptr<ProcessSource> source, Options options)
+    : source_(std::move(source)), options_(std::move(options)) {
+  if (!options_.homeDirectory) options_.homeDirectory = defaultHome();
+  *options_.homeDirectory = withoutTrailingSlash(*options_.homeDirectory);
+}
+
+ProcessSampler::~ProcessSampler() = default;
+ProcessSampler::ProcessSampler(ProcessSampler&&) noexcept = default;
+
+ProcessSampler& ProcessSampler::operator=(ProcessSampler&& other) noexcept {
+  if (this == &other) return *this;
+  // The old handles go before the old source they read through.
+  tracked_.clear();
+  source_ = std::move(other.source_);
+  options_ = std::move(other.options_);
+  tracked_ = std::move(other.tracked_);
+  markerChecks_ = std::move(other.markerChecks_);
+  generation_ = other.generation_;
+  unmeasured_ = other.unmeasured_;
+  pids_ = std::move(other.pids_);
+  sampled_ = std::move(other.sampled_);
+  reading_ = std::move(other.reading_);
+  return *this;
+}
+
+ProcessSampler::Tracked* ProcessSampler::admit(int32_t pid, uint64_t now) {
+  auto noteFailure = [&](const ProcessReadFailure& failure) {
+    if (failure.kind == ProcessReadFailure::Kind::vanished) return;
+    ++unmeasured_;
+    spdlog::debug("process {}: {}", pid, failure.detail);
+  };
+  auto handle = source_->open(pid);
+  if (!handle) {
+    noteFailure(handle.error());
+    return nullptr;
+  }
+  if (auto read = (*handle)->read(reading_); !read) {
+    noteFailure(read.error());
+    return nullptr;
+  }
+  auto facts = source_->facts(pid);
+  if (!facts) {
+    noteFailure(facts.error());
+    return nullptr;
+  }
+  auto tracked = std::make_unique<Tracked>();
+  tracked->handle = std::move(handle).value();
+  tracked->startTicks = reading_.startTicks;
+  tracked->lastReadAt = now;
+  tracked->learn(std::move(facts).value(), reading_.name);
+  auto* raw = tracked.get();
+  tracked_[pid] = std::move(tracked);
+  return raw;
+}
+
+std::vector<ProcessSample> ProcessSampler::sample(Details details) {
+  const uint64_t now = source_->monotonicNanoseconds();
+  ++generation_;
+  unmeasured_ = 0;
+  sampled_.clear();
+  std::vector<ProcessSample> samples;
+  if (auto listed = source_->listPIDs(pids_); !listed) {
+    // Tracked processes stay, so that a passing failure does not cost every rate.
+    spdlog::warn("cannot list processes: {}", listed.error().detail);
+    return samples;
+  }
+  samples.reserve(pids_.size());
+  sampled_.reserve(pids_.size());
+
+  for (const int32_t pid : pids_) {
+    Tracked* tracked = nullptr;
+    bool fresh = false;
+    if (auto it = tracked_.find(pid); it != tracked_.end()) {
+      auto read = it->second->handle->read(reading_);
+      if (read && reading_.startTicks == it->second->startTicks) {
+        tracked = it->second.get();
+      } else {
+        const bool gone = read.ok() || read.error().kind == ProcessReadFailure::Kind::vanished;
+        if (!gone) {
+          ++unmeasured_;
+          spdlog::debug("process {}: {}", pid, read.error().detail);
+        }
+        tracked_.erase(it);
+        // A process that exited behind kept files, or a new one under the same pid, is read afresh.
+        if (!gone) continue;
+      }
+    }
+    if (!tracked) {
+      tracked = admit(pid, now);
+      if (!tracked) continue;
+      fresh = true;
+    } else if (reading_.name != tracked->kernelName) {
+      auto facts = source_->facts(pid);
+      if (!facts) {
+        tracked_.erase(pid);
+        continue;
+      }
+      tracked->learn(std::move(facts).value(), reading_.name);
+    }
+
+    const RawUsage& usage = reading_.usage;
+    ProcessSample& s = samples.emplace_back();
+    s.pid = pid;
+    s.parentPID = reading_.parentPID;
+    s.name = tracked->name;
+    s.path = tracked->facts.path;
+    s.memoryBytes = usage.footprint;
+    s.hasMetrics = reading_.diskMeasured;
+    s.startedAt = reading_.startedAt;
+    s.lifetimeCPUSeconds = seconds(usage.cpuNanoseconds);
+    s.helperRole = tracked->role;
+    s.uid = reading_.uid;
+    s.hasTerminal = reading_.hasTerminal;
+    s.kernelThread = reading_.kernelThread;
+    s.appUnitID = tracked->facts.appUnitID;
+    s.sessionService = tracked->facts.sessionService;
+    s.flatpakAppID = tracked->facts.flatpakAppID;
+    if (!reading_.diskMeasured) ++unmeasured_;
+
+    if (!fresh && now > tracked->lastReadAt) {
+      const double interval = seconds(now - tracked->lastReadAt);
+      const RawUsage& last = tracked->last;
+      UsageDelta& d = s.delta;
+      d.cpuNanoseconds = plausibleDelta(last.cpuNanoseconds, usage.cpuNanoseconds, interval);
+      d.energyNanojoules = plausibleDelta(last.energy, usage.energy, interval);
+      d.idleWakeups = plausibleDelta(last.idleWakeups, usage.idleWakeups, interval);
+      if (reading_.diskMeasured && tracked->lastDiskMeasured) {
+        d.diskBytesRead = plausibleDelta(last.diskBytesRead, usage.diskBytesRead, interval);
+        d.diskBytesWritten = plausibleDelta(last.diskBytesWritten, usage.diskBytesWritten, interval);
+      }
+      s.cpuPercent = static_cast<double>(d.cpuNanoseconds) / interval / kNanosecondsPerSecond * 100;
+      s.diskReadBytesPerSec = static_cast<double>(d.diskBytesRead) / interval;
+      s.diskWriteBytesPerSec = static_cast<double>(d.diskBytesWritten) / interval;
+      s.idleWakeupsPerSec = static_cast<double>(d.idleWakeups) / interval;
+      if (d.energyNanojoules > 0) {
+        s.powerWatts = static_cast<double>(d.energyNanojoules) / interval / kNanosecondsPerSecond;
+        s.energyJoules = static_cast<double>(d.energyNanojoules) / kNanosecondsPerSecond;
+      }
+    }
+    tracked->last = usage;
+    tracked->sharedMemoryBytes = reading_.sharedMemoryBytes;
+    tracked->lastDiskMeasured = reading_.diskMeasured;
+    tracked->lastReadAt = now;
+    tracked->generation = generation_;
+    sampled_.push_back(tracked);
+  }
+
+  refineMemory(samples, now);
+  if (details.projects) findProjects(samples, now);
+
+  std::erase_if(tracked_, [this](const auto& entry) { return entry.second->generation != generation_; });
+  return samples;
+}
+
+void ProcessSampler::refineMemory(std::vector<ProcessSample>& samples, uint64_t now) {
+  const uint64_t maxAge = static_cast<uint64_t>(options_.memoryRefinementMaxAgeSeconds * kNanosecondsPerSecond);
+  std::vector<bool> shares(samples.size(), false);
+  std::unordered_map<int32_t, size_t> indexOfPID;
+  indexOfPID.reserve(samples.size());
+  for (size_t i = 0; i < samples.size(); ++i) indexOfPID.emplace(samples[i].pid, i);
+  for (size_t i = 0; i < samples.size(); ++i) {
+    if (sampled_[i]->sharedMemoryBytes > 0) shares[i] = true;
+    const auto parent = indexOfPID.find(samples[i].parentPID);
+    if (parent != indexOfPID.end() && samples[i].path && samples[i].path == samples[parent->second].path) {
+      shares[i] = shares[parent->second] = true;
+    }
+  }
+
+  std::vector<size_t> due;
+  for (size_t i = 0; i < samples.size(); ++i) {
+    Tracked& t = *sampled_[i];
+    if (!shares[i]) {
+      t.memoryRatio.reset();  // its own pages only: the raw figure is right
+      continue;
+    }
+    if (t.last.footprint < options_.memoryRefinementMinimumBytes) continue;
+    if (t.memoryRefined && now - t.memoryRefinedAt < maxAge) continue;
+    due.push_back(i);
+  }
+  std::sort(due.begin(), due.end(),
+            [&](size_t a, size_t b) { return sampled_[a]->last.footprint > sampled_[b]->last.footprint; });
+
+  const uint64_t started = source_->monotonicNanoseconds();
+  bool first = true;
+  for (const size_t i : due) {
+    // The biggest is always refined, so that each tick makes progress however busy the machine.
+    if (!first && source_->monotonicNanoseconds() - started >= options_.memoryRefinementBudgetNanoseconds) break;
+    first = false;
+    Tracked& t = *sampled_[i];
+    t.memoryRefined = true;
+    t.memoryRefinedAt = now;
+    t.memoryRatio.reset();
+    const auto share = source_->proportionalMemory(samples[i].pid);
+    if (!share) continue;
+    double ratio = share->residentRatio;
+    if (share->footprintShare && t.last.footprint > 0) {
+      ratio = static_cast<double>(*share->footprintShare) / static_cast<double>(t.last.footprint);
+    }
+    if (std::isfinite(ratio)) t.memoryRatio = std::clamp(ratio, 0.0, 1.0);
+  }
+
+  for (size_t i = 0; i < samples.size(); ++i) {
+    if (const auto ratio = sampled_[i]->memoryRatio) {
+      samples[i].memoryBytes = static_cast<uint64_t>(std::llround(static_cast<double>(samples[i].memoryBytes) * *ratio));
+    }
+  }
+}
+
+void ProcessSampler::findProjects(std::vector<ProcessSample>& samples, uint64_t now) {
+  const uint64_t markerMaxAge = static_cast<uint64_t>(options_.projectMarkerMaxAgeSeconds * kNanosecondsPerSecond);
+  std::erase_if(markerChecks_, [&](const auto& entry) { return now - entry.second.checkedAt >= markerMaxAge; });
+
+  const uint64_t directoryMaxAge =
+      static_cast<uint64_t>(options_.workingDirectoryMaxAgeSeconds * kNanosecondsPerSecond);
+  for (size_t i = 0; i < samples.size(); ++i) {
+    Tracked& t = *sampled_[i];
+    if (samples[i].kernelThread) continue;
+    if (!t.directoryRead || now - t.directoryReadAt >= directoryMaxAge) {
+      t.directoryRead = true;
+      t.directoryReadAt = now;
+      const auto directory = source_->workingDirectory(samples[i].pid);
+      t.projectPath = directory ? projectRoot(*directory, now) : std::nullopt;
+    }
+    samples[i].projectPath = t.projectPath;
+  }
+
+  const auto sockets = source_->listeningSockets();
+  if (sockets.empty()) return;
+  std::unordered_map<uint64_t, uint16_t> portOfInode;
+  std::unordered_set<uint32_t> owners;
+  for (const auto& socket : sockets) {
+    portOfInode.emplace(socket.inode, socket.port);
+    owners.insert(socket.uid);
+  }
+  // Reading a process's descriptors is costly, so only owners of listening sockets are read.
+  for (auto& s : samples) {
+    if (s.kernelThread || !owners.contains(s.uid)) continue;
+    for (const uint64_t inode : source_->socketInodes(s.pid)) {
+      if (auto it = portOfInode.find(inode); it != portOfInode.end()) s.listeningPorts.push_back(it->second);
+    }
+    std::sort(s.listeningPorts.begin(), s.listeningPorts.end());
+    s.listeningPorts.erase(std::unique(s.listeningPorts.begin(), s.listeningPorts.end()), s.listeningPorts.end());
+  }
+}
+
+std::optional<std::string> ProcessSampler::projectRoot(const std::string& directory, uint64_t now) {
+  if (directory.empty() || directory.front() != '/') return std::nullopt;
+  std::string current = withoutTrailingSlash(directory);
+  const std::string& home = *options_.homeDirectory;
+  while (current != "/" && current != home) {
+    if (hasProjectMarker(current, now)) return current;
+    const auto slash = current.rfind('/');
+    current.resize(slash == 0 ? 1 : slash);
+  }
+  return std::nullopt;
+}
+
+bool ProcessSampler::hasProjectMarker(const std::string& directory, uint64_t now) {
+  if (auto it = markerChecks_.find(directory); it != markerChecks_.end()) return it->second.hasMarker;
+  bool found = false;
+  std::string path;
+  for (const char* marker : kProjectMarkers) {
+    path.assign(directory).append("/").append(marker);
+    struct stat info {};
+    if (::fstatat(AT_FDCWD, path.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) {
+      found = true;
+      break;
+    }
+  }
+  markerChecks_[directory] = {found, now};
+  return found;
+}
+
+}  // namespace omnira

@@ -1,0 +1,110 @@
+#pragma once
+// Turns the running processes into ProcessSamples once per process tick, keeping each
+// process's previous counters so every rate is a delta over the time since that process
+// was last read.
+//
+// Ownership and threads: a ProcessSampler owns its ProcessSource and all its state. It is
+// owned by one thread at a time (the sampling worker) and is not locked; only the
+// returned samples cross threads.
+//
+// Identity: a process seen before is the same process only when its pid and its start
+// time both match; a reused pid starts afresh, with no rates. A process that runs a new
+// program (exec: same pid and start time, new name) keeps its counters and has its
+// path, arguments and helper role read again. Exited processes are forgotten.
+//
+// Failures: none reach the caller. A process that vanishes mid-read is left out; one
+// whose figures could not all be read is counted in unmeasuredCount(): it is left out
+// when even its CPU and memory could not be read, and kept with hasMetrics false when
+// only its disk counters could not (another user's process).
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "OmniraCore/sampling/ProcessDetails.h"
+#include "OmniraCore/sampling/ProcessSample.h"
+#include "OmniraCore/sampling/ProcessSource.h"
+
+namespace omnira {
+
+class ProcessSampler {
+ public:
+  using Details = ProcessDetails;
+
+  // Linux keeps no per-process energy counter: power comes from EnergyEstimate.
+  static constexpr bool kernelCountsEnergy = false;
+
+  // Files whose presence makes a folder the root of a developer project.
+  static constexpr const char* kProjectMarkers[] = {
+      ".git",    "package.json", "Cargo.toml",   "go.mod",        "pyproject.toml", "CMakeLists.txt",
+      "Gemfile", "pom.xml",      "build.gradle", "composer.json", "deno.json",
+  };
+
+  struct Options {
+    // Shared pages count once in every process that maps them, so summing the kernel's
+    // per-process resident figures over an app's processes overstates it. Pages are
+    // shared when mapped shared (shared memory) or when a forked process still shares
+    // its parent's anonymous pages; exec drops them, so only processes with shared
+    // memory, or whose parent or child runs the same executable, can be overstated.
+    // The largest of those are refined with their proportional share. Reading that
+    // share walks all of a process's mappings and can take milliseconds for a big one,
+    // so each tick spends at most this budget on it (always at least one read), on the
+    // biggest processes whose share is older than the maximum age; between refreshes a
+    // process's raw footprint is scaled by its last ratio. One millisecond is about what
+    // reading a hundred processes' counters costs.
+    uint64_t memoryRefinementBudgetNanoseconds = 1'000'000;
+    double memoryRefinementMaxAgeSeconds = 30;
+    uint64_t memoryRefinementMinimumBytes = 16ull << 20;  // below this the overstatement hardly matters
+
+    double workingDirectoryMaxAgeSeconds = 10;
+    double projectMarkerMaxAgeSeconds = 60;
+    // A project root is never the home folder itself. Default: $HOME.
+    std::optional<std::string> homeDirectory;
+  };
+
+  explicit ProcessSampler(std::unique_ptr<ProcessSource> source);
+  ProcessSampler(std::unique_ptr<ProcessSource> source, Options options);
+  ~ProcessSampler();
+  ProcessSampler(ProcessSampler&&) noexcept;
+  ProcessSampler& operator=(ProcessSampler&&) noexcept;
+
+  // All processes that could be read, in pid order. Network, GPU and Neural Engine
+  // figures stay 0 on Linux; `projects` fills projectPath and listeningPorts, which are
+  // left empty otherwise.
+  std::vector<ProcessSample> sample(Details details = {});
+
+  // Processes of the last sample whose figures could not all be read.
+  size_t unmeasuredCount() const { return unmeasured_; }
+  // Processes whose counters are kept for the next sample.
+  size_t trackedCount() const { return tracked_.size(); }
+
+ private:
+  struct Tracked;
+  struct MarkerCheck {
+    bool hasMarker = false;
+    uint64_t checkedAt = 0;
+  };
+
+  Tracked* admit(int32_t pid, uint64_t now);
+  void refineMemory(std::vector<ProcessSample>& samples, uint64_t now);
+  void findProjects(std::vector<ProcessSample>& samples, uint64_t now);
+  std::optional<std::string> projectRoot(const std::string& directory, uint64_t now);
+  bool hasProjectMarker(const std::string& directory, uint64_t now);
+
+  std::unique_ptr<ProcessSource> source_;  // declared first: handles in tracked_ go before it
+  Options options_;
+  std::unordered_map<int32_t, std::unique_ptr<Tracked>> tracked_;
+  std::unordered_map<std::string, MarkerCheck> markerChecks_;
+  uint64_t generation_ = 0;
+  size_t unmeasured_ = 0;
+  // Reused between ticks so that a tick allocates little besides its samples.
+  std::vector<int32_t> pids_;
+  std::vector<Tracked*> sampled_;  // parallel to the samples of the tick
+  ProcessReading reading_;
+};
+
+}  // namespace omnira

@@ -1,0 +1,287 @@
+// LibProc and ProcessSampler over /proc: a fixture tree with the awkward cases, a copy of
+// it that changes between ticks, and a real child process.
+
+#include "OmniraCore/platform/linux/LibProc.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "OmniraCore/sampling/ProcessSampler.h"
+
+namespace omnira::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kBasic = fs::path(OMNIRA_FIXTURES) / "proc" / "basic";
+
+uint64_t nanosecondsPerTick() { return 1'000'000'000ull / static_cast<uint64_t>(::sysconf(_SC_CLK_TCK)); }
+
+Date bootPlusTicks(uint64_t ticks) {
+  return Date(std::chrono::seconds(1'700'000'000)) +
+         std::chrono::duration_cast<Date::duration>(std::chrono::nanoseconds(ticks * nanosecondsPerTick()));
+}
+
+const ProcessSample* find(const std::vector<ProcessSample>& samples, int32_t pid) {
+  for (const auto& s : samples) {
+    if (s.pid == pid) return &s;
+  }
+  return nullptr;
+}
+
+// A scratch copy of a fixture tree, removed afterwards.
+class TreeCopy {
+ public:
+  explicit TreeCopy(const fs::path& from) {
+    root_ = fs::temp_directory_path() / ("omnira-proc-" + std::to_string(::getpid()) + "-" + std::to_string(counter_++));
+    fs::remove_all(root_);
+    fs::copy(from, root_, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  }
+  ~TreeCopy() {
+    std::error_code ec;
+    fs::remove_all(root_, ec);
+  }
+  const fs::path& root() const { return root_; }
+  // Rewrites in place, as the kernel's files change under an open descriptor.
+  void write(const fs::path& relative, const std::string& text) const {
+    std::ofstream out(root_ / relative, std::ios::binary | std::ios::trunc);
+    out << text;
+  }
+
+ private:
+  static inline int counter_ = 0;
+  fs::path root_;
+};
+
+std::string stat107(uint64_t utime, uint64_t start) {
+  return "107 (chrome) S 1 107 107 0 -1 4194304 100 0 0 0 " + std::to_string(utime) + " 100 0 0 20 0 1 0 " +
+         std::to_string(start) + " 1000000 100 18446744073709551615 1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0\n";
+}
+
+TEST(LibProc, ListsAndReadsTheFixtureTree) {
+  LibProc proc(Roots{kBasic, kBasic / "sys"}, false);
+  auto pids = proc.allPIDs();
+  ASSERT_TRUE(pids.ok()) << pids.error().detail;
+  EXPECT_EQ(*pids, (std::vector<int32_t>{1, 2, 100, 101, 102, 103, 104, 105, 106, 107, 4242}));
+
+  auto content = proc.basicInfo(101);
+  ASSERT_TRUE(content.ok()) << content.error().detail;
+  EXPECT_EQ(content->name, "Web Content");
+  EXPECT_EQ(content->parentPID, 100);
+  EXPECT_EQ(content->state, 'S');
+  EXPECT_EQ(content->uid, 1000u);
+  EXPECT_EQ(content->startTicks, 5100u);
+  EXPECT_EQ(content->startedAt, bootPlusTicks(5100));
+  EXPECT_EQ(content->path, "/usr/lib/firefox-esr/firefox-esr");  // " (deleted)" after an update
+
+  auto odd = proc.basicInfo(102);
+  ASSERT_TRUE(odd.ok());
+  EXPECT_EQ(odd->name, "a) b");
+  EXPECT_EQ(odd->state, 'R');
+
+  auto kernelThread = proc.basicInfo(2);
+  ASSERT_TRUE(kernelThread.ok());
+  EXPECT_EQ(kernelThread->path, std::nullopt);
+
+  EXPECT_EQ(proc.basicInfo(4242).error().kind, ProcessReadFailure::Kind::vanished);
+  EXPECT_EQ(proc.basicInfo(999).error().kind, ProcessReadFailure::Kind::vanished);
+  EXPECT_EQ(proc.basicInfo(105).error().kind, ProcessReadFailure::Kind::malformed);
+
+  auto usage = proc.usage(100);
+  ASSERT_TRUE(usage.ok());
+  EXPECT_EQ(usage->usage.footprint, (300000u + 20000u + 4000u) * 1024u);
+  EXPECT_EQ(usage->usage.cpuNanoseconds, 1500 * nanosecondsPerTick());
+  EXPECT_EQ(usage->usage.diskBytesRead, 4096000u);
+  EXPECT_EQ(usage->usage.diskBytesWritten, 8192u);
+  EXPECT_EQ(usage->usage.idleWakeups, 1100u);
+  EXPECT_TRUE(usage->diskMeasured);
+  EXPECT_FALSE(usage->hasTerminal);
+
+  auto noIO = proc.usage(102);  // no io file: figures stand, disk unmeasured
+  ASSERT_TRUE(noIO.ok());
+  EXPECT_FALSE(noIO->diskMeasured);
+  EXPECT_TRUE(noIO->hasTerminal);
+  EXPECT_EQ(noIO->usage.footprint, 1000u * 1024u);
+
+  auto facts = proc.facts(101);
+  ASSERT_TRUE(facts.ok());
+  EXPECT_EQ(facts->arguments.size(), 11u);
+  EXPECT_EQ(facts->arguments.back(), "tab");
+  EXPECT_EQ(facts->appUnitID, "firefox-esr");
+  EXPECT_EQ(proc.facts(102)->appUnitID, "org.kde.konsole");  // hybrid hierarchy
+  EXPECT_EQ(proc.facts(103)->flatpakAppID, "org.mozilla.firefox");
+  EXPECT_TRUE(proc.facts(104)->sessionService);
+  EXPECT_EQ(proc.facts(4242).error().kind, ProcessReadFailure::Kind::vanished);
+
+  auto memory = proc.proportionalMemory(100);
+  ASSERT_TRUE(memory.has_value());
+  EXPECT_EQ(memory->footprintShare, (150000u + 10000u + 2000u) * 1024u);
+  EXPECT_DOUBLE_EQ(memory->residentRatio, 200000.0 / 350000.0);
+  EXPECT_FALSE(proc.proportionalMemory(101).has_value());
+
+  EXPECT_EQ(proc.listeningSockets(),
+            (std::vector<ListeningSocket>{{5001, 8080, 1000}, {7001, 22, 0}, {5002, 3000, 1000}}));
+  auto inodes = proc.socketInodes(100);
+  std::sort(inodes.begin(), inodes.end());
+  EXPECT_EQ(inodes, (std::vector<uint64_t>{5001, 5002, 5003}));
+}
+
+TEST(LibProc, SamplerSeesTheFixtureTreeWithOrWithoutKeptFiles) {
+  for (const bool keep : {true, false}) {
+    SCOPED_TRACE(keep ? "kept files" : "files opened per read");
+    ProcessSampler sampler(std::make_unique<LibProc>(Roots{kBasic, kBasic / "sys"}, keep));
+    const auto samples = sampler.sample(ProcessDetails{.projects = true});
+    std::vector<int32_t> pids;
+    for (const auto& s : samples) pids.push_back(s.pid);
+    // 105 is garbled and 4242 vanished: neither is in the list.
+    EXPECT_EQ(pids, (std::vector<int32_t>{1, 2, 100, 101, 102, 103, 104, 106, 107}));
+    EXPECT_EQ(sampler.unmeasuredCount(), 2u);  // 105, and 102 without disk figures
+
+    const auto* firefox = find(samples, 100);
+    ASSERT_NE(firefox, nullptr);
+    EXPECT_EQ(firefox->name, "firefox-esr");
+    EXPECT_EQ(firefox->helperRole, std::nullopt);
+    EXPECT_TRUE(firefox->hasMetrics);
+    EXPECT_EQ(firefox->cpuPercent, 0);  // first seen: no rates
+    EXPECT_DOUBLE_EQ(firefox->lifetimeCPUSeconds, 1500.0 * static_cast<double>(nanosecondsPerTick()) / 1e9);
+    EXPECT_EQ(firefox->startedAt, bootPlusTicks(5000));
+    EXPECT_EQ(firefox->listeningPorts, (std::vector<uint16_t>{3000, 8080}));
+    // Refined with its proportional share (Pss_Anon + Pss_Shmem + SwapPss).
+    EXPECT_EQ(firefox->memoryBytes, (150000u + 10000u + 2000u) * 1024u);
+
+    EXPECT_EQ(find(samples, 101)->helperRole, HelperRole::renderer);
+    EXPECT_EQ(find(samples, 101)->name, "Web Content");
+    EXPECT_FALSE(find(samples, 102)->hasMetrics);
+    EXPECT_EQ(find(samples, 102)->appUnitID, "org.kde.konsole");
+    EXPECT_EQ(find(samples, 106)->name, "gnome-shell-calendar-server");
+    EXPECT_TRUE(find(samples, 106)->sessionService);
+    EXPECT_EQ(find(samples, 107)->helperRole, HelperRole::renderer);
+    EXPECT_EQ(find(samples, 107)->appUnitID, "google-chrome");
+    EXPECT_TRUE(find(samples, 2)->kernelThread);
+    EXPECT_TRUE(find(samples, 1)->listeningPorts.empty());  // uid 0 owns port 22, but pid 1 holds no socket
+  }
+}
+
+TEST(LibProc, SamplerFollowsFilesThatChangeBetweenTicks) {
+  for (const bool keep : {true, false}) {
+    SCOPED_TRACE(keep ? "kept files" : "files opened per read");
+    TreeCopy tree(kBasic);
+    auto source = std::make_unique<LibProc>(Roots{tree.root(), tree.root() / "sys"}, keep);
+    auto* proc = source.get();
+    ProcessSampler sampler(std::move(source));
+    ASSERT_EQ(sampler.sample().size(), 9u);
+    if (keep) {
+      EXPECT_GT(proc->keptDescriptors(), 0u);
+    }
+
+    tree.write("107/stat", stat107(1900, 9000));  // 1000 more ticks of user time
+    auto samples = sampler.sample();
+    ASSERT_NE(find(samples, 107), nullptr);
+    EXPECT_EQ(find(samples, 107)->delta.cpuNanoseconds, 1000 * nanosecondsPerTick());
+
+    tree.write("107/stat", stat107(100, 9000));  // went back: counts nothing
+    samples = sampler.sample();
+    EXPECT_EQ(find(samples, 107)->delta.cpuNanoseconds, 0u);
+    EXPECT_EQ(find(samples, 107)->cpuPercent, 0);
+
+    // The pid now belongs to a new process running another program.
+    tree.write("107/stat", stat107(5000, 12000));
+    fs::remove(tree.root() / "107/exe");
+    fs::create_symlink("/usr/bin/other", tree.root() / "107/exe");
+    samples = sampler.sample();
+    EXPECT_EQ(find(samples, 107)->delta, UsageDelta{});
+    EXPECT_EQ(find(samples, 107)->path, "/usr/bin/other");
+    EXPECT_EQ(find(samples, 107)->startedAt, bootPlusTicks(12000));
+
+    // Gone: pruned, and its kept files closed.
+    const size_t keptBefore = proc->keptDescriptors();
+    fs::remove_all(tree.root() / "107");
+    samples = sampler.sample();
+    EXPECT_EQ(find(samples, 107), nullptr);
+    EXPECT_EQ(sampler.trackedCount(), 8u);
+    if (keep) {
+      EXPECT_LT(proc->keptDescriptors(), keptBefore);
+    }
+  }
+}
+
+// A child that spins on the CPU, read from the real /proc.
+class Spinner {
+ public:
+  Spinner() {
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::execl("/bin/sh", "sh", "-c", "while :; do :; done", static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+  }
+  ~Spinner() { stop(); }
+  void stop() {
+    if (pid_ <= 0) return;
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+  }
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+TEST(LibProc, ReadsARealChildAndSeesItSpin) {
+  Spinner child;
+  ASSERT_GT(child.pid(), 0);
+  LibProc proc;
+  // Wait for the exec to land (the name changes from ours to "sh"); bounded, never timed.
+  std::optional<LibProc::BasicInfo> info;
+  for (int i = 0; i < 500; ++i) {
+    auto read = proc.basicInfo(child.pid());
+    ASSERT_TRUE(read.ok()) << read.error().detail;
+    if (read->name == "sh") {
+      info = *read;
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ASSERT_TRUE(info.has_value());
+  EXPECT_EQ(info->pid, child.pid());
+  EXPECT_EQ(info->parentPID, ::getpid());
+  EXPECT_EQ(info->uid, ::getuid());
+  EXPECT_EQ(info->path, fs::canonical("/bin/sh").string());
+  EXPECT_LE(info->startedAt, std::chrono::system_clock::now() + std::chrono::seconds(1));
+  EXPECT_GT(info->startedAt, std::chrono::system_clock::now() - std::chrono::minutes(10));
+
+  ProcessSampler sampler(std::make_unique<LibProc>());
+  auto samples = sampler.sample();
+  const auto* first = find(samples, child.pid());
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(first->name, "sh");
+  EXPECT_EQ(first->parentPID, ::getpid());
+  EXPECT_EQ(first->path, info->path);
+  const double startCPU = first->lifetimeCPUSeconds;
+
+  bool rose = false;
+  for (int i = 0; i < 100 && !rose; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    samples = sampler.sample();
+    const auto* later = find(samples, child.pid());
+    ASSERT_NE(later, nullptr);
+    rose = later->cpuPercent > 0 && later->lifetimeCPUSeconds > startCPU && later->delta.cpuNanoseconds > 0;
+  }
+  EXPECT_TRUE(rose);
+
+  child.stop();  // reaped: its kept files now read ESRCH
+  samples = sampler.sample();
+  EXPECT_EQ(find(samples, child.pid()), nullptr);
+}
+
+}  // namespace
+}  // namespace omnira::platform

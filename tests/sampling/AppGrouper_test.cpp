@@ -1,0 +1,285 @@
+#include "OmniraCore/sampling/AppGrouper.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <map>
+#include <set>
+#include <thread>
+
+#include "OmniraCore/sampling/AppIdentifier.h"
+
+namespace omnira {
+namespace {
+
+using Descriptor = AppGrouper::Descriptor;
+
+const Descriptor macOS{"system", "macOS", GroupKind::system, std::nullopt};
+
+AppGrouper::Options withApps(std::set<std::string> installed) {
+  AppGrouper::Options options;
+  options.appExists = [installed = std::move(installed)](const std::string& path) { return installed.contains(path); };
+  return options;
+}
+
+TEST(AppGrouper, PathRules) {
+  const AppGrouper grouper("macOS", withApps({}));
+  struct Case {
+    std::string path;
+    Descriptor expected;
+  };
+  const Case cases[] = {
+      {"/System/Library/CoreServices/Finder.app/Contents/MacOS/Finder",
+       {"/System/Library/CoreServices/Finder.app", "Finder", GroupKind::app, "/System/Library/CoreServices/Finder.app"}},
+      {"/System/Library/CoreServices/Dock.app/Contents/MacOS/Dock", macOS},
+      {"/usr/libexec/Foo.app/Contents/MacOS/Foo", macOS},
+      {"/Library/Apple/System/Library/X.app/Contents/MacOS/X", macOS},
+      {"/usr/local/bin/tool", {"exec:/usr/local/bin/tool", "tool", GroupKind::other, std::nullopt}},
+      {"/usr/bin/tool", macOS},
+      {"/sbin/launchd", macOS},
+      {"/Applications/Safari.app/Contents/MacOS/Safari",
+       {"/Applications/Safari.app", "Safari", GroupKind::app, "/Applications/Safari.app"}},
+      // The outermost bundle wins over the one nested in it.
+      {"/Applications/Xcode.app/Contents/Developer/Applications/Simulator.app/Contents/MacOS/Simulator",
+       {"/Applications/Xcode.app", "Xcode", GroupKind::app, "/Applications/Xcode.app"}},
+      // The id folds the version folder; the bundle path stays where the app is.
+      {"/opt/homebrew/Caskroom/foo/1.2.3/Foo.app/Contents/MacOS/Foo",
+       {"/opt/homebrew/Caskroom/foo/*/Foo.app", "Foo", GroupKind::app, "/opt/homebrew/Caskroom/foo/1.2.3/Foo.app"}},
+      {"/Users/ada/.nvm/versions/node/v20.1.0/bin/node",
+       {"exec:/Users/ada/.nvm/versions/node/*/bin/node", "node", GroupKind::other, std::nullopt}},
+      {"relative-name", {"exec:relative-name", "relative-name", GroupKind::other, std::nullopt}},
+  };
+  for (const auto& c : cases) EXPECT_EQ(grouper.descriptorForPath(c.path), c.expected) << c.path;
+}
+
+TEST(AppGrouper, ClonesResolveToTheInstalledAppOnlyWhenItExists) {
+  const std::string clone = "/Users/ada/Library/Clones/Foo.app.bundle/Contents/MacOS/Foo";
+  const AppGrouper without("macOS", withApps({}));
+  EXPECT_EQ(without.descriptorForPath(clone),
+            (Descriptor{"clone:Foo", "Foo", GroupKind::app, "/Users/ada/Library/Clones/Foo.app.bundle"}));
+  const AppGrouper with("macOS", withApps({"/Applications/Foo.app"}));
+  EXPECT_EQ(with.descriptorForPath(clone),
+            (Descriptor{"/Applications/Foo.app", "Foo", GroupKind::app, "/Applications/Foo.app"}));
+
+  const auto exists = [](const std::string& path) { return path == "/Applications/Foo.app"; };
+  EXPECT_EQ(AppGrouper::canonicalID("clone:Foo", exists), "/Applications/Foo.app");
+  EXPECT_EQ(AppGrouper::canonicalID("clone:Bar", exists), "clone:Bar");
+}
+
+TEST(AppGrouper, CanonicalIDFoldsVersionFolders) {
+  const auto none = [](const std::string&) { return false; };
+  const std::pair<std::string, std::string> cases[] = {
+      {"exec:/opt/x/2.1/abc1234/bin/x", "exec:/opt/x/*/bin/x"},
+      {"exec:/opt/x/2.1/abc1234/3.0/x", "exec:/opt/x/*/*/x"},
+      {"exec:/opt/x/abcdefg/bin/x", "exec:/opt/x/abcdefg/bin/x"},  // a hash without a version before it
+      {"/opt/tool/1.2.3/bin/tool", "/opt/tool/*/bin/tool"},
+      {"/opt/tool/1.3.0/bin/tool", "/opt/tool/*/bin/tool"},
+      {"exec:/a/1.2/abcdef/b", "exec:/a/*/abcdef/b"},          // six characters are no hash
+      {"exec:/a/1.2/abc1234", "exec:/a/*"},                    // a trailing hash goes too
+      {"exec:/a/1.0/2.0/b", "exec:/a/*/*/b"},
+      {"exec:/a/*/abc1234/b", "exec:/a/*/b"},
+      {"exec:/a/1.2/abc1234/def5678/b", "exec:/a/*/def5678/b"},  // only the hash right after it
+      {"//opt//1.2//x", "//opt//*//x"},                         // empty pieces survive
+      {"exec:/opt/x/12/bin/x", "exec:/opt/x/12/bin/x"},
+      {"exec:relative/1.2/x", "exec:relative/1.2/x"},
+      {"name:node 1.2", "name:node 1.2"},
+      {"system", "system"},
+      {"exec:/no/digits/at/all", "exec:/no/digits/at/all"},
+  };
+  for (const auto& [id, expected] : cases) EXPECT_EQ(AppGrouper::canonicalID(id, none), expected) << id;
+}
+
+TEST(AppGrouper, VersionAndHashPieces) {
+  for (const char* piece : {"1.2", "v10.4.1", "0.0", "2024.01.15"}) EXPECT_TRUE(AppGrouper::isVersion(piece)) << piece;
+  for (const char* piece : {"1", "1.", ".1", "v", "v1", "vv1.2", "1..2", "1.2a", "V1.2", ""}) {
+    EXPECT_FALSE(AppGrouper::isVersion(piece)) << piece;
+  }
+  for (const char* piece : {"abc1234", "0123456", "0123456789abcdef0123456789abcdef01234567"}) {
+    EXPECT_TRUE(AppGrouper::isBuildHash(piece)) << piece;
+  }
+  for (const char* piece : {"abc123", "abcdefa", "ABC1234", "abc123g", "0123456789abcdef0123456789abcdef012345678"}) {
+    EXPECT_FALSE(AppGrouper::isBuildHash(piece)) << piece;
+  }
+}
+
+TEST(AppGrouper, OutermostAppBundle) {
+  using Bundle = AppGrouper::Bundle;
+  EXPECT_EQ(AppGrouper::outermostAppBundle("/Applications/A.app/Contents/Frameworks/B.app/Contents/MacOS/B"),
+            (Bundle{"/Applications/A.app", "A", false}));
+  EXPECT_EQ(AppGrouper::outermostAppBundle("/x/C.app.bundle/Contents/Frameworks/D.app/Contents/MacOS/D"),
+            (Bundle{"/x/C.app.bundle", "C", true}));
+  EXPECT_EQ(AppGrouper::outermostAppBundle("/x/D.app/Contents/C.app.bundle/x"), (Bundle{"/x/D.app", "D", false}));
+  EXPECT_EQ(AppGrouper::outermostAppBundle("/Applications/A.app"), std::nullopt);
+  EXPECT_EQ(AppGrouper::outermostAppBundle("/opt/app/bin/x"), std::nullopt);
+}
+
+ProcessSample sample(int32_t pid, std::optional<std::string> path, uint64_t memory = 0, double cpu = 0) {
+  ProcessSample s;
+  s.pid = pid;
+  s.parentPID = 1;
+  s.path = std::move(path);
+  s.name = s.path ? s.path->substr(s.path->rfind('/') + 1) : "";
+  s.memoryBytes = memory;
+  s.cpuPercent = cpu;
+  return s;
+}
+
+TEST(AppGrouper, ProcessesWithoutAPath) {
+  const AppGrouper grouper("macOS");
+  EXPECT_EQ(grouper.descriptor(sample(0, std::nullopt)), macOS);
+  auto named = sample(7, std::nullopt);
+  named.name = "(Web Content)";
+  EXPECT_EQ(grouper.descriptor(named), (Descriptor{"name:(Web Content)", "(Web Content)", GroupKind::other, std::nullopt}));
+  EXPECT_EQ(grouper.descriptor(sample(8, std::nullopt)), macOS);
+  // pid 0 with a path is an ordinary process.
+  EXPECT_EQ(grouper.descriptor(sample(0, "/opt/x/x")).id, "exec:/opt/x/x");
+}
+
+TEST(AppGrouper, GroupsSumAndSortByMemoryThenCPUThenID) {
+  const AppGrouper grouper("macOS", withApps({}));
+  auto groups = grouper.group({
+      sample(1, "/opt/b/b", 100, 1),
+      sample(2, "/Applications/A.app/Contents/MacOS/A", 300, 2.5),
+      sample(3, "/Applications/A.app/Contents/Frameworks/H.app/Contents/MacOS/H", 200, 0.5),
+      sample(4, "/opt/c/c", 100, 3),
+      sample(5, "/opt/a/a", 100, 1),
+      sample(6, "/usr/bin/x", 10, 0),
+      sample(7, "/sbin/y", 10, 0),
+  });
+  std::vector<std::string> ids;
+  for (const auto& g : groups) ids.push_back(g.id);
+  EXPECT_EQ(ids, (std::vector<std::string>{"/Applications/A.app", "exec:/opt/c/c", "exec:/opt/a/a", "exec:/opt/b/b",
+                                           "system"}));
+  const auto& app = groups[0];
+  EXPECT_EQ(app.processCount(), 2u);
+  EXPECT_EQ(app.memoryBytes(), 500u);
+  EXPECT_DOUBLE_EQ(app.cpuPercent(), 3.0);
+  // The by-place rule fills roles the samples did not have.
+  EXPECT_EQ(app.processes[0].helperRole, HelperRole::main);
+  EXPECT_EQ(app.processes[1].helperRole, HelperRole::other);
+  EXPECT_EQ(groups[4].name, "macOS");
+  EXPECT_EQ(groups[4].processCount(), 2u);
+  EXPECT_TRUE(grouper.group({}).empty());
+}
+
+TEST(AppGrouper, HelpersJoinTheNearestAppAbove) {
+  const AppGrouper grouper("macOS", withApps({}));
+  const auto child = [](int32_t pid, int32_t parent, std::string path, std::optional<HelperRole> role) {
+    auto s = sample(pid, std::move(path));
+    s.parentPID = parent;
+    s.helperRole = role;
+    return s;
+  };
+  const std::string app = "/Applications/Browser.app/Contents/MacOS/Browser";
+  const auto groups = grouper.group({
+      child(10, 1, app, std::nullopt),
+      child(11, 10, "/opt/browser/helper", HelperRole::renderer),
+      child(12, 11, "/opt/browser/sub-helper", HelperRole::gpu),   // through a helper that is no app
+      child(13, 10, "/usr/libexec/some-service", HelperRole::other),  // not left in the system group
+      child(14, 10, "/opt/browser/launched", HelperRole::main),   // a main process is its own root
+      child(15, 10, "/opt/tools/tool", std::nullopt),              // no helper role: its own group
+      child(20, 21, "/opt/loop/a", HelperRole::other),             // parents in a cycle
+      child(21, 20, "/opt/loop/b", HelperRole::other),
+      child(22, 22, "/opt/loop/self", HelperRole::other),
+      child(23, 999, "/opt/gone/helper", HelperRole::renderer),    // parent already exited
+  });
+  std::map<std::string, std::vector<int32_t>> members;
+  for (const auto& g : groups) {
+    for (const auto& p : g.processes) members[g.id].push_back(p.pid);
+  }
+  EXPECT_EQ(members["/Applications/Browser.app"], (std::vector<int32_t>{10, 11, 12, 13}));
+  EXPECT_EQ(members["exec:/opt/browser/launched"], (std::vector<int32_t>{14}));
+  EXPECT_EQ(members["exec:/opt/tools/tool"], (std::vector<int32_t>{15}));
+  EXPECT_EQ(members["exec:/opt/loop/a"], (std::vector<int32_t>{20}));
+  EXPECT_EQ(members["exec:/opt/loop/self"], (std::vector<int32_t>{22}));
+  EXPECT_EQ(members["exec:/opt/gone/helper"], (std::vector<int32_t>{23}));
+  EXPECT_EQ(members.count("system"), 0u);
+}
+
+// Answers from the launch facts and counts how often it is asked.
+class CountingIdentifier final : public AppIdentifier {
+ public:
+  std::optional<Verdict> identify(const ProcessSample& s) const override {
+    ++calls;
+    if (s.uid == 0) return System{};
+    if (s.appUnitID) return Descriptor{"/apps/" + *s.appUnitID + ".desktop", *s.appUnitID, GroupKind::app, std::nullopt};
+    return std::nullopt;
+  }
+  void reload() override { ++reloads; }
+  mutable std::atomic<int> calls{0};
+  std::atomic<int> reloads{0};
+};
+
+TEST(AppGrouper, AsksTheIdentifierFirstAndCachesByLaunchFacts) {
+  auto identifier = std::make_shared<CountingIdentifier>();
+  AppGrouper::Options options;
+  options.identifier = identifier;
+  AppGrouper grouper("Debian GNU/Linux", options);
+
+  auto plain = sample(1, "/usr/bin/editor");
+  plain.uid = 1000;
+  auto inUnit = plain;
+  inUnit.appUnitID = "editor";
+  auto root = plain;
+  root.uid = 0;
+  EXPECT_EQ(grouper.descriptor(plain), (Descriptor{"system", "Debian GNU/Linux", GroupKind::system, std::nullopt}))
+      << "the macOS folders apply without the platform's own";
+  EXPECT_EQ(grouper.descriptor(inUnit).id, "/apps/editor.desktop");
+  EXPECT_EQ(grouper.descriptor(root).id, "system");
+  EXPECT_EQ(identifier->calls, 3);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(grouper.descriptor(inUnit).id, "/apps/editor.desktop");
+    EXPECT_EQ(grouper.descriptor(plain).id, "system");
+  }
+  EXPECT_EQ(identifier->calls, 3) << "served from the cache";
+
+  grouper.reload();
+  EXPECT_EQ(identifier->reloads, 1);
+  EXPECT_EQ(grouper.descriptor(inUnit).id, "/apps/editor.desktop");
+  EXPECT_EQ(identifier->calls, 4) << "the cache was emptied";
+}
+
+TEST(AppGrouper, DescriptorsFromManyThreads) {
+  AppGrouper grouper("macOS", withApps({}));
+  std::vector<ProcessSample> samples;
+  for (int i = 0; i < 64; ++i) samples.push_back(sample(i + 1, "/opt/tool" + std::to_string(i % 16) + "/1.2/bin/t"));
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong{0};
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int round = 0; round < 50; ++round) {
+        if (t == 0 && round % 10 == 0) grouper.reload();
+        for (const auto& s : samples) {
+          const auto d = grouper.descriptor(s);
+          if (d != grouper.descriptorForPath(*s.path)) ++wrong;
+        }
+        if (grouper.group(samples).size() != 16) ++wrong;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST(AppGroup, JSONCarriesSumsThenProcesses) {
+  const AppGroup group("/Applications/A.app", "A", GroupKind::app, "/Applications/A.app",
+                       {sample(1, "/Applications/A.app/Contents/MacOS/A", 100, 1.5),
+                        sample(2, "/Applications/A.app/Contents/MacOS/B", 50, 2)});
+  const auto json = group.toJSON();
+  std::vector<std::string> keys;
+  for (const auto& item : json.items()) keys.push_back(item.key());
+  EXPECT_EQ(keys, (std::vector<std::string>{"id", "name", "kind", "bundlePath", "processCount", "cpuPercent",
+                                            "memoryBytes", "powerWatts", "energyJoules", "diskReadBytesPerSec",
+                                            "diskWriteBytesPerSec", "networkInBytesPerSec", "networkOutBytesPerSec",
+                                            "idleWakeupsPerSec", "gpuPercent", "processes"}));
+  EXPECT_EQ(json["kind"], "app");
+  EXPECT_EQ(json["processCount"], 2);
+  EXPECT_EQ(json["memoryBytes"], 150);
+  EXPECT_DOUBLE_EQ(json["cpuPercent"].get<double>(), 3.5);
+  ASSERT_EQ(json["processes"].size(), 2u);
+  EXPECT_EQ(json["processes"][1]["pid"], 2);
+  EXPECT_FALSE(AppGroup("system", "macOS", GroupKind::system, std::nullopt, {}).toJSON().contains("bundlePath"));
+}
+
+}  // namespace
+}  // namespace omnira

@@ -1,0 +1,121 @@
+// The helper-role classifiers, with the cases where the rules pull against each other.
+
+#include "OmniraCore/sampling/HelperRole.h"
+
+#include <gtest/gtest.h>
+
+#include "OmniraCore/sampling/AppGroup.h"
+
+namespace omnira {
+namespace {
+
+using Args = std::vector<std::string>;
+using helper_role::classify;
+
+TEST(HelperRole, RawValuesRoundTrip) {
+  for (auto role : {HelperRole::main, HelperRole::renderer, HelperRole::extensionHost, HelperRole::gpu,
+                    HelperRole::network, HelperRole::other}) {
+    EXPECT_EQ(helperRoleFromRaw(rawValue(role)), role);
+  }
+  EXPECT_EQ(rawValue(HelperRole::extensionHost), "extensionHost");
+  EXPECT_EQ(helperRoleFromRaw("Renderer"), std::nullopt);
+  EXPECT_EQ(helperRoleFromRaw(""), std::nullopt);
+}
+
+TEST(HelperRole, ChromiumArguments) {
+  using helper_role::parse;
+  EXPECT_EQ(parse({}), std::nullopt);
+  EXPECT_EQ(parse({"/opt/chrome/chrome", "--no-sandbox"}), std::nullopt);
+  EXPECT_EQ(parse({"chrome", "--type=renderer"}), HelperRole::renderer);
+  EXPECT_EQ(parse({"chrome", "--type=gpu-process"}), HelperRole::gpu);
+  EXPECT_EQ(parse({"chrome", "--type=utility", "--utility-sub-type=network.mojom.NetworkService"}),
+            HelperRole::network);
+  EXPECT_EQ(parse({"code", "--utility-sub-type=node.mojom.NodeService", "--type=utility"}), HelperRole::extensionHost);
+  EXPECT_EQ(parse({"chrome", "--type=utility"}), HelperRole::other);
+  EXPECT_EQ(parse({"chrome", "--type=utility", "--utility-sub-type=audio.mojom.AudioService"}), HelperRole::other);
+  EXPECT_EQ(parse({"chrome", "--type=zygote"}), HelperRole::other);
+  // "--extension-process" wins wherever it stands.
+  EXPECT_EQ(parse({"chrome", "--type=renderer", "--extension-process"}), HelperRole::extensionHost);
+  EXPECT_EQ(parse({"chrome", "--extension-process", "--type=gpu-process"}), HelperRole::extensionHost);
+  // A later type or sub-type replaces an earlier one.
+  EXPECT_EQ(parse({"chrome", "--type=gpu-process", "--type=renderer"}), HelperRole::renderer);
+  EXPECT_EQ(parse({"chrome", "--type=utility", "--utility-sub-type=network.mojom.X", "--utility-sub-type=x"}),
+            HelperRole::other);
+  // Prefixes must match exactly.
+  EXPECT_EQ(parse({"chrome", "--typo=renderer", "-type=renderer"}), std::nullopt);
+}
+
+TEST(HelperRole, GeckoByPathOrContentProcessArgument) {
+  using helper_role::parseGecko;
+  EXPECT_EQ(parseGecko({"tab"}), std::nullopt);  // a single argument decides nothing
+  EXPECT_EQ(parseGecko({"plugin-container", "tab"}), HelperRole::renderer);
+  EXPECT_EQ(parseGecko({"plugin-container", "gpu"}), HelperRole::gpu);
+  EXPECT_EQ(parseGecko({"plugin-container", "socket"}), HelperRole::network);
+  EXPECT_EQ(parseGecko({"plugin-container", "rdd"}), HelperRole::other);
+  EXPECT_TRUE(helper_role::isGeckoHelper("/Applications/Firefox.app/Contents/MacOS/plugin-container.app/Contents/MacOS/plugin-container"));
+  EXPECT_TRUE(helper_role::isGeckoHelper("/A/Firefox.app/Contents/MacOS/media-plugin-helper.app/x"));
+  EXPECT_FALSE(helper_role::isGeckoHelper("/usr/lib/firefox/plugin-container"));
+
+  // On Linux the browser's own executable runs its children with "-contentproc".
+  const Args tab = {"/usr/lib/firefox-esr/firefox-esr", "-contentproc", "-childID", "1", "-isForBrowser",
+                    "{0f9a1c2e-aa10-4b8e-9a55-1d2b3c4d5e6f}", "3", "true", "tab"};
+  EXPECT_EQ(classify(std::string("/usr/lib/firefox-esr/firefox-esr"), tab), HelperRole::renderer);
+  EXPECT_EQ(classify(std::string("/usr/lib/firefox/firefox"), {"/usr/lib/firefox/firefox", "-contentproc", "8", "socket"}),
+            HelperRole::network);
+  EXPECT_EQ(classify(std::string("/usr/lib/firefox/firefox"), {"/usr/lib/firefox/firefox", "-contentproc", "5", "rdd"}),
+            HelperRole::other);
+  // The browser itself is no helper.
+  EXPECT_EQ(classify(std::string("/usr/lib/firefox/firefox"), {"/usr/lib/firefox/firefox", "-new-window"}), std::nullopt);
+}
+
+TEST(HelperRole, WebKitByPath) {
+  using helper_role::webKitRole;
+  const std::string xpc = "/System/Library/Frameworks/WebKit.framework/Versions/A/XPCServices/";
+  EXPECT_EQ(webKitRole(xpc + "com.apple.WebKit.WebContent.xpc/Contents/MacOS/com.apple.WebKit.WebContent"),
+            HelperRole::renderer);
+  EXPECT_EQ(webKitRole(xpc + "com.apple.WebKit.Networking.xpc/Contents/MacOS/com.apple.WebKit.Networking"),
+            HelperRole::network);
+  EXPECT_EQ(webKitRole(xpc + "com.apple.WebKit.GPU.xpc/Contents/MacOS/com.apple.WebKit.GPU"), HelperRole::gpu);
+  EXPECT_EQ(webKitRole(xpc + "com.apple.WebKit.Plugin.xpc/Contents/MacOS/com.apple.WebKit.Plugin"), HelperRole::other);
+  EXPECT_EQ(webKitRole("/Applications/Safari.app/Contents/MacOS/Safari"), std::nullopt);
+
+  const std::string gtk = "/usr/lib/x86_64-linux-gnu/webkit2gtk-4.1/";
+  EXPECT_EQ(webKitRole(gtk + "WebKitWebProcess"), HelperRole::renderer);
+  EXPECT_EQ(webKitRole(gtk + "WebKitNetworkProcess"), HelperRole::network);
+  EXPECT_EQ(webKitRole("/app/libexec/webkitgtk-6.0/WebKitGPUProcess"), HelperRole::gpu);
+  EXPECT_EQ(webKitRole(gtk + "WebKitPluginProcess"), HelperRole::other);
+  EXPECT_EQ(webKitRole("/usr/bin/WebKitWebDriver"), std::nullopt);
+  EXPECT_EQ(webKitRole("/usr/bin/epiphany"), std::nullopt);
+  EXPECT_EQ(webKitRole("/home/a/WebKitWebProcess/tool"), std::nullopt);
+
+  // A WebKit helper started with Chromium-looking arguments is still judged by its path.
+  EXPECT_EQ(classify(gtk + "WebKitNetworkProcess", {"WebKitNetworkProcess", "--type=renderer"}), HelperRole::network);
+  EXPECT_EQ(classify(std::nullopt, {"chrome", "--type=renderer"}), HelperRole::renderer);
+  EXPECT_EQ(classify(std::nullopt, {}), std::nullopt);
+}
+
+TEST(HelperRole, PlaceInTheBundle) {
+  const std::string bundle = "/Applications/Slack.app";
+  const std::string executables = bundle + "/Contents/MacOS";
+  auto role = [&](std::optional<std::string> path) { return AppGroup::switchlessRole(path, executables, bundle); };
+  EXPECT_EQ(role(std::nullopt), HelperRole::other);
+  EXPECT_EQ(role(executables + "/Slack"), HelperRole::main);
+  EXPECT_EQ(role(executables + "/Slack Crash Reporter"), HelperRole::other);
+  EXPECT_EQ(role(executables + "/crashpad_handler"), HelperRole::other);
+  EXPECT_EQ(role(bundle + "/Contents/MacOSX/Slack"), HelperRole::other);  // a sibling folder, not under
+  EXPECT_EQ(role("/Applications/Other.app/Contents/PlugIns/Share.appex/Contents/MacOS/Share"),
+            HelperRole::extensionHost);
+  EXPECT_EQ(role(bundle + "/Contents/PlugIns/Share.appex/Contents/MacOS/Share"), HelperRole::other);
+  EXPECT_EQ(role("/Library/Tool.app.bundle/Contents/MacOS/tool"), HelperRole::main);
+  EXPECT_EQ(role("/Library/Frameworks/Tool.app.bundle/Contents/MacOS/tool"), HelperRole::other);
+  EXPECT_EQ(role("/Applications/X.app/Contents/Frameworks/X Helper (Plugin).app/Contents/MacOS/X Helper (Plugin)"),
+            HelperRole::extensionHost);
+  EXPECT_EQ(role("/usr/bin/python3"), HelperRole::other);
+  // With a trailing slash on the folder, and with no folder or bundle known.
+  EXPECT_EQ(AppGroup::switchlessRole(executables + "/Slack", executables + "/", bundle), HelperRole::main);
+  EXPECT_EQ(AppGroup::switchlessRole(std::string("/x/Share.appex/y"), "", ""), HelperRole::extensionHost);
+  EXPECT_EQ(AppGroup::switchlessRole(std::string("/usr/bin/x"), "", ""), HelperRole::other);
+}
+
+}  // namespace
+}  // namespace omnira

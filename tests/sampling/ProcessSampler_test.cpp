@@ -1,0 +1,424 @@
+// ProcessSampler's rules over a scripted source: rates, identity, pruning, unmeasured
+// processes, the memory refinement budget and project details. The clock is the
+// source's, so time is stepped, never waited for.
+
+#include "OmniraCore/sampling/ProcessSampler.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include <gtest/gtest.h>
+
+namespace omnira {
+namespace {
+
+namespace fs = std::filesystem;
+constexpr uint64_t kSecond = 1'000'000'000;
+
+struct FakeProcess {
+  ProcessReading reading;
+  ProcessFacts facts;
+  std::optional<ProcessReadFailure> failure;  // what reading it gives instead
+  std::optional<std::string> workingDirectory;
+  std::optional<ProportionalMemory> memory;
+  std::vector<uint64_t> socketInodes;
+};
+
+struct World {
+  std::map<int32_t, FakeProcess> processes;
+  std::vector<ListeningSocket> listening;
+  uint64_t clock = 100 * kSecond;
+  uint64_t clockStepPerMemoryRead = 0;
+  bool listingFails = false;
+  int factsCalls = 0;
+  int directoryCalls = 0;
+  std::vector<int32_t> memoryReads;
+  std::vector<int32_t> socketReads;
+
+  FakeProcess& add(int32_t pid, std::string name, uint64_t startTicks = 1000) {
+    auto& p = processes[pid];
+    p.reading.usage.pid = pid;
+    p.reading.name = std::move(name);
+    p.reading.startTicks = startTicks;
+    p.reading.parentPID = 1;
+    p.reading.diskMeasured = true;
+    p.reading.uid = 1000;
+    p.facts.path = "/usr/bin/" + p.reading.name;
+    return p;
+  }
+  RawUsage& usage(int32_t pid) { return processes.at(pid).reading.usage; }
+};
+
+class FakeSource final : public ProcessSource {
+ public:
+  explicit FakeSource(std::shared_ptr<World> world) : world_(std::move(world)) {}
+
+  // Like a kept /proc file: bound to the process it was opened on.
+  class FakeHandle final : public Handle {
+   public:
+    FakeHandle(std::shared_ptr<World> world, int32_t pid, uint64_t startTicks)
+        : world_(std::move(world)), pid_(pid), startTicks_(startTicks) {}
+    Result<void, ProcessReadFailure> read(ProcessReading& reading) override {
+      auto it = world_->processes.find(pid_);
+      if (it == world_->processes.end() || it->second.reading.startTicks != startTicks_) {
+        return fail(ProcessReadFailure{ProcessReadFailure::Kind::vanished});
+      }
+      if (it->second.failure) return fail(*it->second.failure);
+      reading = it->second.reading;
+      return {};
+    }
+
+   private:
+    std::shared_ptr<World> world_;
+    int32_t pid_;
+    uint64_t startTicks_;
+  };
+
+  Result<void, ProcessReadFailure> listPIDs(std::vector<int32_t>& pids) override {
+    if (world_->listingFails) return fail(ProcessReadFailure{ProcessReadFailure::Kind::failed});
+    pids.clear();
+    for (const auto& [pid, p] : world_->processes) pids.push_back(pid);
+    return {};
+  }
+  Result<std::unique_ptr<Handle>, ProcessReadFailure> open(int32_t pid) override {
+    auto it = world_->processes.find(pid);
+    if (it == world_->processes.end()) return fail(ProcessReadFailure{ProcessReadFailure::Kind::vanished});
+    return std::unique_ptr<Handle>(std::make_unique<FakeHandle>(world_, pid, it->second.reading.startTicks));
+  }
+  Result<ProcessFacts, ProcessReadFailure> facts(int32_t pid) override {
+    ++world_->factsCalls;
+    auto it = world_->processes.find(pid);
+    if (it == world_->processes.end()) return fail(ProcessReadFailure{ProcessReadFailure::Kind::vanished});
+    return it->second.facts;
+  }
+  std::vector<std::string> arguments(int32_t pid) override { return world_->processes.at(pid).facts.arguments; }
+  std::optional<std::string> workingDirectory(int32_t pid) override {
+    ++world_->directoryCalls;
+    return world_->processes.at(pid).workingDirectory;
+  }
+  std::optional<ProportionalMemory> proportionalMemory(int32_t pid) override {
+    world_->memoryReads.push_back(pid);
+    world_->clock += world_->clockStepPerMemoryRead;
+    return world_->processes.at(pid).memory;
+  }
+  std::vector<ListeningSocket> listeningSockets() override { return world_->listening; }
+  std::vector<uint64_t> socketInodes(int32_t pid) override {
+    world_->socketReads.push_back(pid);
+    return world_->processes.at(pid).socketInodes;
+  }
+  uint64_t monotonicNanoseconds() override { return world_->clock; }
+
+ private:
+  std::shared_ptr<World> world_;
+};
+
+struct Fixture {
+  std::shared_ptr<World> world = std::make_shared<World>();
+  ProcessSampler sampler;
+  explicit Fixture(ProcessSampler::Options options = {})
+      : sampler(std::make_unique<FakeSource>(world), std::move(options)) {}
+
+  std::vector<ProcessSample> tickAfter(double seconds, ProcessDetails details = {}) {
+    world->clock += static_cast<uint64_t>(seconds * kSecond);
+    return sampler.sample(details);
+  }
+};
+
+const ProcessSample& only(const std::vector<ProcessSample>& samples, int32_t pid) {
+  for (const auto& s : samples) {
+    if (s.pid == pid) return s;
+  }
+  ADD_FAILURE() << "no sample for " << pid;
+  static ProcessSample none;
+  return none;
+}
+
+bool has(const std::vector<ProcessSample>& samples, int32_t pid) {
+  return std::any_of(samples.begin(), samples.end(), [pid](const auto& s) { return s.pid == pid; });
+}
+
+TEST(ProcessSampler, RatesAreDeltasOverEachProcesssOwnInterval) {
+  Fixture f;
+  f.world->add(10, "worker");
+  f.world->usage(10) = {10, 4096, 3 * kSecond, 1000, 2000, 0, 50};
+  f.world->processes.at(10).facts.arguments = {"/usr/bin/worker", "--type=gpu-process"};
+
+  auto first = f.sampler.sample();
+  const auto& s0 = only(first, 10);
+  EXPECT_EQ(s0.cpuPercent, 0);  // first seen: no rates
+  EXPECT_EQ(s0.delta, UsageDelta{});
+  EXPECT_DOUBLE_EQ(s0.lifetimeCPUSeconds, 3.0);
+  EXPECT_EQ(s0.memoryBytes, 4096u);
+  EXPECT_EQ(s0.helperRole, HelperRole::gpu);
+  EXPECT_EQ(s0.path, "/usr/bin/worker");
+
+  f.world->usage(10) = {10, 8192, 4 * kSecond, 5000, 2000 + 8000, 0, 250};
+  auto second = f.tickAfter(2);
+  const auto& s1 = only(second, 10);
+  EXPECT_DOUBLE_EQ(s1.cpuPercent, 50);
+  EXPECT_DOUBLE_EQ(s1.diskReadBytesPerSec, 2000);
+  EXPECT_DOUBLE_EQ(s1.diskWriteBytesPerSec, 4000);
+  EXPECT_DOUBLE_EQ(s1.idleWakeupsPerSec, 100);
+  EXPECT_EQ(s1.powerWatts, 0);  // no energy counter on this kernel
+  EXPECT_EQ(s1.delta, (UsageDelta{kSecond, 4000, 8000, 0, 200}));
+  EXPECT_EQ(s1.memoryBytes, 8192u);
+
+  // A process added later has its own interval.
+  f.world->add(11, "late");
+  f.world->usage(11).cpuNanoseconds = kSecond;
+  f.world->usage(10).cpuNanoseconds = 6 * kSecond;
+  f.tickAfter(1);
+  f.world->usage(11).cpuNanoseconds = 3 * kSecond;
+  f.world->usage(10).cpuNanoseconds = 6 * kSecond;
+  auto third = f.tickAfter(4);
+  EXPECT_DOUBLE_EQ(only(third, 11).cpuPercent, 50);
+  EXPECT_DOUBLE_EQ(only(third, 10).cpuPercent, 0);
+  EXPECT_FALSE(ProcessSampler::kernelCountsEnergy);
+}
+
+TEST(ProcessSampler, CountersThatGoBackOrLeapCountNothing) {
+  Fixture f;
+  f.world->add(10, "jumpy");
+  f.world->usage(10) = {10, 0, 50 * kSecond, 1'000'000, 1'000'000, 0, 1000};
+  f.sampler.sample();
+
+  f.world->usage(10) = {10, 0, 40 * kSecond, 500, 2'000'000, 0, 10};  // back, up, back
+  auto back = f.tickAfter(1);
+  EXPECT_EQ(only(back, 10).delta, (UsageDelta{0, 0, 1'000'000, 0, 0}));
+  EXPECT_EQ(only(back, 10).cpuPercent, 0);
+
+  f.world->usage(10).diskBytesRead = 500 + 200'000'000'000ull;  // 2e11 within one second
+  auto leap = f.tickAfter(1);
+  EXPECT_EQ(only(leap, 10).delta.diskBytesRead, 0u);
+
+  f.world->usage(10).diskBytesRead += 500'000'000'000ull;  // 5e11 over ten seconds is allowed
+  auto slow = f.tickAfter(10);
+  EXPECT_EQ(only(slow, 10).delta.diskBytesRead, 500'000'000'000ull);
+}
+
+TEST(ProcessSampler, AProcessIsTheSameOnlyWithTheSamePidAndStartTime) {
+  Fixture f;
+  f.world->add(10, "first", 1000).reading.usage.cpuNanoseconds = 5 * kSecond;
+  f.sampler.sample();
+  EXPECT_EQ(f.world->factsCalls, 1);
+
+  // Steady: facts are not read again.
+  f.world->usage(10).cpuNanoseconds = 6 * kSecond;
+  EXPECT_DOUBLE_EQ(only(f.tickAfter(1), 10).cpuPercent, 100);
+  EXPECT_EQ(f.world->factsCalls, 1);
+
+  // The same pid, a new process: starts afresh, even though its counter is higher.
+  f.world->processes.erase(10);
+  f.world->add(10, "second", 2000).reading.usage.cpuNanoseconds = 9 * kSecond;
+  auto reused = f.tickAfter(1);
+  EXPECT_EQ(only(reused, 10).delta, UsageDelta{});
+  EXPECT_EQ(only(reused, 10).name, "second");
+  EXPECT_EQ(only(reused, 10).path, "/usr/bin/second");
+  EXPECT_EQ(f.world->factsCalls, 2);
+
+  // The same process running a new program: new facts, counters carry on.
+  auto& p = f.world->processes.at(10);
+  p.reading.name = "Web Content";
+  p.reading.usage.cpuNanoseconds = 10 * kSecond;
+  p.facts.path = "/usr/lib/firefox/firefox";
+  p.facts.arguments = {"/usr/lib/firefox/firefox", "-contentproc", "3", "tab"};
+  auto execed = f.tickAfter(1);
+  EXPECT_EQ(f.world->factsCalls, 3);
+  EXPECT_DOUBLE_EQ(only(execed, 10).cpuPercent, 100);
+  EXPECT_EQ(only(execed, 10).helperRole, HelperRole::renderer);
+  EXPECT_EQ(only(execed, 10).path, "/usr/lib/firefox/firefox");
+}
+
+TEST(ProcessSampler, PrunesExitedProcessesAndCountsTheUnmeasured) {
+  Fixture f;
+  f.world->add(10, "steady");
+  f.world->add(11, "exits");
+  f.world->add(12, "private").reading.diskMeasured = false;
+  f.world->add(13, "refuses").failure = ProcessReadFailure{ProcessReadFailure::Kind::denied, EACCES};
+  f.world->add(14, "garbled").failure = ProcessReadFailure{ProcessReadFailure::Kind::malformed};
+  f.world->add(15, "racing").failure = ProcessReadFailure{ProcessReadFailure::Kind::vanished, ESRCH};
+  auto samples = f.sampler.sample();
+  EXPECT_TRUE(has(samples, 10) && has(samples, 11) && has(samples, 12));
+  EXPECT_FALSE(has(samples, 13) || has(samples, 14) || has(samples, 15));
+  EXPECT_FALSE(only(samples, 12).hasMetrics);
+  EXPECT_TRUE(only(samples, 10).hasMetrics);
+  EXPECT_EQ(f.sampler.unmeasuredCount(), 3u);  // 12, 13, 14; a vanished one is no failure
+  EXPECT_EQ(f.sampler.trackedCount(), 3u);
+
+  f.world->processes.erase(11);
+  f.world->processes.erase(15);
+  // 12's disk counters become readable: no disk rate until two readings exist.
+  f.world->processes.at(12).reading.diskMeasured = true;
+  f.world->usage(12).diskBytesRead = 1 << 20;
+  samples = f.tickAfter(1);
+  EXPECT_FALSE(has(samples, 11));
+  EXPECT_EQ(f.sampler.trackedCount(), 2u);
+  EXPECT_EQ(only(samples, 12).diskReadBytesPerSec, 0);
+  EXPECT_EQ(f.sampler.unmeasuredCount(), 2u);
+
+  // A tracked process that turns unreadable is dropped and counted.
+  f.world->processes.at(10).failure = ProcessReadFailure{ProcessReadFailure::Kind::denied, EACCES};
+  samples = f.tickAfter(1);
+  EXPECT_FALSE(has(samples, 10));
+  EXPECT_EQ(f.sampler.trackedCount(), 1u);
+
+  // A failed listing returns nothing but forgets nothing.
+  f.world->listingFails = true;
+  EXPECT_TRUE(f.tickAfter(1).empty());
+  f.world->listingFails = false;
+  f.world->usage(12).cpuNanoseconds = kSecond;
+  EXPECT_DOUBLE_EQ(only(f.tickAfter(1), 12).cpuPercent, 50);
+}
+
+TEST(ProcessSampler, RefinesTheBiggestProcessesWithinItsBudget) {
+  ProcessSampler::Options options;
+  options.memoryRefinementBudgetNanoseconds = 1'000'000;
+  options.memoryRefinementMaxAgeSeconds = 30;
+  options.memoryRefinementMinimumBytes = 1 << 20;
+  Fixture f(options);
+  f.world->clockStepPerMemoryRead = 600'000;  // each read takes 0.6 ms: two fit the budget
+  const uint64_t mb = 1 << 20;
+  for (int32_t pid : {10, 11, 12, 13}) f.world->add(pid, "p" + std::to_string(pid));
+  f.world->usage(10).footprint = 100 * mb;
+  f.world->usage(11).footprint = 400 * mb;
+  f.world->usage(12).footprint = 200 * mb;
+  f.world->usage(13).footprint = mb / 2;  // too small to matter
+  for (int32_t pid : {10, 11, 12, 13}) f.world->processes.at(pid).reading.sharedMemoryBytes = 4096;
+  f.world->processes.at(10).memory = ProportionalMemory{50 * mb, 0.9};
+  f.world->processes.at(11).memory = ProportionalMemory{100 * mb, 0.9};
+  f.world->processes.at(12).memory = ProportionalMemory{std::nullopt, 0.75};  // older kernel
+
+  auto samples = f.sampler.sample();
+  EXPECT_EQ(f.world->memoryReads, (std::vector<int32_t>{11, 12}));
+  EXPECT_EQ(only(samples, 11).memoryBytes, 100 * mb);
+  EXPECT_EQ(only(samples, 12).memoryBytes, 150 * mb);
+  EXPECT_EQ(only(samples, 10).memoryBytes, 100 * mb);  // not yet refined: raw
+
+  // Next tick: the one left over; the others keep their ratio on a grown footprint.
+  f.world->usage(11).footprint = 800 * mb;
+  samples = f.tickAfter(5);
+  EXPECT_EQ(f.world->memoryReads, (std::vector<int32_t>{11, 12, 10}));
+  EXPECT_EQ(only(samples, 11).memoryBytes, 200 * mb);
+  EXPECT_EQ(only(samples, 10).memoryBytes, 50 * mb);
+  EXPECT_EQ(only(samples, 13).memoryBytes, mb / 2);
+
+  samples = f.tickAfter(5);
+  EXPECT_EQ(f.world->memoryReads.size(), 3u);  // all fresh
+
+  // After the maximum age, refreshed again, biggest first.
+  f.world->processes.at(11).memory = ProportionalMemory{400 * mb, 1};
+  samples = f.tickAfter(30);
+  EXPECT_EQ(f.world->memoryReads, (std::vector<int32_t>{11, 12, 10, 11, 12}));
+  EXPECT_EQ(only(samples, 11).memoryBytes, 400 * mb);
+
+  // A share above the footprint never inflates it.
+  f.world->processes.at(10).memory = ProportionalMemory{500 * mb, 1};
+  f.world->clockStepPerMemoryRead = 0;
+  samples = f.tickAfter(31);
+  EXPECT_EQ(only(samples, 10).memoryBytes, 100 * mb);
+}
+
+TEST(ProcessSampler, RefinesOnlyProcessesThatCanShareMemory) {
+  ProcessSampler::Options options;
+  options.memoryRefinementMinimumBytes = 1 << 20;
+  Fixture f(options);
+  const uint64_t mb = 1 << 20;
+  auto big = [&](int32_t pid, int32_t parent, std::string path) {
+    auto& p = f.world->add(pid, "p" + std::to_string(pid));
+    p.reading.parentPID = parent;
+    p.reading.usage.footprint = 100 * mb;
+    p.facts.path = std::move(path);
+    p.memory = ProportionalMemory{40 * mb, 1};
+  };
+  big(20, 1, "/usr/bin/editor");          // exec'd by its parent: nothing shared
+  big(21, 1, "/opt/browser/browser");     // forked a child running the same program
+  big(22, 21, "/opt/browser/browser");
+  big(23, 21, "/opt/browser/helper");     // exec'd a helper of its own
+  big(24, 23, "/usr/bin/tool");
+  f.world->processes.at(24).reading.sharedMemoryBytes = 8 * mb;  // maps shared memory
+  auto samples = f.sampler.sample();
+  auto reads = f.world->memoryReads;
+  std::sort(reads.begin(), reads.end());
+  EXPECT_EQ(reads, (std::vector<int32_t>{21, 22, 24}));
+  EXPECT_EQ(only(samples, 20).memoryBytes, 100 * mb);
+  EXPECT_EQ(only(samples, 22).memoryBytes, 40 * mb);
+}
+
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    root_ = fs::temp_directory_path() / ("omnira-projects-" + std::to_string(::getpid()));
+    fs::remove_all(root_);
+    fs::create_directories(root_);
+  }
+  ~ScratchFolder() {
+    std::error_code ec;
+    fs::remove_all(root_, ec);
+  }
+  fs::path make(const fs::path& relative) const {
+    fs::create_directories(root_ / relative);
+    return root_ / relative;
+  }
+  void touch(const fs::path& relative) const { std::ofstream(root_ / relative) << ""; }
+  const fs::path& root() const { return root_; }
+
+ private:
+  fs::path root_;
+};
+
+TEST(ProcessSampler, FindsProjectsAndPortsOnlyWhenAsked) {
+  ScratchFolder tmp;
+  const auto home = tmp.make("home/ada");
+  tmp.make("home/ada/.git");  // a dotfiles repository: home itself is never a project
+  tmp.make("home/ada/src/shop/.git");
+  tmp.make("home/ada/src/shop/web/src");
+  tmp.touch("home/ada/src/shop/web/package.json");
+  tmp.make("home/ada/notes");
+  tmp.make("srv/api/bin");
+  tmp.touch("srv/api/go.mod");
+
+  ProcessSampler::Options options;
+  options.homeDirectory = home.string() + "/";
+  Fixture f(options);
+  f.world->add(10, "node").workingDirectory = (home / "src/shop/web/src").string();
+  f.world->add(11, "git").workingDirectory = (home / "src/shop").string();
+  f.world->add(12, "vim").workingDirectory = (home / "notes").string();
+  f.world->add(13, "api").workingDirectory = (tmp.root() / "srv/api/bin").string();
+  f.world->add(14, "sshd").reading.uid = 0;
+  f.world->processes.at(10).socketInodes = {77, 78, 79};
+  f.world->processes.at(13).socketInodes = {90};
+  f.world->listening = {{77, 5173, 1000}, {78, 5173, 1000}, {90, 8080, 1000}};
+
+  auto plain = f.sampler.sample();
+  EXPECT_EQ(f.world->directoryCalls, 0);
+  EXPECT_TRUE(f.world->socketReads.empty());
+  EXPECT_EQ(only(plain, 10).projectPath, std::nullopt);
+
+  const ProcessDetails projects{.projects = true};
+  auto samples = f.tickAfter(1, projects);
+  EXPECT_EQ(only(samples, 10).projectPath, (home / "src/shop/web").string());  // nearest marker wins
+  EXPECT_EQ(only(samples, 11).projectPath, (home / "src/shop").string());
+  EXPECT_EQ(only(samples, 12).projectPath, std::nullopt);
+  EXPECT_EQ(only(samples, 13).projectPath, (tmp.root() / "srv/api").string());
+  EXPECT_EQ(only(samples, 10).listeningPorts, (std::vector<uint16_t>{5173}));
+  EXPECT_EQ(only(samples, 13).listeningPorts, (std::vector<uint16_t>{8080}));
+  EXPECT_TRUE(only(samples, 11).listeningPorts.empty());
+  // Only owners of listening sockets have their descriptors read.
+  EXPECT_EQ(std::count(f.world->socketReads.begin(), f.world->socketReads.end(), 14), 0);
+  EXPECT_EQ(f.world->directoryCalls, 5);
+
+  // Working directories are read again only after ten seconds.
+  f.world->processes.at(11).workingDirectory = (home / "notes").string();
+  samples = f.tickAfter(5, projects);
+  EXPECT_EQ(f.world->directoryCalls, 5);
+  EXPECT_EQ(only(samples, 11).projectPath, (home / "src/shop").string());
+  samples = f.tickAfter(6, projects);
+  EXPECT_EQ(f.world->directoryCalls, 10);
+  EXPECT_EQ(only(samples, 11).projectPath, std::nullopt);
+}
+
+}  // namespace
+}  // namespace omnira
