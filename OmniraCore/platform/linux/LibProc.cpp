@@ -21,6 +21,7 @@
 #include "OmniraCore/platform/linux/KernelStat.h"
 #include "OmniraCore/platform/linux/ListeningSockets.h"
 #include "OmniraCore/platform/linux/PidIO.h"
+#include "OmniraCore/platform/linux/PidSchedStat.h"
 #include "OmniraCore/platform/linux/PidStat.h"
 #include "OmniraCore/platform/linux/PidStatus.h"
 #include "OmniraCore/platform/linux/SmapsRollup.h"
@@ -111,6 +112,7 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
  public:
   ProcHandle(LibProc& owner, int32_t pid) : owner_(owner), pid_(pid) {}
   ~ProcHandle() override {
+    closeIfOpen(schedstat_);
     closeIfOpen(stat_);
     closeIfOpen(status_);
     closeIfOpen(io_);
@@ -121,6 +123,11 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
 
   // Opens the files to keep; fails only when the process is not there to read.
   Result<void, ProcessReadFailure> keepOpen() {
+    if (auto opened = keep(schedstat_, "schedstat"); !opened) {
+      // A kernel without scheduler statistics: every tick reads the whole usage.
+      if (opened.error().kind != Kind::vanished || opened.error().error != ENOENT) return opened;
+      schedstatUsable_ = false;
+    }
     if (auto opened = keep(stat_, "stat"); !opened) return opened;
     if (auto opened = keep(status_, "status"); !opened) return opened;
     if (auto opened = keep(io_, "io"); !opened) {
@@ -134,8 +141,43 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
     return {};
   }
 
+  // Most processes sleep through most ticks. One that the scheduler has not run since
+  // the last full reading cannot have moved its CPU time, memory or I/O counters, so
+  // its last reading stands, for the price of one small read. The kernel may still
+  // swap its pages out or give it a new parent meanwhile, so every kFullReadEvery-th
+  // read is a full one regardless.
   Result<void, ProcessReadFailure> read(ProcessReading& reading) override {
-    return owner_.readUsage(stat_, status_, io_, ioUnavailable_, pid_, reading);
+    std::optional<PidSchedStat> sched;
+    if (schedstatUsable_) {
+      auto text = owner_.readPidFile(schedstat_, pid_, "schedstat");
+      if (!text) {
+        // ESRCH: the process behind a kept file exited. Anything else (ENOENT: no such
+        // file on this kernel, or no such process) is for the full reading to tell.
+        if (text.error().error == ESRCH) return fail(text.error());
+        schedstatUsable_ = false;
+      } else if (text->empty()) {
+        return fail(vanished("schedstat"));
+      } else if (auto parsed = parsePidSchedStat(*text)) {
+        sched = *parsed;
+      } else {
+        schedstatUsable_ = false;
+      }
+    }
+    if (sched && cached_ && *sched == lastSched_ && readsSinceFull_ + 1 < kFullReadEvery) {
+      ++readsSinceFull_;
+      reading = *cached_;
+      return {};
+    }
+    auto full = owner_.readUsage(stat_, status_, io_, ioUnavailable_, pid_, reading);
+    if (!full) return full;
+    readsSinceFull_ = 0;
+    if (sched) {
+      lastSched_ = *sched;
+      cached_ = reading;
+    } else {
+      cached_.reset();
+    }
+    return {};
   }
 
  private:
@@ -157,8 +199,15 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
     return fail(failureFromErrno(error, file));
   }
 
+  static constexpr int kFullReadEvery = 6;
+
   LibProc& owner_;
   int32_t pid_;
+  int schedstat_ = -1;
+  bool schedstatUsable_ = true;
+  PidSchedStat lastSched_;
+  std::optional<ProcessReading> cached_;
+  int readsSinceFull_ = 0;
   int stat_ = -1;
   int status_ = -1;
   int io_ = -1;

@@ -1,0 +1,85 @@
+// A process the scheduler has not run since the last look keeps its last reading; the
+// gate must never hide a process that did run, nor keep a stale reading forever.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "OmniraCore/platform/linux/LibProc.h"
+#include "OmniraCore/platform/linux/PidSchedStat.h"
+
+namespace omnira::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(PidSchedStat, ParsesThreeNumbersOnly) {
+  auto s = parsePidSchedStat("91005 17 3\n");
+  ASSERT_TRUE(s.ok());
+  EXPECT_EQ(*s, (PidSchedStat{91005, 17, 3}));
+  for (const char* bad : {"", "1 2", "1 2 3 4", "1 x 3", "-1 2 3", "1 2 3x"})
+    EXPECT_FALSE(parsePidSchedStat(bad).ok()) << bad;
+}
+
+class GateTree : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root_ = fs::temp_directory_path() / ("omnira-gate-" + std::to_string(::getpid()));
+    fs::remove_all(root_);
+    fs::copy(fs::path(OMNIRA_FIXTURES) / "proc" / "basic", root_,
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  }
+  void TearDown() override { fs::remove_all(root_); }
+  void write(const std::string& relative, const std::string& text) {
+    std::ofstream(root_ / relative, std::ios::trunc) << text;
+  }
+  void setUserTicks(int ticks) {
+    write("100/stat", "100 (firefox-esr) S 1 100 100 0 -1 4194304 100 0 0 0 " + std::to_string(ticks) +
+                          " 300 0 0 20 0 1 0 5000 1000000 100 18446744073709551615 1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0\n");
+  }
+  uint64_t cpuNanoseconds(ProcessSource::Handle& handle) {
+    ProcessReading reading;
+    auto read = handle.read(reading);
+    EXPECT_TRUE(read.ok());
+    return reading.usage.cpuNanoseconds;
+  }
+  fs::path root_;
+};
+
+TEST_F(GateTree, UnscheduledProcessKeepsItsReadingUntilItRunsOrTheRefreshIsDue) {
+  const uint64_t tick = 1'000'000'000ull / static_cast<uint64_t>(::sysconf(_SC_CLK_TCK));
+  for (bool keepOpen : {true, false}) {
+    SCOPED_TRACE(keepOpen ? "kept files" : "files opened per read");
+    write("100/schedstat", "5000 0 10\n");
+    setUserTicks(1200);
+    LibProc proc(Roots{root_, root_ / "sys"}, keepOpen);
+    auto handle = proc.open(100);
+    ASSERT_TRUE(handle.ok());
+    EXPECT_EQ(cpuNanoseconds(**handle), 1500 * tick);
+
+    // Not run since: the costlier files are not consulted.
+    setUserTicks(1300);
+    EXPECT_EQ(cpuNanoseconds(**handle), 1500 * tick);
+    // Run since: read in full.
+    write("100/schedstat", "6000 0 11\n");
+    EXPECT_EQ(cpuNanoseconds(**handle), 1600 * tick);
+
+    // Idle, but every sixth reading is a full one all the same.
+    setUserTicks(1400);
+    int stale = 0;
+    while (cpuNanoseconds(**handle) == 1600 * tick) ++stale;
+    EXPECT_EQ(stale, 5);
+
+    // A garbled schedstat turns the gate off rather than freezing the reading.
+    write("100/schedstat", "garbage\n");
+    setUserTicks(1500);
+    EXPECT_EQ(cpuNanoseconds(**handle), 1800 * tick);
+    setUserTicks(1600);
+    EXPECT_EQ(cpuNanoseconds(**handle), 1900 * tick);
+  }
+}
+
+}  // namespace
+}  // namespace omnira::platform
