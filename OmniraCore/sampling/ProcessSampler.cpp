@@ -27,6 +27,10 @@ std::string_view basename(std::string_view path) {
 // the executable's or the first argument's file name when that begins with it.
 std::string displayName(const std::string& kernelName, const ProcessFacts& facts) {
   constexpr size_t kKernelNameLength = 15;
+  // Run from an anonymous memory file, the kernel names the file; the program's own
+  // first argument says better what it is.
+  if (kernelName.starts_with("memfd:") && !facts.arguments.empty() && !basename(facts.arguments[0]).empty())
+    return std::string(basename(facts.arguments[0]));
   if (kernelName.size() != kKernelNameLength) return kernelName;
   std::string_view candidates[2];
   if (facts.path) candidates[0] = basename(*facts.path);

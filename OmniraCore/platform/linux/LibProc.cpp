@@ -433,6 +433,8 @@ Result<ProcessFacts, ProcessReadFailure> LibProc::facts(int32_t pid) {
 
   int exeError = 0;
   facts.path = readLink(pid, "exe", &exeError);
+  // A program run from an anonymous memory file has no path to group or show by.
+  if (facts.path && facts.path->starts_with("/memfd:")) facts.path.reset();
   if (!facts.path && (exeError == EACCES || exeError == EPERM) && !facts.arguments.empty() &&
       facts.arguments[0].starts_with('/')) {
     // Another user's process: its own claim to a path is the best there is.

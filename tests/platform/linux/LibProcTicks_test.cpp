@@ -1,14 +1,17 @@
-// A process the scheduler has not run since the last look keeps its last reading; the
-// gate must never hide a process that did run, nor keep a stale reading forever.
+// LibProc on a scratch copy of a fixture tree that changes between reads: the
+// scheduler gate, which must never hide a process that ran nor keep a stale reading
+// forever, and processes with odd executables.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
 #include "OmniraCore/platform/linux/LibProc.h"
 #include "OmniraCore/platform/linux/PidSchedStat.h"
+#include "OmniraCore/sampling/ProcessSampler.h"
 
 namespace omnira::platform {
 namespace {
@@ -79,6 +82,32 @@ TEST_F(GateTree, UnscheduledProcessKeepsItsReadingUntilItRunsOrTheRefreshIsDue) 
     setUserTicks(1600);
     EXPECT_EQ(cpuNanoseconds(**handle), 1900 * tick);
   }
+}
+
+}  // namespace
+}  // namespace omnira::platform
+
+namespace omnira::platform {
+namespace {
+
+// A program run from an anonymous memory file: its "executable" is no path to group by.
+TEST_F(GateTree, MemoryFileProgramsAreNamedByTheirFirstArgument) {
+  fs::create_directories(root_ / "300");
+  write("300/stat", "300 (memfd:sealed-91) S 1 300 300 0 -1 4194304 0 0 0 0 5 5 0 0 20 0 1 0 9000 1 1 1 1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0\n");
+  write("300/status", "Name:\tmemfd:sealed-91\nUid:\t1000\t1000\t1000\t1000\nRssAnon:\t100 kB\n"
+                      "voluntary_ctxt_switches:\t5\nnonvoluntary_ctxt_switches:\t1\n");
+  write("300/cmdline", std::string("tools/binary_backend\0--uid\0" "0\0", 27));
+  fs::create_symlink("/memfd:sealed-91173221a7ea (deleted)", root_ / "300" / "exe");
+  LibProc proc(Roots{root_, root_ / "sys"}, true);
+  auto facts = proc.facts(300);
+  ASSERT_TRUE(facts.ok());
+  EXPECT_FALSE(facts->path);
+  ProcessSampler sampler(std::make_unique<LibProc>(Roots{root_, root_ / "sys"}));
+  const auto samples = sampler.sample();
+  auto it = std::find_if(samples.begin(), samples.end(), [](const ProcessSample& s) { return s.pid == 300; });
+  ASSERT_NE(it, samples.end());
+  EXPECT_EQ(it->name, "binary_backend");
+  EXPECT_FALSE(it->path);
 }
 
 }  // namespace
