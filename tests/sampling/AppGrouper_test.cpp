@@ -33,10 +33,8 @@ TEST(AppGrouper, PathRules) {
        {"/System/Library/CoreServices/Finder.app", "Finder", GroupKind::app, "/System/Library/CoreServices/Finder.app"}},
       {"/System/Library/CoreServices/Dock.app/Contents/MacOS/Dock", macOS},
       {"/usr/libexec/Foo.app/Contents/MacOS/Foo", macOS},
-      {"/Library/Apple/System/Library/X.app/Contents/MacOS/X", macOS},
       {"/usr/local/bin/tool", {"exec:/usr/local/bin/tool", "tool", GroupKind::other, std::nullopt}},
       {"/usr/bin/tool", macOS},
-      {"/sbin/launchd", macOS},
       {"/Applications/Safari.app/Contents/MacOS/Safari",
        {"/Applications/Safari.app", "Safari", GroupKind::app, "/Applications/Safari.app"}},
       // The outermost bundle wins over the one nested in it.
@@ -60,10 +58,9 @@ TEST(AppGrouper, ClonesResolveToTheInstalledAppOnlyWhenItExists) {
   const AppGrouper with("macOS", withApps({"/Applications/Foo.app"}));
   EXPECT_EQ(with.descriptorForPath(clone),
             (Descriptor{"/Applications/Foo.app", "Foo", GroupKind::app, "/Applications/Foo.app"}));
-
-  const auto exists = [](const std::string& path) { return path == "/Applications/Foo.app"; };
-  EXPECT_EQ(AppGrouper::canonicalID("clone:Foo", exists), "/Applications/Foo.app");
-  EXPECT_EQ(AppGrouper::canonicalID("clone:Bar", exists), "clone:Bar");
+  // The outermost bundle decides, clone or not.
+  EXPECT_EQ(without.descriptorForPath("/x/C.app.bundle/Contents/Frameworks/D.app/Contents/MacOS/D").id, "clone:C");
+  EXPECT_EQ(without.descriptorForPath("/x/D.app/Contents/C.app.bundle/x").id, "/x/D.app");
 }
 
 TEST(AppGrouper, CanonicalIDFoldsVersionFolders) {
@@ -73,7 +70,6 @@ TEST(AppGrouper, CanonicalIDFoldsVersionFolders) {
       {"exec:/opt/x/2.1/abc1234/3.0/x", "exec:/opt/x/*/*/x"},
       {"exec:/opt/x/abcdefg/bin/x", "exec:/opt/x/abcdefg/bin/x"},  // a hash without a version before it
       {"/opt/tool/1.2.3/bin/tool", "/opt/tool/*/bin/tool"},
-      {"/opt/tool/1.3.0/bin/tool", "/opt/tool/*/bin/tool"},
       {"exec:/a/1.2/abcdef/b", "exec:/a/*/abcdef/b"},          // six characters are no hash
       {"exec:/a/1.2/abc1234", "exec:/a/*"},                    // a trailing hash goes too
       {"exec:/a/1.0/2.0/b", "exec:/a/*/*/b"},
@@ -84,33 +80,14 @@ TEST(AppGrouper, CanonicalIDFoldsVersionFolders) {
       {"exec:relative/1.2/x", "exec:relative/1.2/x"},
       {"name:node 1.2", "name:node 1.2"},
       {"system", "system"},
-      {"exec:/no/digits/at/all", "exec:/no/digits/at/all"},
+      {"exec:/a/v10.4.1/b/2024.01.15/c", "exec:/a/*/b/*/c"},
+      {"exec:/a/v1/1./.1/V1.2/vv1.2/1..2/1.2a/v/b", "exec:/a/v1/1./.1/V1.2/vv1.2/1..2/1.2a/v/b"},  // no versions
+      {"exec:/a/1.2/ABC1234/b", "exec:/a/*/ABC1234/b"},  // hashes are lower-case hex with a digit
+      {"exec:/a/1.2/abcdefa/b", "exec:/a/*/abcdefa/b"},
+      {"exec:/a/1.2/" + std::string(40, '1') + "/b", "exec:/a/*/b"},
+      {"exec:/a/1.2/" + std::string(41, '1') + "/b", "exec:/a/*/" + std::string(41, '1') + "/b"},
   };
   for (const auto& [id, expected] : cases) EXPECT_EQ(AppGrouper::canonicalID(id, none), expected) << id;
-}
-
-TEST(AppGrouper, VersionAndHashPieces) {
-  for (const char* piece : {"1.2", "v10.4.1", "0.0", "2024.01.15"}) EXPECT_TRUE(AppGrouper::isVersion(piece)) << piece;
-  for (const char* piece : {"1", "1.", ".1", "v", "v1", "vv1.2", "1..2", "1.2a", "V1.2", ""}) {
-    EXPECT_FALSE(AppGrouper::isVersion(piece)) << piece;
-  }
-  for (const char* piece : {"abc1234", "0123456", "0123456789abcdef0123456789abcdef01234567"}) {
-    EXPECT_TRUE(AppGrouper::isBuildHash(piece)) << piece;
-  }
-  for (const char* piece : {"abc123", "abcdefa", "ABC1234", "abc123g", "0123456789abcdef0123456789abcdef012345678"}) {
-    EXPECT_FALSE(AppGrouper::isBuildHash(piece)) << piece;
-  }
-}
-
-TEST(AppGrouper, OutermostAppBundle) {
-  using Bundle = AppGrouper::Bundle;
-  EXPECT_EQ(AppGrouper::outermostAppBundle("/Applications/A.app/Contents/Frameworks/B.app/Contents/MacOS/B"),
-            (Bundle{"/Applications/A.app", "A", false}));
-  EXPECT_EQ(AppGrouper::outermostAppBundle("/x/C.app.bundle/Contents/Frameworks/D.app/Contents/MacOS/D"),
-            (Bundle{"/x/C.app.bundle", "C", true}));
-  EXPECT_EQ(AppGrouper::outermostAppBundle("/x/D.app/Contents/C.app.bundle/x"), (Bundle{"/x/D.app", "D", false}));
-  EXPECT_EQ(AppGrouper::outermostAppBundle("/Applications/A.app"), std::nullopt);
-  EXPECT_EQ(AppGrouper::outermostAppBundle("/opt/app/bin/x"), std::nullopt);
 }
 
 ProcessSample sample(int32_t pid, std::optional<std::string> path, uint64_t memory = 0, double cpu = 0) {
@@ -227,10 +204,8 @@ TEST(AppGrouper, AsksTheIdentifierFirstAndCachesByLaunchFacts) {
   EXPECT_EQ(grouper.descriptor(inUnit).id, "/apps/editor.desktop");
   EXPECT_EQ(grouper.descriptor(root).id, "system");
   EXPECT_EQ(identifier->calls, 3);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(grouper.descriptor(inUnit).id, "/apps/editor.desktop");
-    EXPECT_EQ(grouper.descriptor(plain).id, "system");
-  }
+  EXPECT_EQ(grouper.descriptor(inUnit).id, "/apps/editor.desktop");
+  EXPECT_EQ(grouper.descriptor(plain).id, "system");
   EXPECT_EQ(identifier->calls, 3) << "served from the cache";
 
   grouper.reload();
@@ -261,23 +236,15 @@ TEST(AppGrouper, DescriptorsFromManyThreads) {
   EXPECT_EQ(wrong, 0);
 }
 
-TEST(AppGroup, JSONCarriesSumsThenProcesses) {
+TEST(AppGroup, JSONCarriesSums) {
   const AppGroup group("/Applications/A.app", "A", GroupKind::app, "/Applications/A.app",
                        {sample(1, "/Applications/A.app/Contents/MacOS/A", 100, 1.5),
                         sample(2, "/Applications/A.app/Contents/MacOS/B", 50, 2)});
   const auto json = group.toJSON();
-  std::vector<std::string> keys;
-  for (const auto& item : json.items()) keys.push_back(item.key());
-  EXPECT_EQ(keys, (std::vector<std::string>{"id", "name", "kind", "bundlePath", "processCount", "cpuPercent",
-                                            "memoryBytes", "powerWatts", "energyJoules", "diskReadBytesPerSec",
-                                            "diskWriteBytesPerSec", "networkInBytesPerSec", "networkOutBytesPerSec",
-                                            "idleWakeupsPerSec", "gpuPercent", "processes"}));
   EXPECT_EQ(json["kind"], "app");
+  EXPECT_EQ(json["bundlePath"], "/Applications/A.app");
   EXPECT_EQ(json["processCount"], 2);
-  EXPECT_EQ(json["memoryBytes"], 150);
   EXPECT_DOUBLE_EQ(json["cpuPercent"].get<double>(), 3.5);
-  ASSERT_EQ(json["processes"].size(), 2u);
-  EXPECT_EQ(json["processes"][1]["pid"], 2);
   EXPECT_FALSE(AppGroup("system", "macOS", GroupKind::system, std::nullopt, {}).toJSON().contains("bundlePath"));
 }
 

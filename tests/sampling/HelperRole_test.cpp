@@ -12,16 +12,6 @@ namespace {
 using Args = std::vector<std::string>;
 using helper_role::classify;
 
-TEST(HelperRole, RawValuesRoundTrip) {
-  for (auto role : {HelperRole::main, HelperRole::renderer, HelperRole::extensionHost, HelperRole::gpu,
-                    HelperRole::network, HelperRole::other}) {
-    EXPECT_EQ(helperRoleFromRaw(rawValue(role)), role);
-  }
-  EXPECT_EQ(rawValue(HelperRole::extensionHost), "extensionHost");
-  EXPECT_EQ(helperRoleFromRaw("Renderer"), std::nullopt);
-  EXPECT_EQ(helperRoleFromRaw(""), std::nullopt);
-}
-
 TEST(HelperRole, ChromiumArguments) {
   using helper_role::parse;
   EXPECT_EQ(parse({}), std::nullopt);
@@ -33,7 +23,6 @@ TEST(HelperRole, ChromiumArguments) {
   EXPECT_EQ(parse({"code", "--utility-sub-type=node.mojom.NodeService", "--type=utility"}), HelperRole::extensionHost);
   EXPECT_EQ(parse({"chrome", "--type=utility"}), HelperRole::other);
   EXPECT_EQ(parse({"chrome", "--type=utility", "--utility-sub-type=audio.mojom.AudioService"}), HelperRole::other);
-  EXPECT_EQ(parse({"chrome", "--type=zygote"}), HelperRole::other);
   // "--extension-process" wins wherever it stands.
   EXPECT_EQ(parse({"chrome", "--type=renderer", "--extension-process"}), HelperRole::extensionHost);
   EXPECT_EQ(parse({"chrome", "--extension-process", "--type=gpu-process"}), HelperRole::extensionHost);
@@ -50,8 +39,6 @@ TEST(HelperRole, GeckoByPathOrContentProcessArgument) {
   EXPECT_EQ(parseGecko({"tab"}), std::nullopt);  // a single argument decides nothing
   EXPECT_EQ(parseGecko({"plugin-container", "tab"}), HelperRole::renderer);
   EXPECT_EQ(parseGecko({"plugin-container", "gpu"}), HelperRole::gpu);
-  EXPECT_EQ(parseGecko({"plugin-container", "socket"}), HelperRole::network);
-  EXPECT_EQ(parseGecko({"plugin-container", "rdd"}), HelperRole::other);
   EXPECT_TRUE(helper_role::isGeckoHelper("/Applications/Firefox.app/Contents/MacOS/plugin-container.app/Contents/MacOS/plugin-container"));
   EXPECT_TRUE(helper_role::isGeckoHelper("/A/Firefox.app/Contents/MacOS/media-plugin-helper.app/x"));
   EXPECT_FALSE(helper_role::isGeckoHelper("/usr/lib/firefox/plugin-container"));
@@ -85,7 +72,6 @@ TEST(HelperRole, WebKitByPath) {
   EXPECT_EQ(webKitRole("/app/libexec/webkitgtk-6.0/WebKitGPUProcess"), HelperRole::gpu);
   EXPECT_EQ(webKitRole(gtk + "WebKitPluginProcess"), HelperRole::other);
   EXPECT_EQ(webKitRole("/usr/bin/WebKitWebDriver"), std::nullopt);
-  EXPECT_EQ(webKitRole("/usr/bin/epiphany"), std::nullopt);
   EXPECT_EQ(webKitRole("/home/a/WebKitWebProcess/tool"), std::nullopt);
 
   // A WebKit helper started with Chromium-looking arguments is still judged by its path.
@@ -101,7 +87,6 @@ TEST(HelperRole, PlaceInTheBundle) {
   EXPECT_EQ(role(std::nullopt), HelperRole::other);
   EXPECT_EQ(role(executables + "/Slack"), HelperRole::main);
   EXPECT_EQ(role(executables + "/Slack Crash Reporter"), HelperRole::other);
-  EXPECT_EQ(role(executables + "/crashpad_handler"), HelperRole::other);
   EXPECT_EQ(role(bundle + "/Contents/MacOSX/Slack"), HelperRole::other);  // a sibling folder, not under
   EXPECT_EQ(role("/Applications/Other.app/Contents/PlugIns/Share.appex/Contents/MacOS/Share"),
             HelperRole::extensionHost);
@@ -110,7 +95,6 @@ TEST(HelperRole, PlaceInTheBundle) {
   EXPECT_EQ(role("/Library/Frameworks/Tool.app.bundle/Contents/MacOS/tool"), HelperRole::other);
   EXPECT_EQ(role("/Applications/X.app/Contents/Frameworks/X Helper (Plugin).app/Contents/MacOS/X Helper (Plugin)"),
             HelperRole::extensionHost);
-  EXPECT_EQ(role("/usr/bin/python3"), HelperRole::other);
   // With a trailing slash on the folder, and with no folder or bundle known.
   EXPECT_EQ(AppGroup::switchlessRole(executables + "/Slack", executables + "/", bundle), HelperRole::main);
   EXPECT_EQ(AppGroup::switchlessRole(std::string("/x/Share.appex/y"), "", ""), HelperRole::extensionHost);

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 constexpr uint64_t kSecond = 1'000'000'000;
 
 struct FakeProcess {
-  ProcessReading reading;
+  ProcessReading reading{.diskMeasured = true, .parentPID = 1, .uid = 1000};
   ProcessFacts facts;
   std::optional<ProcessReadFailure> failure;  // what reading it gives instead
   std::optional<std::string> workingDirectory;
@@ -27,7 +27,11 @@ struct FakeProcess {
   std::vector<uint64_t> socketInodes;
 };
 
-struct World {
+const ProcessReadFailure kVanished{ProcessReadFailure::Kind::vanished};
+
+// The processes of a scripted machine; its clock moves only when the test says.
+class World final : public ProcessSource {
+ public:
   std::map<int32_t, FakeProcess> processes;
   std::vector<ListeningSocket> listening;
   uint64_t clock = 100 * kSecond;
@@ -43,83 +47,64 @@ struct World {
     p.reading.usage.pid = pid;
     p.reading.name = std::move(name);
     p.reading.startTicks = startTicks;
-    p.reading.parentPID = 1;
-    p.reading.diskMeasured = true;
-    p.reading.uid = 1000;
     p.facts.path = "/usr/bin/" + p.reading.name;
     return p;
   }
   RawUsage& usage(int32_t pid) { return processes.at(pid).reading.usage; }
-};
-
-class FakeSource final : public ProcessSource {
- public:
-  explicit FakeSource(std::shared_ptr<World> world) : world_(std::move(world)) {}
 
   // Like a kept /proc file: bound to the process it was opened on.
-  class FakeHandle final : public Handle {
-   public:
-    FakeHandle(std::shared_ptr<World> world, int32_t pid, uint64_t startTicks)
-        : world_(std::move(world)), pid_(pid), startTicks_(startTicks) {}
+  struct FakeHandle final : Handle {
+    FakeHandle(World& w, int32_t p) : world(w), pid(p), startTicks(w.processes.at(p).reading.startTicks) {}
     Result<void, ProcessReadFailure> read(ProcessReading& reading) override {
-      auto it = world_->processes.find(pid_);
-      if (it == world_->processes.end() || it->second.reading.startTicks != startTicks_) {
-        return fail(ProcessReadFailure{ProcessReadFailure::Kind::vanished});
-      }
+      auto it = world.processes.find(pid);
+      if (it == world.processes.end() || it->second.reading.startTicks != startTicks) return fail(kVanished);
       if (it->second.failure) return fail(*it->second.failure);
       reading = it->second.reading;
       return {};
     }
-
-   private:
-    std::shared_ptr<World> world_;
-    int32_t pid_;
-    uint64_t startTicks_;
+    World& world;
+    int32_t pid;
+    uint64_t startTicks;
   };
 
   Result<void, ProcessReadFailure> listPIDs(std::vector<int32_t>& pids) override {
-    if (world_->listingFails) return fail(ProcessReadFailure{ProcessReadFailure::Kind::failed});
+    if (listingFails) return fail(ProcessReadFailure{});
     pids.clear();
-    for (const auto& [pid, p] : world_->processes) pids.push_back(pid);
+    for (const auto& entry : processes) pids.push_back(entry.first);
     return {};
   }
   Result<std::unique_ptr<Handle>, ProcessReadFailure> open(int32_t pid) override {
-    auto it = world_->processes.find(pid);
-    if (it == world_->processes.end()) return fail(ProcessReadFailure{ProcessReadFailure::Kind::vanished});
-    return std::unique_ptr<Handle>(std::make_unique<FakeHandle>(world_, pid, it->second.reading.startTicks));
+    if (!processes.contains(pid)) return fail(kVanished);
+    return std::unique_ptr<Handle>(std::make_unique<FakeHandle>(*this, pid));
   }
   Result<ProcessFacts, ProcessReadFailure> facts(int32_t pid) override {
-    ++world_->factsCalls;
-    auto it = world_->processes.find(pid);
-    if (it == world_->processes.end()) return fail(ProcessReadFailure{ProcessReadFailure::Kind::vanished});
-    return it->second.facts;
+    ++factsCalls;
+    if (!processes.contains(pid)) return fail(kVanished);
+    return processes.at(pid).facts;
   }
-  std::vector<std::string> arguments(int32_t pid) override { return world_->processes.at(pid).facts.arguments; }
+  std::vector<std::string> arguments(int32_t pid) override { return processes.at(pid).facts.arguments; }
   std::optional<std::string> workingDirectory(int32_t pid) override {
-    ++world_->directoryCalls;
-    return world_->processes.at(pid).workingDirectory;
+    ++directoryCalls;
+    return processes.at(pid).workingDirectory;
   }
   std::optional<ProportionalMemory> proportionalMemory(int32_t pid) override {
-    world_->memoryReads.push_back(pid);
-    world_->clock += world_->clockStepPerMemoryRead;
-    return world_->processes.at(pid).memory;
+    memoryReads.push_back(pid);
+    clock += clockStepPerMemoryRead;
+    return processes.at(pid).memory;
   }
-  std::vector<ListeningSocket> listeningSockets() override { return world_->listening; }
+  std::vector<ListeningSocket> listeningSockets() override { return listening; }
   std::vector<uint64_t> socketInodes(int32_t pid) override {
-    world_->socketReads.push_back(pid);
-    return world_->processes.at(pid).socketInodes;
+    socketReads.push_back(pid);
+    return processes.at(pid).socketInodes;
   }
-  uint64_t monotonicNanoseconds() override { return world_->clock; }
-
- private:
-  std::shared_ptr<World> world_;
+  uint64_t monotonicNanoseconds() override { return clock; }
 };
 
 struct Fixture {
-  std::shared_ptr<World> world = std::make_shared<World>();
+  std::unique_ptr<World> owned = std::make_unique<World>();
+  World* world = owned.get();  // owned by the sampler from here on
   ProcessSampler sampler;
-  explicit Fixture(ProcessSampler::Options options = {})
-      : sampler(std::make_unique<FakeSource>(world), std::move(options)) {}
+  explicit Fixture(ProcessSampler::Options options = {}) : sampler(std::move(owned), std::move(options)) {}
 
   std::vector<ProcessSample> tickAfter(double seconds, ProcessDetails details = {}) {
     world->clock += static_cast<uint64_t>(seconds * kSecond);
@@ -144,7 +129,6 @@ TEST(ProcessSampler, RatesAreDeltasOverEachProcesssOwnInterval) {
   Fixture f;
   f.world->add(10, "worker");
   f.world->usage(10) = {10, 4096, 3 * kSecond, 1000, 2000, 0, 50};
-  f.world->processes.at(10).facts.arguments = {"/usr/bin/worker", "--type=gpu-process"};
 
   auto first = f.sampler.sample();
   const auto& s0 = only(first, 10);
@@ -152,8 +136,6 @@ TEST(ProcessSampler, RatesAreDeltasOverEachProcesssOwnInterval) {
   EXPECT_EQ(s0.delta, UsageDelta{});
   EXPECT_DOUBLE_EQ(s0.lifetimeCPUSeconds, 3.0);
   EXPECT_EQ(s0.memoryBytes, 4096u);
-  EXPECT_EQ(s0.helperRole, HelperRole::gpu);
-  EXPECT_EQ(s0.path, "/usr/bin/worker");
 
   f.world->usage(10) = {10, 8192, 4 * kSecond, 5000, 2000 + 8000, 0, 250};
   auto second = f.tickAfter(2);
@@ -162,7 +144,6 @@ TEST(ProcessSampler, RatesAreDeltasOverEachProcesssOwnInterval) {
   EXPECT_DOUBLE_EQ(s1.diskReadBytesPerSec, 2000);
   EXPECT_DOUBLE_EQ(s1.diskWriteBytesPerSec, 4000);
   EXPECT_DOUBLE_EQ(s1.idleWakeupsPerSec, 100);
-  EXPECT_EQ(s1.powerWatts, 0);  // no energy counter on this kernel
   EXPECT_EQ(s1.delta, (UsageDelta{kSecond, 4000, 8000, 0, 200}));
   EXPECT_EQ(s1.memoryBytes, 8192u);
 
@@ -176,7 +157,6 @@ TEST(ProcessSampler, RatesAreDeltasOverEachProcesssOwnInterval) {
   auto third = f.tickAfter(4);
   EXPECT_DOUBLE_EQ(only(third, 11).cpuPercent, 50);
   EXPECT_DOUBLE_EQ(only(third, 10).cpuPercent, 0);
-  EXPECT_FALSE(ProcessSampler::kernelCountsEnergy);
 }
 
 TEST(ProcessSampler, CountersThatGoBackOrLeapCountNothing) {
@@ -215,7 +195,6 @@ TEST(ProcessSampler, AProcessIsTheSameOnlyWithTheSamePidAndStartTime) {
   f.world->add(10, "second", 2000).reading.usage.cpuNanoseconds = 9 * kSecond;
   auto reused = f.tickAfter(1);
   EXPECT_EQ(only(reused, 10).delta, UsageDelta{});
-  EXPECT_EQ(only(reused, 10).name, "second");
   EXPECT_EQ(only(reused, 10).path, "/usr/bin/second");
   EXPECT_EQ(f.world->factsCalls, 2);
 
@@ -229,7 +208,6 @@ TEST(ProcessSampler, AProcessIsTheSameOnlyWithTheSamePidAndStartTime) {
   EXPECT_EQ(f.world->factsCalls, 3);
   EXPECT_DOUBLE_EQ(only(execed, 10).cpuPercent, 100);
   EXPECT_EQ(only(execed, 10).helperRole, HelperRole::renderer);
-  EXPECT_EQ(only(execed, 10).path, "/usr/lib/firefox/firefox");
 }
 
 TEST(ProcessSampler, PrunesExitedProcessesAndCountsTheUnmeasured) {
@@ -347,38 +325,17 @@ TEST(ProcessSampler, RefinesOnlyProcessesThatCanShareMemory) {
   EXPECT_EQ(only(samples, 22).memoryBytes, 40 * mb);
 }
 
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    root_ = fs::temp_directory_path() / ("omnira-projects-" + std::to_string(::getpid()));
-    fs::remove_all(root_);
-    fs::create_directories(root_);
-  }
-  ~ScratchFolder() {
-    std::error_code ec;
-    fs::remove_all(root_, ec);
-  }
-  fs::path make(const fs::path& relative) const {
-    fs::create_directories(root_ / relative);
-    return root_ / relative;
-  }
-  void touch(const fs::path& relative) const { std::ofstream(root_ / relative) << ""; }
-  const fs::path& root() const { return root_; }
-
- private:
-  fs::path root_;
-};
-
 TEST(ProcessSampler, FindsProjectsAndPortsOnlyWhenAsked) {
-  ScratchFolder tmp;
-  const auto home = tmp.make("home/ada");
-  tmp.make("home/ada/.git");  // a dotfiles repository: home itself is never a project
-  tmp.make("home/ada/src/shop/.git");
-  tmp.make("home/ada/src/shop/web/src");
-  tmp.touch("home/ada/src/shop/web/package.json");
-  tmp.make("home/ada/notes");
-  tmp.make("srv/api/bin");
-  tmp.touch("srv/api/go.mod");
+  const auto root = fs::temp_directory_path() / ("omnira-projects-" + std::to_string(::getpid()));
+  fs::remove_all(root);
+  for (const char* folder : {"home/ada/.git", "home/ada/src/shop/.git", "home/ada/src/shop/web/src", "home/ada/notes",
+                             "srv/api/bin"}) {
+    fs::create_directories(root / folder);
+  }
+  // home/ada/.git is a dotfiles repository: home itself is never a project.
+  std::ofstream(root / "home/ada/src/shop/web/package.json") << "";
+  std::ofstream(root / "srv/api/go.mod") << "";
+  const auto home = root / "home/ada";
 
   ProcessSampler::Options options;
   options.homeDirectory = home.string() + "/";
@@ -386,7 +343,7 @@ TEST(ProcessSampler, FindsProjectsAndPortsOnlyWhenAsked) {
   f.world->add(10, "node").workingDirectory = (home / "src/shop/web/src").string();
   f.world->add(11, "git").workingDirectory = (home / "src/shop").string();
   f.world->add(12, "vim").workingDirectory = (home / "notes").string();
-  f.world->add(13, "api").workingDirectory = (tmp.root() / "srv/api/bin").string();
+  f.world->add(13, "api").workingDirectory = (root / "srv/api/bin").string();
   f.world->add(14, "sshd").reading.uid = 0;
   f.world->processes.at(10).socketInodes = {77, 78, 79};
   f.world->processes.at(13).socketInodes = {90};
@@ -402,7 +359,7 @@ TEST(ProcessSampler, FindsProjectsAndPortsOnlyWhenAsked) {
   EXPECT_EQ(only(samples, 10).projectPath, (home / "src/shop/web").string());  // nearest marker wins
   EXPECT_EQ(only(samples, 11).projectPath, (home / "src/shop").string());
   EXPECT_EQ(only(samples, 12).projectPath, std::nullopt);
-  EXPECT_EQ(only(samples, 13).projectPath, (tmp.root() / "srv/api").string());
+  EXPECT_EQ(only(samples, 13).projectPath, (root / "srv/api").string());
   EXPECT_EQ(only(samples, 10).listeningPorts, (std::vector<uint16_t>{5173}));
   EXPECT_EQ(only(samples, 13).listeningPorts, (std::vector<uint16_t>{8080}));
   EXPECT_TRUE(only(samples, 11).listeningPorts.empty());
@@ -418,6 +375,7 @@ TEST(ProcessSampler, FindsProjectsAndPortsOnlyWhenAsked) {
   samples = f.tickAfter(6, projects);
   EXPECT_EQ(f.world->directoryCalls, 10);
   EXPECT_EQ(only(samples, 11).projectPath, std::nullopt);
+  fs::remove_all(root);
 }
 
 }  // namespace

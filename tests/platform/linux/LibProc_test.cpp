@@ -41,7 +41,7 @@ const ProcessSample* find(const std::vector<ProcessSample>& samples, int32_t pid
 class TreeCopy {
  public:
   explicit TreeCopy(const fs::path& from) {
-    root_ = fs::temp_directory_path() / ("omnira-proc-" + std::to_string(::getpid()) + "-" + std::to_string(counter_++));
+    root_ = fs::temp_directory_path() / ("omnira-proc-" + std::to_string(::getpid()));
     fs::remove_all(root_);
     fs::copy(from, root_, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
   }
@@ -57,7 +57,6 @@ class TreeCopy {
   }
 
  private:
-  static inline int counter_ = 0;
   fs::path root_;
 };
 
@@ -66,72 +65,33 @@ std::string stat107(uint64_t utime, uint64_t start) {
          std::to_string(start) + " 1000000 100 18446744073709551615 1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0\n";
 }
 
-TEST(LibProc, ListsAndReadsTheFixtureTree) {
+// What the sampler does not show: the listing, failure kinds, and the raw counters.
+TEST(LibProc, ReadsTheFixtureTree) {
   LibProc proc(Roots{kBasic, kBasic / "sys"}, false);
   auto pids = proc.allPIDs();
   ASSERT_TRUE(pids.ok()) << pids.error().detail;
   EXPECT_EQ(*pids, (std::vector<int32_t>{1, 2, 100, 101, 102, 103, 104, 105, 106, 107, 4242}));
 
-  auto content = proc.basicInfo(101);
-  ASSERT_TRUE(content.ok()) << content.error().detail;
-  EXPECT_EQ(content->name, "Web Content");
-  EXPECT_EQ(content->parentPID, 100);
-  EXPECT_EQ(content->state, 'S');
-  EXPECT_EQ(content->uid, 1000u);
-  EXPECT_EQ(content->startTicks, 5100u);
-  EXPECT_EQ(content->startedAt, bootPlusTicks(5100));
-  EXPECT_EQ(content->path, "/usr/lib/firefox-esr/firefox-esr");  // " (deleted)" after an update
-
   auto odd = proc.basicInfo(102);
-  ASSERT_TRUE(odd.ok());
+  ASSERT_TRUE(odd.ok()) << odd.error().detail;
   EXPECT_EQ(odd->name, "a) b");
   EXPECT_EQ(odd->state, 'R');
-
-  auto kernelThread = proc.basicInfo(2);
-  ASSERT_TRUE(kernelThread.ok());
-  EXPECT_EQ(kernelThread->path, std::nullopt);
-
+  EXPECT_EQ(odd->startTicks, 6000u);
   EXPECT_EQ(proc.basicInfo(4242).error().kind, ProcessReadFailure::Kind::vanished);
-  EXPECT_EQ(proc.basicInfo(999).error().kind, ProcessReadFailure::Kind::vanished);
   EXPECT_EQ(proc.basicInfo(105).error().kind, ProcessReadFailure::Kind::malformed);
+  EXPECT_EQ(proc.facts(4242).error().kind, ProcessReadFailure::Kind::vanished);
 
   auto usage = proc.usage(100);
   ASSERT_TRUE(usage.ok());
   EXPECT_EQ(usage->usage.footprint, (300000u + 20000u + 4000u) * 1024u);
-  EXPECT_EQ(usage->usage.cpuNanoseconds, 1500 * nanosecondsPerTick());
   EXPECT_EQ(usage->usage.diskBytesRead, 4096000u);
   EXPECT_EQ(usage->usage.diskBytesWritten, 8192u);
   EXPECT_EQ(usage->usage.idleWakeups, 1100u);
-  EXPECT_TRUE(usage->diskMeasured);
-  EXPECT_FALSE(usage->hasTerminal);
 
-  auto noIO = proc.usage(102);  // no io file: figures stand, disk unmeasured
-  ASSERT_TRUE(noIO.ok());
-  EXPECT_FALSE(noIO->diskMeasured);
-  EXPECT_TRUE(noIO->hasTerminal);
-  EXPECT_EQ(noIO->usage.footprint, 1000u * 1024u);
-
-  auto facts = proc.facts(101);
-  ASSERT_TRUE(facts.ok());
-  EXPECT_EQ(facts->arguments.size(), 11u);
-  EXPECT_EQ(facts->arguments.back(), "tab");
-  EXPECT_EQ(facts->appUnitID, "firefox-esr");
-  EXPECT_EQ(proc.facts(102)->appUnitID, "org.kde.konsole");  // hybrid hierarchy
-  EXPECT_EQ(proc.facts(103)->flatpakAppID, "org.mozilla.firefox");
-  EXPECT_TRUE(proc.facts(104)->sessionService);
-  EXPECT_EQ(proc.facts(4242).error().kind, ProcessReadFailure::Kind::vanished);
-
-  auto memory = proc.proportionalMemory(100);
-  ASSERT_TRUE(memory.has_value());
-  EXPECT_EQ(memory->footprintShare, (150000u + 10000u + 2000u) * 1024u);
-  EXPECT_DOUBLE_EQ(memory->residentRatio, 200000.0 / 350000.0);
+  EXPECT_DOUBLE_EQ(proc.proportionalMemory(100)->residentRatio, 200000.0 / 350000.0);
   EXPECT_FALSE(proc.proportionalMemory(101).has_value());
-
   EXPECT_EQ(proc.listeningSockets(),
             (std::vector<ListeningSocket>{{5001, 8080, 1000}, {7001, 22, 0}, {5002, 3000, 1000}}));
-  auto inodes = proc.socketInodes(100);
-  std::sort(inodes.begin(), inodes.end());
-  EXPECT_EQ(inodes, (std::vector<uint64_t>{5001, 5002, 5003}));
 }
 
 TEST(LibProc, SamplerSeesTheFixtureTreeWithOrWithoutKeptFiles) {
@@ -147,10 +107,9 @@ TEST(LibProc, SamplerSeesTheFixtureTreeWithOrWithoutKeptFiles) {
 
     const auto* firefox = find(samples, 100);
     ASSERT_NE(firefox, nullptr);
-    EXPECT_EQ(firefox->name, "firefox-esr");
     EXPECT_EQ(firefox->helperRole, std::nullopt);
     EXPECT_TRUE(firefox->hasMetrics);
-    EXPECT_EQ(firefox->cpuPercent, 0);  // first seen: no rates
+    EXPECT_EQ(firefox->uid, 1000u);
     EXPECT_DOUBLE_EQ(firefox->lifetimeCPUSeconds, 1500.0 * static_cast<double>(nanosecondsPerTick()) / 1e9);
     EXPECT_EQ(firefox->startedAt, bootPlusTicks(5000));
     EXPECT_EQ(firefox->listeningPorts, (std::vector<uint16_t>{3000, 8080}));
@@ -159,13 +118,19 @@ TEST(LibProc, SamplerSeesTheFixtureTreeWithOrWithoutKeptFiles) {
 
     EXPECT_EQ(find(samples, 101)->helperRole, HelperRole::renderer);
     EXPECT_EQ(find(samples, 101)->name, "Web Content");
+    EXPECT_EQ(find(samples, 101)->path, "/usr/lib/firefox-esr/firefox-esr");  // " (deleted)" after an update
+    EXPECT_EQ(find(samples, 101)->appUnitID, "firefox-esr");
+    EXPECT_EQ(find(samples, 102)->name, "a) b");
     EXPECT_FALSE(find(samples, 102)->hasMetrics);
-    EXPECT_EQ(find(samples, 102)->appUnitID, "org.kde.konsole");
+    EXPECT_TRUE(find(samples, 102)->hasTerminal);
+    EXPECT_EQ(find(samples, 102)->appUnitID, "org.kde.konsole");  // hybrid hierarchy
+    EXPECT_EQ(find(samples, 103)->flatpakAppID, "org.mozilla.firefox");
+    EXPECT_TRUE(find(samples, 104)->sessionService);
     EXPECT_EQ(find(samples, 106)->name, "gnome-shell-calendar-server");
-    EXPECT_TRUE(find(samples, 106)->sessionService);
     EXPECT_EQ(find(samples, 107)->helperRole, HelperRole::renderer);
     EXPECT_EQ(find(samples, 107)->appUnitID, "google-chrome");
     EXPECT_TRUE(find(samples, 2)->kernelThread);
+    EXPECT_EQ(find(samples, 2)->path, std::nullopt);
     EXPECT_TRUE(find(samples, 1)->listeningPorts.empty());  // uid 0 owns port 22, but pid 1 holds no socket
   }
 }
@@ -186,11 +151,6 @@ TEST(LibProc, SamplerFollowsFilesThatChangeBetweenTicks) {
     auto samples = sampler.sample();
     ASSERT_NE(find(samples, 107), nullptr);
     EXPECT_EQ(find(samples, 107)->delta.cpuNanoseconds, 1000 * nanosecondsPerTick());
-
-    tree.write("107/stat", stat107(100, 9000));  // went back: counts nothing
-    samples = sampler.sample();
-    EXPECT_EQ(find(samples, 107)->delta.cpuNanoseconds, 0u);
-    EXPECT_EQ(find(samples, 107)->cpuPercent, 0);
 
     // The pid now belongs to a new process running another program.
     tree.write("107/stat", stat107(5000, 12000));
@@ -239,33 +199,22 @@ class Spinner {
 TEST(LibProc, ReadsARealChildAndSeesItSpin) {
   Spinner child;
   ASSERT_GT(child.pid(), 0);
-  LibProc proc;
-  // Wait for the exec to land (the name changes from ours to "sh"); bounded, never timed.
-  std::optional<LibProc::BasicInfo> info;
-  for (int i = 0; i < 500; ++i) {
-    auto read = proc.basicInfo(child.pid());
-    ASSERT_TRUE(read.ok()) << read.error().detail;
-    if (read->name == "sh") {
-      info = *read;
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  ASSERT_TRUE(info.has_value());
-  EXPECT_EQ(info->pid, child.pid());
-  EXPECT_EQ(info->parentPID, ::getpid());
-  EXPECT_EQ(info->uid, ::getuid());
-  EXPECT_EQ(info->path, fs::canonical("/bin/sh").string());
-  EXPECT_LE(info->startedAt, std::chrono::system_clock::now() + std::chrono::seconds(1));
-  EXPECT_GT(info->startedAt, std::chrono::system_clock::now() - std::chrono::minutes(10));
-
   ProcessSampler sampler(std::make_unique<LibProc>());
-  auto samples = sampler.sample();
-  const auto* first = find(samples, child.pid());
-  ASSERT_NE(first, nullptr);
-  EXPECT_EQ(first->name, "sh");
+  // Wait for the exec to land (the name changes from ours to "sh"); bounded, never timed.
+  std::vector<ProcessSample> samples;
+  const ProcessSample* first = nullptr;
+  for (int i = 0; i < 500 && !(first && first->name == "sh"); ++i) {
+    if (i > 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    samples = sampler.sample();
+    first = find(samples, child.pid());
+    ASSERT_NE(first, nullptr);
+  }
+  ASSERT_EQ(first->name, "sh");
   EXPECT_EQ(first->parentPID, ::getpid());
-  EXPECT_EQ(first->path, info->path);
+  EXPECT_EQ(first->uid, ::getuid());
+  EXPECT_EQ(first->path, fs::canonical("/bin/sh").string());  // read again after the exec
+  EXPECT_LE(first->startedAt, std::chrono::system_clock::now() + std::chrono::seconds(1));
+  EXPECT_GT(first->startedAt, std::chrono::system_clock::now() - std::chrono::minutes(10));
   const double startCPU = first->lifetimeCPUSeconds;
 
   bool rose = false;

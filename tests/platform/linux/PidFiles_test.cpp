@@ -106,17 +106,8 @@ TEST(PidFilesIO, ReadsDiskBytesAndRejectsGarbage) {
   EXPECT_FALSE(parsePidIO("").ok());
 }
 
-TEST(PidFilesSmapsRollup, ReadsProportionalSharesOfNewAndOldKernels) {
-  auto current = parseSmapsRollup(
-      "55d0c0000000-7ffd00000000 ---p 00000000 00:00 0    [rollup]\nRss:  1000 kB\nPss:  600 kB\n"
-      "Pss_Anon:  400 kB\nPss_File:  150 kB\nPss_Shmem:  50 kB\nSwap:  10 kB\nSwapPss:  8 kB\n");
-  ASSERT_TRUE(current.ok()) << current.error().message;
-  EXPECT_EQ(current->rssKB, 1000u);
-  EXPECT_EQ(current->pssKB, 600u);
-  EXPECT_EQ(current->pssAnonKB, 400u);
-  EXPECT_EQ(current->pssShmemKB, 50u);
-  EXPECT_EQ(current->swapPssKB, 8u);
-
+// A current kernel's rollup is read through the fixture tree (LibProc_test).
+TEST(PidFilesSmapsRollup, OlderKernelsLackTheSplitAndGarbageFails) {
   auto older = parseSmapsRollup("00400000-7ffd00000000 ---p 00000000 00:00 0 [rollup]\nRss:  1000 kB\nPss:  600 kB\n");
   ASSERT_TRUE(older.ok());
   EXPECT_FALSE(older->pssAnonKB.has_value());
@@ -146,24 +137,8 @@ TEST(PidFilesFlatpakInfo, ReadsTheApplicationName) {
   EXPECT_EQ(parseFlatpakAppID(""), std::nullopt);
 }
 
-TEST(PidFilesListeningSockets, KeepsListeningPortsOfBothFamilies) {
-  const std::string tcp =
-      "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n"
-      "   0: 0100007F:1F90 00000000:0000 0A 00000000:00000000 00:00000000 00000000  1000        0 5001 1 0 100 0 0 10 0\n"
-      "   1: 0100007F:A1B2 0100007F:1F90 01 00000000:00000000 00:00000000 00000000  1000        0 5003 1 0 20 4 30 10 -1\n";
-  auto sockets = parseListeningSockets(tcp);
-  ASSERT_TRUE(sockets.ok()) << sockets.error().message;
-  EXPECT_EQ(*sockets, (std::vector<ListeningSocket>{{5001, 8080, 1000}}));
-
-  const std::string tcp6 =
-      "  sl  local_address                         remote_address                        st tx_queue rx_queue tr "
-      "tm->when retrnsmt   uid  timeout inode\n"
-      "   0: 00000000000000000000000000000000:0BB8 00000000000000000000000000000000:0000 0A 00000000:00000000 "
-      "00:00000000 00000000     0        0 7002 1 0 100 0 0 10 0";
-  auto six = parseListeningSockets(tcp6);
-  ASSERT_TRUE(six.ok());
-  EXPECT_EQ(*six, (std::vector<ListeningSocket>{{7002, 3000, 0}}));
-
+// Both families' listening sockets are read through the fixture tree (LibProc_test).
+TEST(PidFilesListeningSockets, RejectsCutLinesAndReadsSocketLinks) {
   EXPECT_TRUE(parseListeningSockets("  sl  local_address\n").ok());
   EXPECT_FALSE(parseListeningSockets("header\n   0: 0100007F:1F90 00000000:0000 0A\n").ok());
   EXPECT_FALSE(parseListeningSockets("header\n   0: 0100007F:XYZ 00000000:0000 0A 0:0 0:0 0 1000 0 5001 1\n").ok());
