@@ -4,6 +4,7 @@
 // out-of-range text is no number, never a silent 0.
 
 #include <charconv>
+#include <cstdint>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -66,6 +67,26 @@ void forEachLine(std::string_view text, Fn&& fn) {
     fn(text.substr(0, nl));
     text.remove_prefix(nl + 1);
   }
+}
+
+// Calls fn(key, value, line) for each "key: value" line of the kernel's many files of
+// that form; the value is untrimmed. Lines without a key and colon are skipped.
+template <class Fn>
+void forEachKeyValue(std::string_view text, Fn&& fn) {
+  forEachLine(text, [&](std::string_view line) {
+    const auto colon = line.find(':');
+    if (colon == std::string_view::npos || colon == 0) return;
+    fn(line.substr(0, colon), line.substr(colon + 1), line);
+  });
+}
+
+// "  1234 kB" as 1234. Bounded so that sums of a few such figures in bytes cannot overflow.
+inline std::optional<uint64_t> parseKilobytes(std::string_view value) {
+  value = trim(value);
+  if (!value.ends_with(" kB")) return std::nullopt;
+  auto number = parseNumber<uint64_t>(trim(value.substr(0, value.size() - 3)));
+  if (!number || *number > UINT64_MAX / 1024 / 4) return std::nullopt;
+  return number;
 }
 
 }  // namespace omnira

@@ -41,6 +41,7 @@ struct DesktopEntryFailure {
 
 // Lines without "=" and keys outside the entry group are skipped; the first of a
 // repeated key counts. A Hidden entry needs no Type or Name (it only deletes).
+// https://specifications.freedesktop.org/desktop-entry-spec/latest/
 Result<DesktopEntry, DesktopEntryFailure> parseDesktopEntry(std::string_view text);
 
 struct ExecFailure {

@@ -19,10 +19,8 @@ uint64_t saturatingSum(std::initializer_list<std::optional<uint64_t>> parts) {
 
 Result<MemInfo, ParseFailure> parseMemInfo(std::string_view text) {
   MemInfo info;
-  forEachLine(text, [&](std::string_view line) {
-    const auto colon = line.find(':');
-    if (colon == std::string_view::npos || colon == 0) return;
-    auto fields = splitFields(line.substr(colon + 1));
+  forEachKeyValue(text, [&](std::string_view key, std::string_view value, std::string_view) {
+    auto fields = splitFields(value);
     if (fields.empty() || fields.size() > 2) return;
     auto value = parseNumber<uint64_t>(fields[0]);
     if (!value) return;
@@ -31,7 +29,7 @@ Result<MemInfo, ParseFailure> parseMemInfo(std::string_view text) {
       if (fields[1] != "kB") return;
       if (__builtin_mul_overflow(bytes, uint64_t{1024}, &bytes)) return;
     }
-    info.bytes.emplace(std::string(line.substr(0, colon)), bytes);
+    info.bytes.emplace(std::string(key), bytes);
   });
   if (!info["MemTotal"]) return fail(ParseFailure{"meminfo has no MemTotal line"});
   return info;

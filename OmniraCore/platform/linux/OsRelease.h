@@ -23,6 +23,7 @@ struct OsReleaseFailure {
 };
 
 // NAME's value from os-release text, with its shell quoting undone.
+// https://www.freedesktop.org/software/systemd/man/latest/os-release.html
 std::optional<std::string> parseOsReleaseName(std::string_view text);
 
 // `root` is the file system root ("/" in production, a fixture tree in tests).

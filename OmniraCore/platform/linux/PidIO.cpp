@@ -10,12 +10,9 @@ Result<PidIO, ParseFailure> parsePidIO(std::string_view text) {
   PidIO io;
   bool hasRead = false, hasWrite = false;
   std::string_view bad;
-  forEachLine(text, [&](std::string_view line) {
-    const auto colon = line.find(':');
-    if (colon == std::string_view::npos || !bad.empty()) return;
-    const auto key = line.substr(0, colon);
-    if (key != "read_bytes" && key != "write_bytes") return;
-    auto value = parseNumber<uint64_t>(trim(line.substr(colon + 1)));
+  forEachKeyValue(text, [&](std::string_view key, std::string_view field, std::string_view line) {
+    if (!bad.empty() || (key != "read_bytes" && key != "write_bytes")) return;
+    auto value = parseNumber<uint64_t>(trim(field));
     if (!value) {
       bad = line;
       return;

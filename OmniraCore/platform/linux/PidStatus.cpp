@@ -8,17 +8,6 @@ namespace omnira::platform {
 
 namespace {
 
-// Bounds memory lines so that the footprint sum in bytes cannot overflow.
-constexpr uint64_t kMaxKilobytes = UINT64_MAX / 1024 / 4;
-
-std::optional<uint64_t> kilobytes(std::string_view value) {
-  value = trim(value);
-  if (!value.ends_with(" kB")) return std::nullopt;
-  auto number = parseNumber<uint64_t>(trim(value.substr(0, value.size() - 3)));
-  if (!number || *number > kMaxKilobytes) return std::nullopt;
-  return number;
-}
-
 // The first of the four uids (real, effective, saved, file system).
 std::optional<uint32_t> realUID(std::string_view value) {
   value = trim(value);
@@ -32,15 +21,11 @@ Result<PidStatus, ParseFailure> parsePidStatus(std::string_view text) {
   PidStatus status;
   bool hasUID = false, hasVoluntary = false, hasInvoluntary = false;
   std::string_view bad;
-  forEachLine(text, [&](std::string_view line) {
+  forEachKeyValue(text, [&](std::string_view key, std::string_view value, std::string_view line) {
     if (!bad.empty()) return;
-    const auto colon = line.find(':');
-    if (colon == std::string_view::npos) return;
-    const auto key = line.substr(0, colon);
-    const auto value = line.substr(colon + 1);
     bool parsed = true;
     auto setKB = [&](uint64_t& out) {
-      auto kb = kilobytes(value);
+      auto kb = parseKilobytes(value);
       parsed = kb.has_value();
       out = kb.value_or(0);
     };

@@ -10,17 +10,13 @@ Result<SmapsRollup, ParseFailure> parseSmapsRollup(std::string_view text) {
   SmapsRollup rollup;
   bool hasRss = false, hasPss = false;
   std::string_view bad;
-  forEachLine(text, [&](std::string_view line) {
-    const auto colon = line.find(':');
-    if (colon == std::string_view::npos || !bad.empty()) return;
-    const auto key = line.substr(0, colon);
+  forEachKeyValue(text, [&](std::string_view key, std::string_view value, std::string_view line) {
+    if (!bad.empty()) return;
     const bool wanted =
         key == "Rss" || key == "Pss" || key == "Pss_Anon" || key == "Pss_Shmem" || key == "SwapPss";
     if (!wanted) return;
-    auto value = trim(line.substr(colon + 1));
-    std::optional<uint64_t> kb;
-    if (value.ends_with(" kB")) kb = parseNumber<uint64_t>(trim(value.substr(0, value.size() - 3)));
-    if (!kb || *kb > UINT64_MAX / 1024 / 4) {
+    const auto kb = parseKilobytes(value);
+    if (!kb) {
       bad = line;
       return;
     }
