@@ -19,8 +19,8 @@ uint64_t saturatingSum(std::initializer_list<std::optional<uint64_t>> parts) {
 
 Result<MemInfo, ParseFailure> parseMemInfo(std::string_view text) {
   MemInfo info;
-  forEachKeyValue(text, [&](std::string_view key, std::string_view value, std::string_view) {
-    auto fields = splitFields(value);
+  forEachKeyValue(text, [&](std::string_view key, std::string_view rest, std::string_view) {
+    auto fields = splitFields(rest);
     if (fields.empty() || fields.size() > 2) return;
     auto value = parseNumber<uint64_t>(fields[0]);
     if (!value) return;
