@@ -1,0 +1,138 @@
+#include "OmniraCore/history/UsageLedger.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+
+namespace omnira {
+
+namespace {
+
+const UsageLedger::Day emptyDay{};
+
+}  // namespace
+
+std::string UsageLedger::dayKey(Date at) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  return fmt::format("{:04d}-{:02d}-{:02d}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+}
+
+UsageLedger::Day& UsageLedger::dayFor(Date at) {
+  const std::string key = dayKey(at);
+  auto [found, inserted] = days_.try_emplace(key);
+  if (inserted) {
+    // Day keys sort as dates, so the oldest are at the front.
+    while (days_.size() > static_cast<size_t>(keptDays)) days_.erase(days_.begin());
+  }
+  return days_.at(key);
+}
+
+void UsageLedger::record(double interval, Date at) {
+  if (!(interval > 0)) return;
+  dayFor(at).seconds += interval;
+}
+
+void UsageLedger::record(const std::vector<AppGroup>& groups, double interval, Date at) {
+  if (!(interval > 0) || groups.empty()) return;
+  Day& day = dayFor(at);
+  for (const auto& group : groups) {
+    AppDay& app = day.apps[group.id];
+    app.name = group.name;
+    app.seconds += interval;
+    app.cpuSeconds += group.cpuPercent() / 100.0 * interval;
+    app.energyJoules += group.energyJoules();
+    app.peakMemoryBytes = std::max(app.peakMemoryBytes, group.memoryBytes());
+  }
+}
+
+const UsageLedger::Day& UsageLedger::day(const std::string& key) const {
+  auto found = days_.find(key);
+  return found == days_.end() ? emptyDay : found->second;
+}
+
+nlohmann::ordered_json UsageLedger::toJSON() const {
+  nlohmann::ordered_json days = nlohmann::ordered_json::object();
+  for (const auto& [key, day] : days_) {
+    nlohmann::ordered_json apps = nlohmann::ordered_json::object();
+    for (const auto& [id, app] : day.apps) {
+      apps[id] = {{"name", app.name},
+                  {"seconds", app.seconds},
+                  {"cpuSeconds", app.cpuSeconds},
+                  {"energyJoules", app.energyJoules},
+                  {"peakMemoryBytes", app.peakMemoryBytes}};
+    }
+    days[key] = {{"seconds", day.seconds}, {"apps", std::move(apps)}};
+  }
+  return {{"version", 1}, {"days", std::move(days)}};
+}
+
+Result<UsageLedger, UsageLedger::Failure> UsageLedger::fromJSON(const nlohmann::ordered_json& json) {
+  const auto number = [](const nlohmann::ordered_json& object, const char* key) -> std::optional<double> {
+    auto found = object.find(key);
+    if (found == object.end() || !found->is_number()) return std::nullopt;
+    return found->get<double>();
+  };
+  if (!json.is_object() || !json.contains("days") || !json["days"].is_object()) {
+    return fail(Failure{"the usage ledger has no \"days\" object"});
+  }
+  UsageLedger ledger;
+  for (const auto& [key, dayJSON] : json["days"].items()) {
+    if (!dayJSON.is_object() || !dayJSON.contains("apps") || !dayJSON["apps"].is_object()) {
+      return fail(Failure{fmt::format("the usage ledger's day {} has no \"apps\" object", key)});
+    }
+    Day day;
+    day.seconds = number(dayJSON, "seconds").value_or(0);
+    for (const auto& [id, appJSON] : dayJSON["apps"].items()) {
+      auto seconds = appJSON.is_object() ? number(appJSON, "seconds") : std::nullopt;
+      auto cpu = appJSON.is_object() ? number(appJSON, "cpuSeconds") : std::nullopt;
+      auto energy = appJSON.is_object() ? number(appJSON, "energyJoules") : std::nullopt;
+      auto peak = appJSON.is_object() ? appJSON.find("peakMemoryBytes") : appJSON.end();
+      auto name = appJSON.is_object() ? appJSON.find("name") : appJSON.end();
+      if (!seconds || !cpu || !energy || peak == appJSON.end() || !peak->is_number_unsigned() ||
+          name == appJSON.end() || !name->is_string()) {
+        return fail(Failure{fmt::format("the usage ledger's entry for {} on {} is incomplete", id, key)});
+      }
+      day.apps[id] = {name->get<std::string>(), *seconds, *cpu, *energy, peak->get<uint64_t>()};
+    }
+    ledger.days_[key] = std::move(day);
+  }
+  return ledger;
+}
+
+Result<UsageLedger, UsageLedger::Failure> UsageLedger::load(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  if (!in) {
+    if (errno == ENOENT) return UsageLedger();
+    return fail(Failure{fmt::format("cannot read {}: {}", file.string(), std::strerror(errno))});
+  }
+  std::stringstream text;
+  text << in.rdbuf();
+  auto json = nlohmann::ordered_json::parse(text.str(), nullptr, false);
+  if (json.is_discarded()) return fail(Failure{fmt::format("{} is not JSON", file.string())});
+  auto ledger = fromJSON(json);
+  if (!ledger) return fail(Failure{fmt::format("{}: {}", file.string(), ledger.error().message)});
+  return ledger;
+}
+
+Result<void, UsageLedger::Failure> UsageLedger::save(const std::filesystem::path& file) const {
+  std::filesystem::path temporary = file;
+  temporary += ".tmp";
+  {
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    if (out) out << toJSON().dump();
+    if (out) out.close();
+    if (!out) return fail(Failure{fmt::format("cannot write {}: {}", temporary.string(), std::strerror(errno))});
+  }
+  std::error_code error;
+  std::filesystem::rename(temporary, file, error);
+  if (error) return fail(Failure{fmt::format("cannot replace {}: {}", file.string(), error.message())});
+  return {};
+}
+
+}  // namespace omnira

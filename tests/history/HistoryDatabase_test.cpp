@@ -1,0 +1,271 @@
+#include "OmniraCore/history/HistoryDatabase.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include <fstream>
+
+#include "tests/history/HistoryFiles.h"
+
+namespace omnira {
+namespace {
+
+using history_testing::app;
+using history_testing::at;
+using history_testing::tick;
+using System = HistoryDatabase::SystemTable;
+using Apps = HistoryDatabase::AppTable;
+
+// Noon UTC on a whole hour, so the first ticks share every period.
+constexpr int64_t noon = 1'795'262'400;
+
+struct HistoryDatabaseFile : history_testing::HistoryFolder {};
+
+TEST_F(HistoryDatabaseFile, CreatesAFileInWALWithTheSchemaAndReopensKeepingRows) {
+  std::filesystem::remove_all(folder);  // the first run: no data folder yet
+  {
+    auto database = open();
+    ASSERT_TRUE(database);
+    EXPECT_EQ(database->url(), file);
+    EXPECT_TRUE(database->isEmpty().value());
+    ASSERT_TRUE(database->record(tick(5), {app("/a.desktop", "A", 50, 100)}, at(noon + 1)));
+  }
+  EXPECT_EQ(query("PRAGMA journal_mode"), "wal");
+  EXPECT_EQ(query("PRAGMA user_version"), std::to_string(HistoryDatabase::schemaVersion));
+  EXPECT_EQ(query("SELECT count(*) FROM sqlite_schema WHERE type = 'table'"), "7");
+
+  auto since = open()->recordingSince().value();
+  auto database = open();
+  ASSERT_TRUE(database);
+  EXPECT_EQ(database->recordingSince().value(), since);
+  EXPECT_FALSE(database->isEmpty().value());
+  EXPECT_EQ(database->system(System::hours, noon, noon + 3600)->size(), 1u);
+  EXPECT_EQ(database->loadApps(Apps::days, HistoryDatabase::periodStart(Apps::days, at(noon)))->size(), 1u);
+}
+
+TEST_F(HistoryDatabaseFile, IsEmptyUntilBothAnHourRowAndADayRowExist) {
+  auto database = open();
+  ASSERT_TRUE(database);
+  ASSERT_TRUE(database->write({{System::minutes, {.start = noon, .seconds = 5}}}, {}));
+  EXPECT_TRUE(database->isEmpty().value());
+  ASSERT_TRUE(database->write({}, {{Apps::days, {.start = noon, .appId = "x", .name = "X", .kind = "app"}}}));
+  EXPECT_FALSE(database->isEmpty().value());
+}
+
+TEST_F(HistoryDatabaseFile, WritingAPeriodAgainLeavesOneRowWithTheLaterTotals) {
+  auto database = open();
+  ASSERT_TRUE(database);
+  HistoryDatabase::AppRow row{.start = noon, .appId = "a", .name = "A", .kind = "app", .seconds = 5};
+  ASSERT_TRUE(database->write({{System::hours, {.start = noon, .seconds = 5}}}, {{Apps::hours, row}}));
+  row.seconds = 10;
+  row.name = "A renamed";
+  ASSERT_TRUE(database->write({{System::hours, {.start = noon, .seconds = 10}}}, {{Apps::hours, row}}));
+  EXPECT_EQ(database->loadSystem(System::hours, noon)->value().seconds, 10);
+  auto rows = database->apps(Apps::hours, noon, noon + 1).value();
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0], row);
+  EXPECT_FALSE(database->loadSystem(System::minutes, noon)->has_value());
+}
+
+TEST_F(HistoryDatabaseFile, TicksFoldIntoTheOpenPeriodsWeightedByTheirInterval) {
+  auto database = open();
+  ASSERT_TRUE(database);
+  // Two ticks in the first minute, one in the next; the hour and day rows take all three.
+  ASSERT_TRUE(database->record(tick(5, 0.5), {app("a", "A", 50, 100, 2)}, at(noon + 10)));
+  ASSERT_TRUE(database->record(tick(5, 1.0), {app("a", "A", 150, 300, 2), app("b", "B", 10, 7)}, at(noon + 15)));
+  ASSERT_TRUE(database->record(tick(10, 0.25), {app("a", "A", 100, 200, 2)}, at(noon + 70)));
+  ASSERT_TRUE(database->record(tick(0), {app("a", "A", 100, 900)}, at(noon + 75)));  // no interval: nothing
+
+  auto minutes = database->system(System::minutes, noon, noon + 3600).value();
+  ASSERT_EQ(minutes.size(), 2u);
+  EXPECT_EQ(minutes[0].start, noon);
+  EXPECT_DOUBLE_EQ(minutes[0].seconds, 10);
+  EXPECT_DOUBLE_EQ(minutes[0].cpuLoadSeconds, 0.5 * 2 * 5 + 1.0 * 2 * 5);  // busy cores × seconds
+  EXPECT_DOUBLE_EQ(minutes[0].memoryByteSeconds, 1e9 * 10);
+  EXPECT_EQ(minutes[0].networkBytesIn, 10'000);
+  EXPECT_EQ(minutes[0].diskBytesWritten, 10'000);
+  EXPECT_DOUBLE_EQ(minutes[0].energyJoules, 4);
+  EXPECT_EQ(minutes[1].start, noon + 60);
+
+  auto hour = database->loadSystem(System::hours, noon)->value();
+  EXPECT_DOUBLE_EQ(hour.seconds, 20);
+  EXPECT_EQ(database->loadSystem(System::fiveMinutes, noon)->value(), hour);
+
+  const int64_t day = HistoryDatabase::periodStart(Apps::days, at(noon));
+  for (auto table : {Apps::hours, Apps::days}) {
+    auto rows = database->loadApps(table, table == Apps::hours ? noon : day).value();
+    ASSERT_EQ(rows.size(), 2u);
+    const auto& a = rows[0].appId == "a" ? rows[0] : rows[1];
+    EXPECT_DOUBLE_EQ(a.seconds, 20);
+    EXPECT_DOUBLE_EQ(a.cpuSeconds, 0.5 * 5 + 1.5 * 5 + 1.0 * 10);
+    EXPECT_DOUBLE_EQ(a.memoryByteSeconds, 100 * 5 + 300 * 5 + 200 * 10);
+    EXPECT_EQ(a.peakMemoryBytes, 300);
+    EXPECT_DOUBLE_EQ(a.energyJoules, 6);
+    EXPECT_EQ(a.networkBytesIn, 2000);
+    EXPECT_EQ(a.diskBytesWritten, 1000);
+    EXPECT_EQ(a.kind, "app");
+    EXPECT_EQ(a.bundlePath, "a");
+  }
+}
+
+TEST_F(HistoryDatabaseFile, AnOpenPeriodContinuesAcrossAReopen) {
+  ASSERT_TRUE(open()->record(tick(5), {app("a", "A", 100, 500)}, at(noon + 1)));
+  auto database = open();
+  ASSERT_TRUE(database);
+  ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, at(noon + 6)));
+  EXPECT_DOUBLE_EQ(database->loadSystem(System::minutes, noon)->value().seconds, 10);
+  auto rows = database->loadApps(Apps::hours, noon).value();
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_DOUBLE_EQ(rows[0].seconds, 10);
+  EXPECT_EQ(rows[0].peakMemoryBytes, 500);
+}
+
+TEST_F(HistoryDatabaseFile, DayRowsStartAtLocalMidnight) {
+  const Date moment = at(noon + 5 * 3600 + 17);
+  const int64_t start = HistoryDatabase::periodStart(Apps::days, moment);
+  const std::time_t t = start;
+  std::tm local{};
+  localtime_r(&t, &local);
+  EXPECT_EQ(local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec, 0);
+  EXPECT_LE(start, noon + 5 * 3600 + 17);
+  EXPECT_GT(start + 25 * 3600, noon + 5 * 3600 + 17);
+  EXPECT_EQ(HistoryDatabase::periodStart(System::fiveMinutes, at(noon + 299)), noon);
+  EXPECT_EQ(HistoryDatabase::periodStart(System::fiveMinutes, at(noon + 300)), noon + 300);
+}
+
+TEST_F(HistoryDatabaseFile, ReadingsKeepEveryColumnAndTheirGaps) {
+  auto database = open();
+  ASSERT_TRUE(database);
+  HistoryDatabase::ReadingRow full{.start = noon, .seconds = 300, .cpuPercentAverage = 12.5, .cpuPercentPeak = 80,
+                                   .memoryUsedBytesAverage = 4'000'000'000, .memoryUsedBytesPeak = 5'000'000'000,
+                                   .memoryPressurePercentAverage = 20, .memoryPressurePercentPeak = 35,
+                                   .memoryPressureLevelPeak = "warning", .swapUsedBytesPeak = 1024,
+                                   .gpuPercentAverage = 3, .gpuPercentPeak = 9, .neuralEnginePercentAverage = 0,
+                                   .neuralEnginePercentPeak = 1, .cpuCelsiusAverage = 50, .cpuCelsiusPeak = 71,
+                                   .hottestCelsiusAverage = 55, .hottestCelsiusPeak = 80, .fanRpmAverage = 1200,
+                                   .fanRpmPeak = 2400, .powerWattsAverage = 8, .powerWattsPeak = 20,
+                                   .thermalStatePeak = "fair", .batteryPercent = 77, .pluggedInSeconds = 120};
+  HistoryDatabase::ReadingRow sparse{.start = noon + 300, .seconds = 300};
+  ASSERT_TRUE(database->writeReading(full));
+  ASSERT_TRUE(database->writeReading(sparse));
+  EXPECT_EQ(database->readings(noon).value(), (std::vector{full, sparse}));
+  EXPECT_EQ(database->readings(noon + 1).value(), std::vector{sparse});
+  EXPECT_EQ(query("SELECT count(*) FROM readings WHERE gpu_percent_peak IS NULL"), "1");
+}
+
+TEST_F(HistoryDatabaseFile, MetaValuesAreKeptByKey) {
+  auto database = open();
+  ASSERT_TRUE(database);
+  EXPECT_FALSE(database->meta("it's").value().has_value());
+  ASSERT_TRUE(database->setMeta("it's", "one"));
+  ASSERT_TRUE(database->setMeta("it's", "two"));
+  EXPECT_EQ(database->meta("it's").value(), "two");
+}
+
+TEST_F(HistoryDatabaseFile, PruningDeletesOnlyRowsBeforeEachTablesBound) {
+  auto database = open();
+  ASSERT_TRUE(database);
+  std::vector<std::pair<System, HistoryDatabase::SystemRow>> system;
+  std::vector<std::pair<Apps, HistoryDatabase::AppRow>> apps;
+  for (int64_t start : {noon - 7200, noon - 3600, noon}) {
+    for (auto table : {System::minutes, System::fiveMinutes, System::hours}) system.push_back({table, {.start = start}});
+    for (auto table : {Apps::hours, Apps::days}) apps.push_back({table, {.start = start, .appId = "a"}});
+    ASSERT_TRUE(database->writeReading({.start = start}));
+  }
+  ASSERT_TRUE(database->write(system, apps));
+  ASSERT_TRUE(database->prune({.systemMinutes = noon, .systemFiveMinutes = noon - 3600, .systemHours = noon - 7200,
+                               .appHours = noon - 3599, .appDays = noon + 1, .readings = noon - 3600}));
+  const int64_t end = noon + 1;
+  EXPECT_EQ(database->system(System::minutes, 0, end)->size(), 1u);
+  EXPECT_EQ(database->system(System::fiveMinutes, 0, end)->size(), 2u);
+  EXPECT_EQ(database->system(System::hours, 0, end)->size(), 3u);
+  EXPECT_EQ(database->apps(Apps::hours, 0, end)->size(), 1u);
+  EXPECT_EQ(database->apps(Apps::days, 0, end)->size(), 0u);
+  EXPECT_EQ(database->readings(0)->size(), 2u);
+}
+
+TEST_F(HistoryDatabaseFile, DeletingEverythingStartsTheRecordAgainAtOnce) {
+  auto database = open();
+  ASSERT_TRUE(database);
+  ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, at(noon + 1)));
+  ASSERT_TRUE(database->writeReading({.start = noon}));
+  const Date now = at(noon + 2);
+  ASSERT_TRUE(database->deleteAll(now));
+  EXPECT_TRUE(database->isEmpty().value());
+  EXPECT_TRUE(database->readings(0)->empty());
+  EXPECT_EQ(database->recordingSince().value(), now);
+  EXPECT_EQ(query("SELECT count(*) FROM system_minutes"), "0");
+
+  // The same periods begin again from nothing, not from the totals held before.
+  ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, at(noon + 6)));
+  EXPECT_DOUBLE_EQ(database->loadSystem(System::minutes, noon)->value().seconds, 5);
+  EXPECT_DOUBLE_EQ(database->loadApps(Apps::hours, noon)->at(0).seconds, 5);
+}
+
+TEST_F(HistoryDatabaseFile, AFileThatIsNotADatabaseCannotBeOpened) {
+  { std::ofstream(file) << std::string(4096, 'x'); }
+  auto database = HistoryDatabase::open(file);
+  ASSERT_FALSE(database);
+  EXPECT_NE(database.error().message.find("cannot open"), std::string::npos) << database.error().message;
+  EXPECT_NE(database.error().message.find("not a database"), std::string::npos) << database.error().message;
+
+  // A folder that cannot be made, because a file stands in its place.
+  auto blocked = HistoryDatabase::open(file / "history.sqlite");
+  ASSERT_FALSE(blocked);
+  EXPECT_NE(blocked.error().message.find("cannot open"), std::string::npos);
+}
+
+TEST_F(HistoryDatabaseFile, AFileFromANewerSchemaIsNotTouched) {
+  open().reset();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "PRAGMA user_version = 99", nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  auto database = HistoryDatabase::open(file);
+  ASSERT_FALSE(database);
+  EXPECT_NE(database.error().message.find("cannot open"), std::string::npos);
+  EXPECT_EQ(query("PRAGMA user_version"), "99");
+}
+
+TEST_F(HistoryDatabaseFile, AProcessKilledWhileWritingLeavesAnIntactFile) {
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // The child writes ticks until it is killed; after the first 50 it tells the parent.
+    ::close(ready[0]);
+    auto database = HistoryDatabase::open(file);
+    if (!database) ::_exit(2);
+    std::vector<AppGroup> groups;
+    for (int i = 0; i < 50; ++i) groups.push_back(app(fmt::format("app{}", i), "App", i, 1000 * i));
+    for (int64_t n = 0;; ++n) {
+      if (!(*database)->record(tick(5), groups, at(noon + 5 * n))) ::_exit(3);
+      if (n % 60 == 0 && !(*database)->checkpoint()) ::_exit(4);
+      if (n == 50 && ::write(ready[1], "x", 1) != 1) ::_exit(5);
+    }
+  }
+  ::close(ready[1]);
+  char byte = 0;
+  ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+  ::close(ready[0]);
+  ASSERT_EQ(::kill(child, SIGKILL), 0);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status)) << "the child stopped by itself with " << WEXITSTATUS(status);
+
+  auto database = open();
+  ASSERT_TRUE(database);
+  EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
+  auto minutes = database->system(System::minutes, 0, INT64_MAX).value();
+  ASSERT_GE(minutes.size(), 4u);  // 51 ticks of 5 s at least
+  EXPECT_DOUBLE_EQ(minutes[0].seconds, 60);
+  EXPECT_EQ(database->loadApps(Apps::hours, noon)->size(), 50u);
+}
+
+}  // namespace
+}  // namespace omnira

@@ -1,0 +1,98 @@
+#include "OmniraCore/history/ReadingsRecorder.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/history/HistoryFiles.h"
+
+namespace omnira {
+namespace {
+
+using history_testing::at;
+using Tick = ReadingsRecorder::Tick;
+using State = ReadingsRecorder::ThermalState;
+
+constexpr int64_t noon = 1'795'262'400;
+
+SystemSample sample(double interval, double cpu, uint64_t memory) {
+  SystemSample s;
+  s.interval = interval;
+  s.cpuUser = cpu;
+  s.memoryApp = memory;
+  s.memoryPressureFraction = cpu / 2;
+  return s;
+}
+
+TEST(ReadingsRecorder, ClosesAPeriodWithTimeWeightedAveragesAndPeaks) {
+  ReadingsRecorder recorder;
+  auto first = sample(10, 0.2, 1000);
+  first.pressure = MemoryPressure::warning;
+  first.swapUsed = 50;
+  first.gpuUtilization = 0.5;
+  Tick hot{.thermal = ThermalSample{.cpuCelsius = 60, .hottestCelsius = 70, .fanRPM = {1000, 3000}},
+           .thermalState = State::serious, .powerWatts = 10, .neuralEngineLoad = 0.1};
+  EXPECT_FALSE(recorder.record(first, hot, at(noon + 10)));
+  auto second = sample(30, 0.6, 3000);
+  second.swapUsed = 20;
+  // No GPU, sensors or power this tick: their averages cover only the first tick.
+  EXPECT_FALSE(recorder.record(second, {.thermalState = State::fair}, at(noon + 40)));
+  EXPECT_EQ(recorder.openStart(), noon);
+
+  auto closed = recorder.record(sample(5, 1, 1), {}, at(noon + 300));
+  ASSERT_TRUE(closed);
+  EXPECT_EQ(recorder.openStart(), noon + 300);
+  EXPECT_EQ(closed->start, noon);
+  EXPECT_DOUBLE_EQ(closed->seconds, 40);
+  EXPECT_DOUBLE_EQ(closed->cpuPercentAverage, (20 * 10 + 60 * 30) / 40.0);
+  EXPECT_DOUBLE_EQ(closed->cpuPercentPeak, 60);
+  EXPECT_EQ(closed->memoryUsedBytesAverage, 2500);
+  EXPECT_EQ(closed->memoryUsedBytesPeak, 3000);
+  EXPECT_DOUBLE_EQ(*closed->memoryPressurePercentPeak, 30);
+  EXPECT_EQ(closed->memoryPressureLevelPeak, "warning");
+  EXPECT_EQ(closed->swapUsedBytesPeak, 50);
+  EXPECT_DOUBLE_EQ(*closed->gpuPercentAverage, 50);
+  EXPECT_DOUBLE_EQ(*closed->neuralEnginePercentPeak, 10);
+  EXPECT_DOUBLE_EQ(*closed->cpuCelsiusAverage, 60);
+  EXPECT_DOUBLE_EQ(*closed->fanRpmAverage, 2000);
+  EXPECT_DOUBLE_EQ(*closed->fanRpmPeak, 3000);
+  EXPECT_DOUBLE_EQ(*closed->powerWattsAverage, 10);
+  EXPECT_EQ(closed->thermalStatePeak, "serious");
+  EXPECT_FALSE(closed->batteryPercent);
+  EXPECT_DOUBLE_EQ(closed->pluggedInSeconds, 40);  // no battery: always on mains
+}
+
+TEST(ReadingsRecorder, FiguresTheMachineLacksStayEmptyAndBatteryTimeCountsOnlyOnMains) {
+  ReadingsRecorder recorder;
+  auto onBattery = sample(10, 0.1, 1);
+  onBattery.battery = BatterySample{.level = 0.8, .pluggedIn = false};
+  auto plugged = onBattery;
+  plugged.battery->level = 0.75;
+  plugged.battery->pluggedIn = true;
+  plugged.interval = 5;
+  EXPECT_FALSE(recorder.record(onBattery, {}, at(noon + 1)));
+  EXPECT_FALSE(recorder.record(plugged, {}, at(noon + 6)));
+  EXPECT_FALSE(recorder.record(sample(0, 1, 1), {}, at(noon + 400)));  // no interval: ignored
+  auto closed = recorder.close();
+  ASSERT_TRUE(closed);
+  EXPECT_FALSE(recorder.close());
+  EXPECT_DOUBLE_EQ(closed->pluggedInSeconds, 5);
+  EXPECT_DOUBLE_EQ(*closed->batteryPercent, 75);
+  EXPECT_FALSE(closed->gpuPercentAverage || closed->neuralEnginePercentAverage || closed->cpuCelsiusAverage ||
+               closed->hottestCelsiusPeak || closed->fanRpmAverage || closed->powerWattsPeak);
+  EXPECT_EQ(closed->thermalStatePeak, "nominal");
+}
+
+struct ReadingsRecorderFile : history_testing::HistoryFolder {};
+
+TEST_F(ReadingsRecorderFile, AClosedPeriodIsWrittenAndReadBackWhole) {
+  ReadingsRecorder recorder;
+  ASSERT_FALSE(recorder.record(sample(5, 0.3, 42), {.thermal = ThermalSample{.cpuCelsius = 55}}, at(noon)));
+  auto closed = recorder.close();
+  ASSERT_TRUE(closed);
+  auto database = open();
+  ASSERT_TRUE(database);
+  ASSERT_TRUE(database->writeReading(*closed));
+  EXPECT_EQ(database->readings(noon).value(), std::vector{*closed});
+}
+
+}  // namespace
+}  // namespace omnira
