@@ -7,6 +7,8 @@
 #include <cstdio>
 
 #include "OmniraCore/foundation/Log.h"
+#include "OmniraCore/foundation/AppPaths.h"
+#include "cli/History.h"
 #include "cli/Snapshot.h"
 
 namespace {
@@ -30,6 +32,26 @@ int main(int argc, char** argv) {
   snapshot->add_flag("-a,--all", all, "List every group, not only the top ones");
   snapshot->add_option("-n,--top", top, "How many apps to list")->check(CLI::Range(1, 100000));
 
+  auto* history = app.add_subcommand("history", "Read the history that a running Omnira records");
+  history->require_subcommand(1);
+  omnira::cli::HistoryRequest request;
+  const std::vector<std::string> periods{"day", "week", "month", "year"};
+  auto* historySystem = history->add_subcommand("system", "The machine's averages and peaks, per hour or per day");
+  historySystem->add_option("-p,--period", request.period, "day, week, month or year")->check(CLI::IsMember(periods));
+  historySystem->add_flag("--json", request.json, "Print JSON");
+  auto* historyApps = history->add_subcommand("apps", "The top apps over a span");
+  historyApps->add_option("-p,--period", request.period, "day, week, month or year")->check(CLI::IsMember(periods));
+  historyApps->add_option("--by", request.by, "cpu, memory, energy, disk or network")
+      ->check(CLI::IsMember({"cpu", "memory", "energy", "disk", "network"}));
+  historyApps->add_option("-n,--top", request.top, "How many apps to list")->check(CLI::Range(1, 100000));
+  historyApps->add_flag("--json", request.json, "Print JSON");
+  auto* historyExport = history->add_subcommand("export", "Write the history as CSV files into the Downloads folder");
+  historyExport->add_option("--since", request.since, "First day to export, YYYY-MM-DD");
+  auto* historyDelete = history->add_subcommand("delete", "Delete history older than the kept span, or all of it");
+  historyDelete->add_flag("--older", request.older, "Delete what lies past the span set in the settings");
+  historyDelete->add_flag("--all", request.all, "Delete everything; recording starts again");
+  historyDelete->add_flag("-y,--yes", request.yes, "Do not ask for confirmation");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -45,6 +67,20 @@ int main(int argc, char** argv) {
 
   omnira::setUpLogging("omnira", verbose ? spdlog::level::debug : spdlog::level::warn,
                        omnira::LogTarget::standardError);
+
+  if (history->parsed()) {
+    using Command = omnira::cli::HistoryRequest::Command;
+    request.command = historyApps->parsed()     ? Command::apps
+                      : historyExport->parsed() ? Command::exportFiles
+                      : historyDelete->parsed() ? Command::remove
+                                                : Command::system;
+    auto paths = omnira::AppPaths::fromProcessEnvironment();
+    if (!paths) {
+      fmt::print(stderr, "omnira: {}\n", paths.error().message);
+      return 1;
+    }
+    return omnira::cli::runHistory(request, *paths, std::chrono::system_clock::now(), stdout, stderr);
+  }
 
   if (snapshot->parsed()) {
     const auto snap = omnira::cli::takeSnapshot();

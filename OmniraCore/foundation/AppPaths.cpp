@@ -28,7 +28,9 @@ Result<AppPaths, AppPaths::Failure> AppPaths::fromEnvironment(const Environment&
   }
   if (!data) data = *home / ".local" / "share";
   if (!config) config = *home / ".config";
-  return AppPaths(*data / "Omnira", *config / "Omnira");
+  auto downloads = absoluteVariable(environment, "XDG_DOWNLOAD_DIR");
+  if (!downloads) downloads = home ? *home / "Downloads" : *data / "Omnira" / "Exports";
+  return AppPaths(*data / "Omnira", *config / "Omnira", *downloads);
 }
 
 Result<AppPaths, AppPaths::Failure> AppPaths::fromProcessEnvironment() {

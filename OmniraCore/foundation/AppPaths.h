@@ -2,7 +2,8 @@
 // The one place that knows where Omnira keeps its files.
 // Data (history, saved state, the socket) lives in $XDG_DATA_HOME/Omnira
 // (default ~/.local/share/Omnira); settings are $XDG_CONFIG_HOME/Omnira/settings.json
-// (default ~/.config/Omnira/settings.json). Nothing else builds these paths.
+// (default ~/.config/Omnira/settings.json); exports go to the Downloads folder.
+// Nothing else builds these paths.
 // A plain value, built once at start; safe to copy to any thread.
 
 #include <filesystem>
@@ -27,8 +28,9 @@ class AppPaths {
   static Result<AppPaths, Failure> fromEnvironment(const Environment& environment);
   static Result<AppPaths, Failure> fromProcessEnvironment();
 
-  AppPaths(std::filesystem::path dataFolder, std::filesystem::path configFolder)
-      : data_(std::move(dataFolder)), config_(std::move(configFolder)) {}
+  AppPaths(std::filesystem::path dataFolder, std::filesystem::path configFolder,
+           std::filesystem::path downloadsFolder = {})
+      : data_(std::move(dataFolder)), config_(std::move(configFolder)), downloads_(std::move(downloadsFolder)) {}
 
   // ~/.local/share/Omnira
   const std::filesystem::path& dataFolder() const { return data_; }
@@ -36,10 +38,13 @@ class AppPaths {
   std::filesystem::path dataFile(const std::string& name) const { return data_ / name; }
   // ~/.config/Omnira/settings.json
   std::filesystem::path settingsFile() const { return config_ / "settings.json"; }
+  // Where exports go: $XDG_DOWNLOAD_DIR, else ~/Downloads.
+  const std::filesystem::path& downloadsFolder() const { return downloads_; }
 
  private:
   std::filesystem::path data_;
   std::filesystem::path config_;
+  std::filesystem::path downloads_;
 };
 
 }  // namespace omnira

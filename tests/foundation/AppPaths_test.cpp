@@ -19,11 +19,13 @@ TEST(AppPaths, FollowsXDGWithHomeDefaults) {
   ASSERT_TRUE(defaults.ok());
   EXPECT_EQ(defaults->dataFile("history.sqlite"), "/home/ada/.local/share/Omnira/history.sqlite");
   EXPECT_EQ(defaults->settingsFile(), "/home/ada/.config/Omnira/settings.json");
+  EXPECT_EQ(defaults->downloadsFolder(), "/home/ada/Downloads");
 
   auto xdg = AppPaths::fromEnvironment(
       environment({{"HOME", "/home/ada"}, {"XDG_DATA_HOME", "/data"}, {"XDG_CONFIG_HOME", "/cfg"}}));
   EXPECT_EQ(xdg->dataFolder(), "/data/Omnira");
   EXPECT_EQ(xdg->settingsFile(), "/cfg/Omnira/settings.json");
+  EXPECT_EQ(AppPaths::fromEnvironment(environment({{"HOME", "/h"}, {"XDG_DOWNLOAD_DIR", "/dl"}}))->downloadsFolder(), "/dl");
 
   // Relative XDG values are invalid and ignored.
   auto relative = AppPaths::fromEnvironment(environment({{"HOME", "/h"}, {"XDG_DATA_HOME", "data"}}));
