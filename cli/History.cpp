@@ -292,8 +292,11 @@ int remove(HistoryDatabase& db, const HistoryRequest& request, const AppPaths& p
   }
   const int64_t days = HistoryRetention::days(Settings::load(paths.settingsFile()));
   const std::string question =
-      request.all ? "Delete all of Omnira's history? This cannot be undone."
-                  : fmt::format("Delete the history older than {} days? This cannot be undone.", days);
+      request.all ? "Delete all history?\nEverything Omnira has recorded about your computer and your apps will be "
+                    "deleted. Recording starts again from now. You can’t undo this.\nDelete?"
+                  : fmt::format("Delete the older history?\nHistory older than the time you chose ({} days) will be "
+                                "deleted. You can’t undo this.\nDelete?",
+                                days);
   if (!request.yes) {
     if (!::isatty(STDIN_FILENO)) {
       fmt::print(err, "omnira: not deleting without a terminal to confirm on; add --yes to delete anyway.\n");
