@@ -12,15 +12,6 @@ namespace omnira::cli {
 
 namespace {
 
-std::string_view pressureName(MemoryPressure pressure) {
-  switch (pressure) {
-    case MemoryPressure::normal: return "normal";
-    case MemoryPressure::warning: return "warning";
-    case MemoryPressure::critical: return "critical";
-  }
-  return "normal";
-}
-
 std::string fit(std::string text, size_t width) {
   if (text.size() <= width) return text;
   // Cut on a character boundary so a name in UTF-8 never ends in half a character.
@@ -56,7 +47,7 @@ std::string snapshotText(const Snapshot& snap, size_t topApps) {
                           percent(s.cpuSystem), s.loadAverage,
                           cores.empty() ? "" : fmt::format(" · per core %:{}", cores)));
   line("Memory", fmt::format("{} of {} used · pressure {} ({})", bytes(s.memoryUsed()), bytes(s.memoryTotal),
-                             pressureName(s.pressure), percent(s.memoryPressureFraction)));
+                             memoryPressureName(s.pressure), percent(s.memoryPressureFraction)));
   line("", fmt::format("app {} · wired {} · compressed {} · cached {}", bytes(s.memoryApp),
                        bytes(s.memoryWired), bytes(s.memoryCompressed), bytes(s.memoryCached)));
   line("Swap", s.swapUsed == 0 ? std::string("none used") : bytes(s.swapUsed) + " used");

@@ -8,15 +8,6 @@ namespace omnira {
 
 namespace {
 
-std::string_view pressureName(MemoryPressure pressure) {
-  switch (pressure) {
-    case MemoryPressure::normal: return "normal";
-    case MemoryPressure::warning: return "warning";
-    case MemoryPressure::critical: return "critical";
-  }
-  return "normal";
-}
-
 int64_t clampedBytes(double bytes) {
   if (!(bytes > 0)) return 0;
   return bytes >= 9.2e18 ? INT64_MAX : std::llround(bytes);
@@ -111,7 +102,7 @@ HistoryDatabase::ReadingRow ReadingsRecorder::row(const Period& period) {
   row.memoryUsedBytesPeak = clampedBytes(period.memoryUsed.maximum().value_or(0));
   row.memoryPressurePercentAverage = period.pressurePercent.average();
   row.memoryPressurePercentPeak = period.pressurePercent.maximum();
-  row.memoryPressureLevelPeak = std::string(pressureName(period.pressurePeak));
+  row.memoryPressureLevelPeak = std::string(memoryPressureName(period.pressurePeak));
   row.swapUsedBytesPeak = clampedBytes(static_cast<double>(period.swapPeak));
   row.gpuPercentAverage = period.gpuPercent.average();
   row.gpuPercentPeak = period.gpuPercent.maximum();

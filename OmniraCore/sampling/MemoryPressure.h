@@ -2,6 +2,7 @@
 // The kernel's memory pressure level; raw values are the persisted form.
 
 #include <optional>
+#include <string_view>
 
 namespace omnira {
 
@@ -14,6 +15,16 @@ inline std::optional<MemoryPressure> memoryPressureFromRaw(int raw) {
     case 4: return MemoryPressure::critical;
     default: return std::nullopt;
   }
+}
+
+// The level as people and the history read it: "normal", "warning", "critical".
+inline std::string_view memoryPressureName(MemoryPressure pressure) {
+  switch (pressure) {
+    case MemoryPressure::normal: return "normal";
+    case MemoryPressure::warning: return "warning";
+    case MemoryPressure::critical: return "critical";
+  }
+  return "normal";
 }
 
 // The available-memory level (percent of memory still available) as a pressure fraction.

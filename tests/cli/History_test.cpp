@@ -12,6 +12,7 @@
 #include <fstream>
 
 #include "OmniraCore/history/HistoryDatabase.h"
+#include "tests/cli/CommandRun.h"
 
 namespace omnira {
 namespace {
@@ -26,23 +27,12 @@ struct HistoryCommand : ::testing::Test {
   }
   void TearDown() override { fs::remove_all(root); }
 
-  struct Output {
-    int status = -1;
-    std::string out;
-  };
-  Output run(const std::string& arguments, const std::string& input = "") {
+  testing::CommandRun run(const std::string& arguments, const std::string& input = "") {
     const std::string command = "HOME=" + (root / "home").string() + " XDG_DATA_HOME=" + (root / "data").string() +
                                 " XDG_CONFIG_HOME=" + (root / "config").string() +
                                 " XDG_DOWNLOAD_DIR=" + (root / "downloads").string() + " " + OMNIRA_CLI_PATH + " " +
                                 arguments + (input.empty() ? " </dev/null" : " <<< '" + input + "'") + " 2>&1";
-    Output result;
-    FILE* pipe = ::popen(("bash -c \"" + command + "\"").c_str(), "r");
-    char buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) result.out.append(buffer, n);
-    const int status = ::pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
+    return testing::runShell("bash -c \"" + command + "\"");
   }
 
   // Two hours of 5-second ticks ending now: the machine one core busy, two apps.

@@ -1,5 +1,7 @@
 // The omnira command, run as a person runs it, on this machine.
 
+#include "tests/cli/CommandRun.h"
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
@@ -14,22 +16,10 @@
 
 namespace {
 
-struct CommandRun {
-  int status = -1;
-  std::string out;
-};
+using omnira::testing::CommandRun;
 
 CommandRun run(const std::string& arguments) {
-  CommandRun result;
-  const std::string command = std::string(OMNIRA_CLI_PATH) + " " + arguments + " 2>/dev/null";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) return result;
-  char buffer[65536];
-  size_t n;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) result.out.append(buffer, n);
-  const int status = ::pclose(pipe);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return result;
+  return omnira::testing::runShell(std::string(OMNIRA_CLI_PATH) + " " + arguments + " 2>/dev/null");
 }
 
 uint64_t memTotalBytes() {
