@@ -6,7 +6,7 @@
 //
 // A plain value with mutable state, owned by the monitor store and fed once per tick on the
 // main thread; it takes no lock. It keeps only short in-memory series (at most an hour, or the
-// longest limit); stored insights live in the history. The rules never fail: a missing input
+// longest limit); the store saves the insights it shows. The rules never fail: a missing input
 // or too short a series simply raises nothing.
 
 #include <deque>
