@@ -85,6 +85,16 @@ HistoryDatabase::AppRow appRow(const sqlite::Statement& s) {
           s.integer(10), s.integer(11), s.integer(12), s.integer(13)};
 }
 
+// Rows of one table with from <= start < to, through a statement that binds both bounds.
+template <class ReadRow>
+auto rowsInRange(sqlite::Statement& query, int64_t from, int64_t to, ReadRow readRow) {
+  query.bindInt(1, from).bindInt(2, to);
+  std::vector<decltype(readRow(query))> rows;
+  while (query.step()) rows.push_back(readRow(query));
+  query.reset();
+  return rows;
+}
+
 // Byte counts come from per-second rates; a negative or absurd rate adds nothing.
 int64_t bytesOver(double bytesPerSecond, double seconds) {
   const double bytes = bytesPerSecond * seconds;
@@ -221,11 +231,7 @@ Result<std::vector<HistoryDatabase::SystemRow>, HistoryDatabase::Failure> Histor
   std::lock_guard guard(lock_);
   try {
     auto& query = statement(fmt::format("{}{}{}{}", selectSystem, tableName(table), rangeCondition, orderByStart));
-    query.bindInt(1, from).bindInt(2, to);
-    std::vector<SystemRow> rows;
-    while (query.step()) rows.push_back(systemRow(query));
-    query.reset();
-    return rows;
+    return rowsInRange(query, from, to, systemRow);
   } catch (const sqlite::Error& error) {
     return fail(failure("cannot read", url_, error));
   }
@@ -236,11 +242,7 @@ Result<std::vector<HistoryDatabase::AppRow>, HistoryDatabase::Failure> HistoryDa
   std::lock_guard guard(lock_);
   try {
     auto& query = statement(fmt::format("{}{}{}{}", selectApps, tableName(table), rangeCondition, orderByStart));
-    query.bindInt(1, from).bindInt(2, to);
-    std::vector<AppRow> rows;
-    while (query.step()) rows.push_back(appRow(query));
-    query.reset();
-    return rows;
+    return rowsInRange(query, from, to, appRow);
   } catch (const sqlite::Error& error) {
     return fail(failure("cannot read", url_, error));
   }
