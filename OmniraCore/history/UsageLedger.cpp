@@ -1,5 +1,7 @@
 #include "OmniraCore/history/UsageLedger.h"
 
+#include "OmniraCore/foundation/AtomicFile.h"
+
 #include <fmt/format.h>
 
 #include <cerrno>
@@ -121,17 +123,8 @@ Result<UsageLedger, UsageLedger::Failure> UsageLedger::load(const std::filesyste
 }
 
 Result<void, UsageLedger::Failure> UsageLedger::save(const std::filesystem::path& file) const {
-  std::filesystem::path temporary = file;
-  temporary += ".tmp";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    if (out) out << toJSON().dump();
-    if (out) out.close();
-    if (!out) return fail(Failure{fmt::format("cannot write {}: {}", temporary.string(), std::strerror(errno))});
-  }
-  std::error_code error;
-  std::filesystem::rename(temporary, file, error);
-  if (error) return fail(Failure{fmt::format("cannot replace {}: {}", file.string(), error.message())});
+  auto written = AtomicFile::write(file, toJSON().dump());
+  if (!written) return fail(Failure{written.error().message});
   return {};
 }
 

@@ -42,6 +42,7 @@ struct AppGroup {
 
   // id, name, kind, bundlePath, the summed figures, then "processes".
   nlohmann::ordered_json toJSON() const;
+  friend bool operator==(const AppGroup&, const AppGroup&) = default;
 
   // The role of a process that no argument or path classifier recognised, by where its
   // executable lies in the app: `executables` is the app's executables folder. No path

@@ -59,6 +59,7 @@ struct ProcessSample {
   std::optional<std::string> flatpakAppID;  // from the sandbox's .flatpak-info
 
   nlohmann::ordered_json toJSON() const;
+  friend bool operator==(const ProcessSample&, const ProcessSample&) = default;
 };
 
 }  // namespace omnira

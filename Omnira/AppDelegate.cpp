@@ -1,0 +1,108 @@
+#include "Omnira/AppDelegate.h"
+
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include "Omnira/InsightNotifier.h"
+#include "Omnira/MonitorStore.h"
+#include "Omnira/SettingsWatcher.h"
+#include "Omnira/TickLine.h"
+#include "OmniraCore/foundation/Log.h"
+#include "OmniraCore/foundation/Settings.h"
+
+namespace omnira {
+
+namespace {
+
+sigset_t stopSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
+  return set;
+}
+
+}  // namespace
+
+AppDelegate::AppDelegate(Options options, QObject* parent) : QObject(parent), options_(options) {}
+
+AppDelegate::~AppDelegate() {
+  stop();
+  signalNotifier_.reset();
+  if (signalFD_ >= 0) ::close(signalFD_);
+}
+
+void AppDelegate::blockStopSignals() {
+  const sigset_t set = stopSignals();
+  ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+Result<void, AppDelegate::Failure> AppDelegate::start() {
+  auto paths = AppPaths::fromProcessEnvironment();
+  if (!paths) return fail(Failure{1, paths.error().message});
+  paths_ = *paths;
+
+  auto lock = InstanceLock::acquire(paths_->dataFile("omnira.lock"));
+  if (!lock) return fail(Failure{1, lock.error().message});
+  lock_.emplace(std::move(*lock));
+
+  setUpLogging("omnira", spdlog::level::info);
+  listenForStopSignals();
+
+  settingsWatcher_ = std::make_unique<SettingsWatcher>(paths_->settingsFile());
+  MonitorStore::Options storeOptions{*paths_, settingsWatcher_->current()};
+  store_ = std::make_unique<MonitorStore>(std::move(storeOptions));
+  connect(settingsWatcher_.get(), &SettingsWatcher::changed, store_.get(), &MonitorStore::applySettings);
+
+  notifier_ = std::make_unique<InsightNotifier>();
+  connect(store_.get(), &MonitorStore::insightsRaised, this, [this](const Insights& fresh) {
+    if (!store_->settings().boolean("insightNotifications", true)) return;
+    for (const auto& insight : fresh) notifier_->post(insight);
+  });
+  if (options_.printTicks) connect(store_.get(), &MonitorStore::ticked, this, &AppDelegate::printTick);
+  if (options_.watching) store_->viewerAppeared();
+
+  store_->start();
+  spdlog::info("Omnira {} started; data in {}", OMNIRA_VERSION, paths_->dataFolder().string());
+  return {};
+}
+
+void AppDelegate::stop() {
+  if (!store_) return;
+  store_->stop();
+  store_.reset();
+  spdlog::info("Omnira stopped");
+  lock_.reset();
+}
+
+void AppDelegate::listenForStopSignals() {
+  const sigset_t set = stopSignals();
+  signalFD_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+  if (signalFD_ < 0) {
+    spdlog::error("Cannot listen for stop signals: {}", std::strerror(errno));
+    return;
+  }
+  signalNotifier_ = std::make_unique<QSocketNotifier>(signalFD_, QSocketNotifier::Read);
+  connect(signalNotifier_.get(), &QSocketNotifier::activated, this, [this] {
+    signalfd_siginfo info{};
+    while (::read(signalFD_, &info, sizeof info) == sizeof info)
+      spdlog::info("Stopping on {}", info.ssi_signo == SIGINT ? "SIGINT" : "SIGTERM");
+    emit stopRequested();
+  });
+}
+
+void AppDelegate::printTick() {
+  if (!store_->system()) return;
+  std::fputs((TickLine::format(*store_->system(), store_->groups(), store_->system()->timestamp) + "\n").c_str(), stdout);
+  std::fflush(stdout);
+}
+
+}  // namespace omnira

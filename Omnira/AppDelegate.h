@@ -1,0 +1,72 @@
+#pragma once
+// Start-up and shut-down order of the running application.
+//
+// Start: data and settings folders → the single-instance lock → logging → settings and
+// their watch → the monitor store (saved state, history, samplers, loop) → notifications
+// → SIGINT/SIGTERM. Stop (on either signal, or when the event loop ends): the loop and the
+// samplers end, then live history, ledger and insights are saved and the history is
+// checkpointed, and the lock is released last.
+//
+// Lives on the main thread, created by OmniraApp before the event loop runs.
+
+#include <QObject>
+#include <QSocketNotifier>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Omnira/InstanceLock.h"
+#include "OmniraCore/foundation/AppPaths.h"
+#include "OmniraCore/foundation/Result.h"
+
+namespace omnira {
+
+class MonitorStore;
+class SettingsWatcher;
+class InsightNotifier;
+
+class AppDelegate : public QObject {
+  Q_OBJECT
+
+ public:
+  struct Options {
+    bool watching = false;    // behave as if a view showed live figures
+    bool printTicks = false;  // one line per tick on standard output
+  };
+
+  struct Failure {
+    int exitCode = 1;
+    std::string message;  // a sentence for the person
+  };
+
+  AppDelegate(Options options, QObject* parent = nullptr);
+  ~AppDelegate() override;
+
+  // Blocks SIGINT and SIGTERM for every thread; call before any thread starts.
+  static void blockStopSignals();
+
+  Result<void, Failure> start();
+  void stop();
+
+  MonitorStore* store() const { return store_.get(); }
+
+ signals:
+  // SIGINT or SIGTERM arrived.
+  void stopRequested();
+
+ private:
+  void listenForStopSignals();
+  void printTick();
+
+  Options options_;
+  std::optional<AppPaths> paths_;
+  std::optional<InstanceLock> lock_;
+  std::unique_ptr<MonitorStore> store_;
+  std::unique_ptr<SettingsWatcher> settingsWatcher_;
+  std::unique_ptr<InsightNotifier> notifier_;
+  int signalFD_ = -1;
+  std::unique_ptr<QSocketNotifier> signalNotifier_;
+};
+
+}  // namespace omnira

@@ -1,0 +1,122 @@
+#include "Omnira/LiveHistory.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "OmniraCore/foundation/AtomicFile.h"
+#include "OmniraCore/history/JSONFields.h"
+
+namespace omnira {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+bool within(Date date, Date now, double seconds) {
+  const double age = std::chrono::duration<double>(now - date).count();
+  return age >= 0 && age <= seconds;
+}
+
+Json pointJSON(const GroupPoint& point) {
+  Json j = Json::object();
+  j["date"] = formatISO8601(point.date);
+  j["cpu"] = point.cpu;
+  j["memory"] = point.memory;
+  j["power"] = point.power;
+  j["disk"] = point.disk;
+  j["network"] = point.network;
+  return j;
+}
+
+bool readPoint(const Json& json, GroupPoint& point, std::string& error) {
+  using namespace json_fields;
+  if (!json.is_object()) {
+    error = "a chart point is not an object";
+    return false;
+  }
+  double memory = 0;
+  if (!readDate(json, "date", point.date, error) || !readNumber(json, "cpu", point.cpu, error) ||
+      !readNumber(json, "memory", memory, error) || !readNumber(json, "power", point.power, error) ||
+      !readNumber(json, "disk", point.disk, error) || !readNumber(json, "network", point.network, error))
+    return false;
+  if (memory < 0) {
+    error = "\"memory\" is negative";
+    return false;
+  }
+  point.memory = static_cast<uint64_t>(memory);
+  return true;
+}
+
+}  // namespace
+
+void LiveHistory::trim(Date now, double seconds) {
+  std::erase_if(systemHistory, [&](const SystemSample& s) { return !within(s.timestamp, now, seconds); });
+  for (auto it = groupHistory.begin(); it != groupHistory.end();) {
+    std::erase_if(it->second, [&](const GroupPoint& p) { return !within(p.date, now, seconds); });
+    it = it->second.empty() ? groupHistory.erase(it) : std::next(it);
+  }
+}
+
+Json LiveHistory::toJSON() const {
+  Json j = Json::object();
+  j["savedAt"] = formatISO8601(savedAt);
+  Json system = Json::array();
+  for (const auto& sample : systemHistory) system.push_back(sample.toJSON());
+  j["systemHistory"] = std::move(system);
+  Json groups = Json::object();
+  for (const auto& [id, points] : groupHistory) {
+    Json list = Json::array();
+    for (const auto& point : points) list.push_back(pointJSON(point));
+    groups[id] = std::move(list);
+  }
+  j["groupHistory"] = std::move(groups);
+  return j;
+}
+
+Result<LiveHistory, LiveHistory::Failure> LiveHistory::fromJSON(const Json& json) {
+  if (!json.is_object()) return fail(Failure{"the live history is not an object"});
+  LiveHistory history;
+  std::string error;
+  if (!json_fields::readDate(json, "savedAt", history.savedAt, error)) return fail(Failure{error});
+  auto system = json.find("systemHistory");
+  if (system == json.end() || !system->is_array()) return fail(Failure{"\"systemHistory\" is missing or not a list"});
+  for (const auto& item : *system) {
+    auto sample = SystemSample::fromJSON(item);
+    if (!sample) return fail(Failure{fmt::format("a system sample: {}", sample.error().message)});
+    history.systemHistory.push_back(std::move(*sample));
+  }
+  auto groups = json.find("groupHistory");
+  if (groups == json.end() || !groups->is_object()) return fail(Failure{"\"groupHistory\" is missing or not an object"});
+  for (const auto& [id, points] : groups->items()) {
+    if (!points.is_array()) return fail(Failure{fmt::format("the points of {} are not a list", id)});
+    auto& list = history.groupHistory[id];
+    for (const auto& item : points) {
+      GroupPoint point;
+      if (!readPoint(item, point, error)) return fail(Failure{fmt::format("a point of {}: {}", id, error)});
+      list.push_back(point);
+    }
+  }
+  return history;
+}
+
+Result<LiveHistory, LiveHistory::Failure> LiveHistory::load(const std::filesystem::path& file) {
+  auto text = AtomicFile::read(file);
+  if (!text) {
+    if (text.error().missing) return LiveHistory{};
+    return fail(Failure{text.error().message});
+  }
+  auto json = Json::parse(*text, nullptr, false);
+  if (json.is_discarded()) return fail(Failure{fmt::format("{} is not JSON", file.string())});
+  auto history = fromJSON(json);
+  if (!history) return fail(Failure{fmt::format("{}: {}", file.string(), history.error().message)});
+  return history;
+}
+
+Result<void, LiveHistory::Failure> LiveHistory::save(const std::filesystem::path& file) const {
+  auto written = AtomicFile::write(file, toJSON().dump());
+  if (!written) return fail(Failure{written.error().message});
+  return {};
+}
+
+}  // namespace omnira

@@ -1,0 +1,399 @@
+#include "Omnira/MonitorStore.h"
+
+#include <algorithm>
+
+#include <spdlog/spdlog.h>
+
+#include "OmniraCore/history/Strain.h"
+
+namespace omnira {
+
+namespace {
+
+// Sets `field` and reports whether it changed, so a signal fires only on a real change.
+template <class T>
+bool assign(T& field, T value) {
+  if (field == value) return false;
+  field = std::move(value);
+  return true;
+}
+
+constexpr const char* liveFile = "live.json";
+constexpr const char* insightsFile = "insights.json";
+constexpr const char* ledgerFile = "usage.json";
+constexpr const char* historyFile = "history.sqlite";
+
+GroupPoint pointOf(const AppGroup& group, Date at) {
+  return {at,
+          group.cpuPercent(),
+          group.memoryBytes(),
+          group.powerWatts(),
+          group.diskReadBytesPerSec() + group.diskWriteBytesPerSec(),
+          group.networkInBytesPerSec() + group.networkOutBytesPerSec()};
+}
+
+}  // namespace
+
+MonitorStore::MonitorStore(Options options, QObject* parent)
+    : QObject(parent), options_(std::move(options)), settings_(options_.settings),
+      insightEngine_(options_.systemName), sleep_(this) {
+  showsSystemInLists_ = settings_.boolean("showsSystemInLists", false);
+  connect(&sleep_, &BootClockTimer::timeout, this, &MonitorStore::step);
+  if (!sleep_.failure().empty()) spdlog::debug("{}", sleep_.failure());
+}
+
+MonitorStore::~MonitorStore() { stop(); }
+
+void MonitorStore::start() {
+  if (started_) return;
+  started_ = true;
+  loadSavedState();
+
+  auto opened = HistoryDatabase::open(options_.paths.dataFile(historyFile));
+  if (opened) history_ = std::move(*opened);
+  else spdlog::error("History is off for this run: {}", opened.error().message);
+
+  worker_ = new SamplingWorker(options_.parts);
+  worker_->moveToThread(&workerThread_);
+  connect(&workerThread_, &QThread::finished, worker_, &QObject::deleteLater);
+  connect(worker_, &SamplingWorker::sampled, this, &MonitorStore::received, Qt::QueuedConnection);
+  workerThread_.setObjectName("Omnira sampler");
+  workerThread_.start(QThread::LowPriority);
+  restartLoop();
+}
+
+void MonitorStore::loadSavedState() {
+  const Date now = std::chrono::system_clock::now();
+  if (auto live = LiveHistory::load(options_.paths.dataFile(liveFile))) {
+    live->trim(now, HistorySpans::seconds(historySpan()));
+    systemHistory_ = std::move(live->systemHistory);
+    groupHistory_ = std::move(live->groupHistory);
+  } else {
+    spdlog::warn("Starting with empty charts: {}", live.error().message);
+  }
+  if (auto list = WorthALook::load(options_.paths.dataFile(insightsFile))) {
+    worthALook_ = std::move(*list);
+    insightEngine_.seedCooldowns(worthALook_.insights());
+  } else {
+    spdlog::warn("Starting with no insights: {}", list.error().message);
+  }
+  if (auto ledger = UsageLedger::load(options_.paths.dataFile(ledgerFile))) {
+    liveLedger_ = std::move(*ledger);
+    ledger_ = liveLedger_;
+  } else {
+    spdlog::warn("Starting a new usage ledger: {}", ledger.error().message);
+  }
+}
+
+void MonitorStore::stop() {
+  if (!started_ || stopped_) return;
+  stopped_ = true;
+  if (loop_) loop_->cancel();
+  sleep_.stop();
+  if (worker_) disconnect(worker_, nullptr, this, nullptr);
+  workerThread_.quit();
+  workerThread_.wait();
+  worker_ = nullptr;
+
+  if (history_) {
+    if (auto row = readings_.close()) {
+      if (auto written = history_->writeReading(*row); !written)
+        spdlog::warn("Could not write the last readings: {}", written.error().message);
+    }
+  }
+  saveLiveHistory();
+  saveLedger();
+  saveInsights();
+  if (history_) {
+    if (auto done = history_->checkpoint(); !done) spdlog::warn("Could not checkpoint the history: {}", done.error().message);
+  }
+}
+
+// The loop -----------------------------------------------------------------------------
+
+void MonitorStore::restartLoop() {
+  if (stopped_) return;
+  if (loop_) loop_->cancel();
+  sleep_.stop();
+  sleepingAfterTick_ = false;
+  loop_.emplace(isPrimed_);
+  // A sample in flight finishes first; the new loop takes over when it lands.
+  if (inFlight_) stepAfterFlight_ = true;
+  else step();
+}
+
+SamplingLoop::Conditions MonitorStore::conditions() const {
+  return {viewers_, refreshSetting(), onBattery()};
+}
+
+std::optional<double> MonitorStore::refreshSetting() const {
+  if (!settings_.contains("refreshSeconds")) return std::nullopt;
+  return settings_.number("refreshSeconds", 0);
+}
+
+void MonitorStore::step() {
+  if (!loop_ || stopped_) return;
+  const auto next = loop_->next(conditions());
+  sleepingAfterTick_ = false;
+  switch (next.kind) {
+    case SamplingLoop::Step::Kind::prime:
+      send({0, true, false, {}, false});
+      break;
+    case SamplingLoop::Step::Kind::sleep:
+      sleepingAfterTick_ = isPrimed_ && loop_->tickCount() > 0;
+      sleep_.start(next.seconds, next.tolerance);
+      break;
+    case SamplingLoop::Step::Kind::tick: {
+      const Date now = std::chrono::system_clock::now();
+      ProcessDetails details;
+      if (next.includeProcesses)
+        details = SamplingSchedule::details(processDetails_, now, lastNetworkDetailsAt_, lastProjectScanAt_, onBattery());
+      send({0, false, next.includeProcesses, details, false});
+      break;
+    }
+    case SamplingLoop::Step::Kind::end:
+      break;
+  }
+}
+
+void MonitorStore::send(SamplingRequest request) {
+  request.serial = ++serial_;
+  request.reloadApps = std::exchange(reloadApps_, false);
+  inFlight_ = true;
+  QMetaObject::invokeMethod(worker_, [worker = worker_, request] { worker->sample(request); }, Qt::QueuedConnection);
+}
+
+void MonitorStore::received(const SamplingResult& result) {
+  if (stopped_) return;
+  inFlight_ = false;
+  if (result.primed) {
+    if (assign(isPrimed_, true)) emit isPrimedChanged();
+  } else {
+    refresh(result);
+    lastTickEnd_ = BootClockTimer::now();
+  }
+  stepAfterFlight_ = false;
+  step();
+}
+
+void MonitorStore::rearmSleep() {
+  // Only the sleep between ticks follows the cadence; the second after priming stays.
+  if (!sleep_.isActive() || !sleepingAfterTick_) return;
+  const auto interval = SamplingSchedule::interval(viewers_, refreshSetting(), onBattery());
+  const double remaining = std::max(0.0, lastTickEnd_ + interval.seconds - BootClockTimer::now());
+  sleep_.start(remaining, interval.tolerance);
+  sleepingAfterTick_ = true;
+}
+
+// One tick ------------------------------------------------------------------------------
+
+void MonitorStore::refresh(const SamplingResult& result) {
+  const Date at = result.at;
+  const SystemSample& sample = result.system;
+  publishSystem(sample, at);
+
+  // Strain: no temperature sensors are read yet, so the temperature test stays off.
+  const double hotCelsius = settings_.number("insightHotCelsius", 90);
+  if (strainTracker_.note(Strain::kinds(sample, std::nullopt, hotCelsius), at) &&
+      assign(strainSince_, strainTracker_.since()))
+    emit strainSinceChanged();
+  if (history_) {
+    if (auto row = readings_.record(sample, ReadingsRecorder::Tick{}, at)) {
+      if (auto written = history_->writeReading(*row); !written)
+        spdlog::warn("Could not write readings: {}", written.error().message);
+    }
+  }
+
+  if (result.groups) {
+    previousSampleDetails_ = measuredDetails_;
+    if (assign(measuredDetails_, result.measured)) emit measuredDetailsChanged();
+    if (result.measured.network) lastNetworkDetailsAt_ = at;
+    if (result.measured.projects) lastProjectScanAt_ = at;
+    // No per-process energy counter on Linux: power is always the estimate.
+    if (assign(powerIsEstimated_, !ProcessSampler::kernelCountsEnergy)) emit powerIsEstimatedChanged();
+    if (assign(unmeasuredProcessCount_, static_cast<qint64>(result.unmeasured))) emit unmeasuredProcessCountChanged();
+    publishGroups(*result.groups, at);
+  }
+
+  recordHistory(sample, at);
+  if (sample.interval > 0) liveLedger_.record(allGroups_, sample.interval, at);
+  runInsights(sample, at);
+
+  if (SamplingSchedule::publishesLedger(ledgerPublishedAt_, at)) {
+    ledgerPublishedAt_ = at;
+    if (assign(ledger_, liveLedger_)) emit ledgerChanged();
+  }
+  if (SamplingSchedule::savesLedger(lastLedgerSaveAt_, at, onBattery())) saveLedger();
+  emit ticked();
+}
+
+void MonitorStore::publishSystem(const SystemSample& sample, Date at) {
+  if (assign(hasGPUReading_, OptionalFlag(sample.gpuUtilization.has_value()))) emit hasGPUReadingChanged();
+  if (assign(hasNeuralEngine_, OptionalFlag(sample.neuralEngineActive.has_value()))) emit hasNeuralEngineChanged();
+  if (assign(hasBattery_, OptionalFlag(sample.battery.has_value()))) emit hasBatteryChanged();
+  if (assign(system_, OptionalSystemSample(sample))) emit systemChanged();
+
+  systemHistory_.push_back(sample);
+  const size_t limit = static_cast<size_t>(std::max(1, HistorySpans::samples(historySpan(), refreshSetting())));
+  if (systemHistory_.size() > limit)
+    systemHistory_.erase(systemHistory_.begin(), systemHistory_.end() - static_cast<ptrdiff_t>(limit));
+  emit systemHistoryChanged();
+
+  if (sample.networkBytesReceived) {
+    sessionBytesReceived_ += sample.networkBytesReceived;
+    emit sessionBytesReceivedChanged();
+  }
+  if (sample.networkBytesSent) {
+    sessionBytesSent_ += sample.networkBytesSent;
+    emit sessionBytesSentChanged();
+  }
+  if (sample.interval > 0) liveLedger_.record(sample.interval, at);
+}
+
+void MonitorStore::publishGroups(std::vector<AppGroup> groups, Date at) {
+  const double span = HistorySpans::seconds(historySpan());
+  for (const auto& group : groups) groupHistory_[group.id].push_back(pointOf(group, at));
+  for (auto it = groupHistory_.begin(); it != groupHistory_.end();) {
+    auto& points = it->second;
+    std::erase_if(points, [&](const GroupPoint& p) { return std::chrono::duration<double>(at - p.date).count() > span; });
+    it = points.empty() ? groupHistory_.erase(it) : std::next(it);
+  }
+  emit groupHistoryChanged();
+
+  AppGroups listed;
+  listed.reserve(groups.size());
+  for (const auto& group : groups)
+    if (showsSystemInLists_ || group.kind != GroupKind::system) listed.push_back(group);
+  allGroups_ = std::move(groups);
+  if (assign(groups_, std::move(listed))) emit groupsChanged();
+}
+
+void MonitorStore::recordHistory(const SystemSample& sample, Date at) {
+  if (!history_) return;
+  if (auto pruned = pruner_.pruneIfDue(*history_, HistoryRetention::days(settings_), at); !pruned)
+    spdlog::warn("Could not prune the history: {}", pruned.error().message);
+  if (auto recorded = history_->record(sample, allGroups_, at); !recorded)
+    spdlog::warn("Could not write the history: {}", recorded.error().message);
+}
+
+void MonitorStore::runInsights(const SystemSample& sample, Date at) {
+  auto& t = insightEngine_.thresholds;
+  auto positive = [&](const char* key, double fallback) {
+    const double value = settings_.number(key, fallback);
+    return std::isfinite(value) && value > 0 ? value : fallback;
+  };
+  t.cpuPercent = positive("insightCPUPercent", 50);
+  t.cpuWindow = positive("insightCPUMinutes", 10) * 60;
+  t.memoryGrowthBytes = InsightEngine::Thresholds::bytesFromGigabytes(positive("insightMemoryGrowthGB", 1));
+  t.diskBurstBytes = InsightEngine::Thresholds::bytesFromGigabytes(positive("insightDiskBurstGB", 5));
+  t.networkBurstBytes = InsightEngine::Thresholds::bytesFromGigabytes(positive("insightNetworkBurstGB", 1));
+  t.hotCelsius = positive("insightHotCelsius", 90);
+  t.hotWindow = positive("insightHotMinutes", 3) * 60;
+  t.fahrenheit = settings_.string("temperatureUnit", "celsius") == "fahrenheit";
+
+  auto fresh = insightEngine_.ingest(allGroups_, sample, std::nullopt, {}, std::nullopt, std::nullopt, at);
+  noteInsights(fresh);
+}
+
+// Operations ----------------------------------------------------------------------------
+
+void MonitorStore::applySettings(const Settings& settings) {
+  const auto oldRefresh = refreshSetting();
+  const auto oldSpan = historySpan();
+  settings_ = settings;
+  if (assign(showsSystemInLists_, settings_.boolean("showsSystemInLists", false))) {
+    emit showsSystemInListsChanged();
+    publishGroups(allGroups_, system_ ? system_->timestamp : std::chrono::system_clock::now());
+  }
+  if (oldRefresh != refreshSetting() || oldSpan != historySpan()) {
+    const size_t limit = static_cast<size_t>(std::max(1, HistorySpans::samples(historySpan(), refreshSetting())));
+    if (systemHistory_.size() > limit) {
+      systemHistory_.erase(systemHistory_.begin(), systemHistory_.end() - static_cast<ptrdiff_t>(limit));
+      emit systemHistoryChanged();
+    }
+    rearmSleep();
+  }
+}
+
+HistorySpan MonitorStore::historySpan() const {
+  return HistorySpans::fromMinutes(settings_.integer("historySpan", 5));
+}
+
+bool MonitorStore::onBattery() const {
+  return system_ && system_->battery && !system_->battery->pluggedIn;
+}
+
+void MonitorStore::setViewers(int viewers) {
+  if (!assign(viewers_, std::max(0, viewers))) return;
+  emit viewersChanged();
+  rearmSleep();
+}
+
+void MonitorStore::requestDetails(const std::string& requester, ProcessDetails details) {
+  if (details.empty()) detailRequests_.erase(requester);
+  else detailRequests_[requester] = details;
+  ProcessDetails wanted;
+  for (const auto& [who, asked] : detailRequests_) wanted = wanted | asked;
+  if (!assign(processDetails_, wanted)) return;
+  emit processDetailsChanged();
+  if (isPrimed_) restartLoop();
+}
+
+void MonitorStore::noteInsights(const std::vector<Insight>& fresh) {
+  if (!worthALook_.note(fresh)) return;
+  emit insightsChanged();
+  emit pinnedInsightIDsChanged();
+  saveInsights();
+  emit insightsRaised(fresh);
+}
+
+void MonitorStore::clearInsights() {
+  const auto before = worthALook_.insights().size();
+  worthALook_.clear();
+  if (worthALook_.insights().size() == before) return;
+  emit insightsChanged();
+  saveInsights();
+}
+
+void MonitorStore::togglePin(const UUID& id) {
+  if (!worthALook_.togglePin(id)) return;
+  emit pinnedInsightIDsChanged();
+  saveInsights();
+}
+
+void MonitorStore::saveLedger() {
+  lastLedgerSaveAt_ = std::chrono::system_clock::now();
+  if (auto saved = liveLedger_.save(options_.paths.dataFile(ledgerFile)); !saved)
+    spdlog::warn("Could not save the usage ledger: {}", saved.error().message);
+}
+
+void MonitorStore::saveInsights() {
+  if (auto saved = worthALook_.save(options_.paths.dataFile(insightsFile)); !saved)
+    spdlog::warn("Could not save the insights: {}", saved.error().message);
+}
+
+void MonitorStore::saveLiveHistory() {
+  LiveHistory live;
+  live.savedAt = std::chrono::system_clock::now();
+  live.systemHistory = systemHistory_;
+  live.groupHistory = groupHistory_;
+  if (auto saved = live.save(options_.paths.dataFile(liveFile)); !saved)
+    spdlog::warn("Could not save the live charts: {}", saved.error().message);
+}
+
+Result<HistoryExport::Files, HistoryExport::Failure> MonitorStore::exportHistory(const std::filesystem::path& folder,
+                                                                              Date since) {
+  if (!history_) return fail(HistoryExport::Failure{"There is no history to export: the history file could not be opened."});
+  return HistoryExport::write(*history_, folder, since, std::chrono::system_clock::now());
+}
+
+Result<HistoryExport::Files, HistoryExport::Failure> MonitorStore::exportHistoryToDownloads(Date since) {
+  return exportHistory(options_.paths.downloadsFolder(), since);
+}
+
+Result<void, HistoryDatabase::Failure> MonitorStore::deleteHistory() {
+  if (!history_) return {};
+  return history_->deleteAll(std::chrono::system_clock::now());
+}
+
+}  // namespace omnira

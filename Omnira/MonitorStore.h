@@ -1,0 +1,243 @@
+#pragma once
+// The heart of the running program: owns the samplers (through their worker thread), the
+// history file, the readings recorder, the insight engine, the strain tracker and the live
+// rings; runs the sampling loop; publishes the live figures that every view and the agent
+// bridge read. Nothing else samples.
+//
+// Threads: a QObject of the main thread; every member is touched there only. The samplers
+// live on the worker's thread ("Omnira sampler") and only their results cross back.
+// Published properties notify only when their value really changes.
+//
+// Failures: a history file that cannot be opened leaves `history` absent (logged; the
+// live figures go on); saved files that cannot be read are logged and that part starts
+// empty; a save that fails is logged and tried again at the next save.
+
+#include <QObject>
+#include <QThread>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Omnira/BootClockTimer.h"
+#include "Omnira/GroupPoint.h"
+#include "Omnira/LiveHistory.h"
+#include "Omnira/SamplingSchedule.h"
+#include "Omnira/SamplingWorker.h"
+#include "Omnira/WorthALook.h"
+#include "OmniraCore/foundation/AppPaths.h"
+#include "OmniraCore/foundation/Date.h"
+#include "OmniraCore/foundation/Settings.h"
+#include "OmniraCore/history/HistoryDatabase.h"
+#include "OmniraCore/history/HistoryExport.h"
+#include "OmniraCore/history/HistoryRetention.h"
+#include "OmniraCore/history/Insight.h"
+#include "OmniraCore/history/InsightEngine.h"
+#include "OmniraCore/history/ReadingsRecorder.h"
+#include "OmniraCore/history/StrainKind.h"
+#include "OmniraCore/history/StrainTracker.h"
+#include "OmniraCore/history/UsageLedger.h"
+#include "OmniraCore/sampling/AppGroup.h"
+#include "OmniraCore/sampling/ProcessDetails.h"
+#include "OmniraCore/sampling/SystemSample.h"
+
+namespace omnira {
+
+using OptionalSystemSample = std::optional<SystemSample>;
+using SystemSamples = std::vector<SystemSample>;
+using AppGroups = std::vector<AppGroup>;
+using GroupHistory = std::map<std::string, std::vector<GroupPoint>>;
+using Insights = std::vector<Insight>;
+using InsightIDs = std::set<UUID>;
+using StrainSince = std::map<StrainKind, Date>;
+using OptionalFlag = std::optional<bool>;
+
+class MonitorStore : public QObject {
+  Q_OBJECT
+  Q_PROPERTY(omnira::OptionalSystemSample system READ system NOTIFY systemChanged)
+  Q_PROPERTY(omnira::SystemSamples systemHistory READ systemHistory NOTIFY systemHistoryChanged)
+  Q_PROPERTY(omnira::AppGroups groups READ groups NOTIFY groupsChanged)
+  Q_PROPERTY(bool showsSystemInLists READ showsSystemInLists NOTIFY showsSystemInListsChanged)
+  Q_PROPERTY(omnira::GroupHistory groupHistory READ groupHistory NOTIFY groupHistoryChanged)
+  Q_PROPERTY(qint64 unmeasuredProcessCount READ unmeasuredProcessCount NOTIFY unmeasuredProcessCountChanged)
+  Q_PROPERTY(quint64 sessionBytesReceived READ sessionBytesReceived NOTIFY sessionBytesReceivedChanged)
+  Q_PROPERTY(quint64 sessionBytesSent READ sessionBytesSent NOTIFY sessionBytesSentChanged)
+  Q_PROPERTY(omnira::UsageLedger ledger READ ledger NOTIFY ledgerChanged)
+  Q_PROPERTY(omnira::Insights insights READ insights NOTIFY insightsChanged)
+  Q_PROPERTY(omnira::InsightIDs pinnedInsightIDs READ pinnedInsightIDs NOTIFY pinnedInsightIDsChanged)
+  Q_PROPERTY(bool powerIsEstimated READ powerIsEstimated NOTIFY powerIsEstimatedChanged)
+  Q_PROPERTY(omnira::OptionalFlag hasGPUReading READ hasGPUReading NOTIFY hasGPUReadingChanged)
+  Q_PROPERTY(omnira::OptionalFlag hasNeuralEngine READ hasNeuralEngine NOTIFY hasNeuralEngineChanged)
+  Q_PROPERTY(omnira::OptionalFlag hasBattery READ hasBattery NOTIFY hasBatteryChanged)
+  Q_PROPERTY(omnira::StrainSince strainSince READ strainSince NOTIFY strainSinceChanged)
+  Q_PROPERTY(omnira::ProcessDetails processDetails READ processDetails NOTIFY processDetailsChanged)
+  Q_PROPERTY(omnira::ProcessDetails measuredDetails READ measuredDetails NOTIFY measuredDetailsChanged)
+  Q_PROPERTY(int viewers READ viewers WRITE setViewers NOTIFY viewersChanged)
+  Q_PROPERTY(bool isPrimed READ isPrimed NOTIFY isPrimedChanged)
+
+ public:
+  using LiveHistory = omnira::LiveHistory;
+
+  struct Options {
+    AppPaths paths;
+    Settings settings;
+    SamplingParts parts = SamplingParts::thisMachine();
+    std::string systemName = "Linux";  // stands for the operating system in insight sentences
+  };
+
+  explicit MonitorStore(Options options, QObject* parent = nullptr);
+  ~MonitorStore() override;
+
+  // Loads the saved state, opens the history, starts the worker and the loop.
+  void start();
+  // Ends the loop and the worker, closes the open reading period, saves the live history,
+  // the ledger and the insights, and checkpoints the history. Safe to call twice.
+  void stop();
+
+  void restartLoop();
+  // Settings changed on disk: applies within the current sleep.
+  void applySettings(const Settings& settings);
+  const Settings& settings() const { return settings_; }
+
+  // Published figures.
+  const OptionalSystemSample& system() const { return system_; }
+  const SystemSamples& systemHistory() const { return systemHistory_; }
+  const AppGroups& groups() const { return groups_; }
+  // Every group including the system group, whatever the lists show.
+  const AppGroups& allGroups() const { return allGroups_; }
+  bool showsSystemInLists() const { return showsSystemInLists_; }
+  const GroupHistory& groupHistory() const { return groupHistory_; }
+  qint64 unmeasuredProcessCount() const { return unmeasuredProcessCount_; }
+  quint64 sessionBytesReceived() const { return sessionBytesReceived_; }
+  quint64 sessionBytesSent() const { return sessionBytesSent_; }
+  const UsageLedger& ledger() const { return ledger_; }
+  const UsageLedger& liveLedger() const { return liveLedger_; }
+  std::optional<Date> ledgerPublishedAt() const { return ledgerPublishedAt_; }
+  const Insights& insights() const { return worthALook_.insights(); }
+  const InsightIDs& pinnedInsightIDs() const { return worthALook_.pinned(); }
+  bool powerIsEstimated() const { return powerIsEstimated_; }
+  OptionalFlag hasGPUReading() const { return hasGPUReading_; }
+  OptionalFlag hasNeuralEngine() const { return hasNeuralEngine_; }
+  OptionalFlag hasBattery() const { return hasBattery_; }
+  const StrainSince& strainSince() const { return strainSince_; }
+  ProcessDetails processDetails() const { return processDetails_; }
+  ProcessDetails measuredDetails() const { return measuredDetails_; }
+  ProcessDetails previousSampleDetails() const { return previousSampleDetails_; }
+  int viewers() const { return viewers_; }
+  bool isPrimed() const { return isPrimed_; }
+  bool onBattery() const;
+  HistorySpan historySpan() const;
+  // Absent when the file could not be opened.
+  HistoryDatabase* history() const { return history_.get(); }
+  int64_t tickCount() const { return loop_ ? loop_->tickCount() : 0; }
+
+  // Operations the views call.
+  void setViewers(int viewers);
+  void viewerAppeared() { setViewers(viewers_ + 1); }
+  void viewerDisappeared() { setViewers(std::max(0, viewers_ - 1)); }
+  // A view wants costly details while it is open; an empty request withdraws it.
+  void requestDetails(const std::string& requester, ProcessDetails details);
+  void noteInsights(const std::vector<Insight>& fresh);
+  void clearInsights();
+  void togglePin(const UUID& id);
+  bool isPinned(const UUID& id) const { return worthALook_.isPinned(id); }
+  void saveLedger();
+  void saveInsights();
+  void saveLiveHistory();
+  Result<HistoryExport::Files, HistoryExport::Failure> exportHistory(const std::filesystem::path& folder, Date since);
+  Result<HistoryExport::Files, HistoryExport::Failure> exportHistoryToDownloads(Date since);
+  Result<void, HistoryDatabase::Failure> deleteHistory();
+  // The installed applications changed: the grouper reads them again at the next sample.
+  void reloadApps() { reloadApps_ = true; }
+
+ signals:
+  void systemChanged();
+  void systemHistoryChanged();
+  void groupsChanged();
+  void showsSystemInListsChanged();
+  void groupHistoryChanged();
+  void unmeasuredProcessCountChanged();
+  void sessionBytesReceivedChanged();
+  void sessionBytesSentChanged();
+  void ledgerChanged();
+  void insightsChanged();
+  void pinnedInsightIDsChanged();
+  void powerIsEstimatedChanged();
+  void hasGPUReadingChanged();
+  void hasNeuralEngineChanged();
+  void hasBatteryChanged();
+  void strainSinceChanged();
+  void processDetailsChanged();
+  void measuredDetailsChanged();
+  void viewersChanged();
+  void isPrimedChanged();
+  // After every tick, once everything above is published.
+  void ticked();
+  // The insights a tick raised, newest last, for notifications.
+  void insightsRaised(const omnira::Insights& fresh);
+
+ private:
+  void step();
+  void send(SamplingRequest request);
+  void received(const SamplingResult& result);
+  void refresh(const SamplingResult& result);
+  void publishSystem(const SystemSample& sample, Date at);
+  void publishGroups(std::vector<AppGroup> groups, Date at);
+  void recordHistory(const SystemSample& sample, Date at);
+  void runInsights(const SystemSample& sample, Date at);
+  void rearmSleep();
+  SamplingLoop::Conditions conditions() const;
+  std::optional<double> refreshSetting() const;
+  void loadSavedState();
+
+  Options options_;
+  Settings settings_;
+
+  OptionalSystemSample system_;
+  SystemSamples systemHistory_;
+  AppGroups groups_;
+  AppGroups allGroups_;
+  bool showsSystemInLists_ = false;
+  GroupHistory groupHistory_;
+  qint64 unmeasuredProcessCount_ = 0;
+  quint64 sessionBytesReceived_ = 0;
+  quint64 sessionBytesSent_ = 0;
+  UsageLedger ledger_;
+  UsageLedger liveLedger_;
+  std::optional<Date> ledgerPublishedAt_;
+  WorthALook worthALook_;
+  bool powerIsEstimated_ = false;
+  OptionalFlag hasGPUReading_, hasNeuralEngine_, hasBattery_;
+  StrainSince strainSince_;
+  StrainTracker strainTracker_;
+  InsightEngine insightEngine_;
+  ProcessDetails processDetails_;
+  std::map<std::string, ProcessDetails> detailRequests_;
+  ProcessDetails measuredDetails_;
+  ProcessDetails previousSampleDetails_;
+  int viewers_ = 0;
+  bool isPrimed_ = false;
+  std::optional<Date> lastNetworkDetailsAt_, lastProjectScanAt_, lastLedgerSaveAt_;
+
+  std::unique_ptr<HistoryDatabase> history_;
+  HistoryPruner pruner_;
+  ReadingsRecorder readings_;
+
+  QThread workerThread_;
+  SamplingWorker* worker_ = nullptr;  // lives on workerThread_, deleted when it finishes
+  std::optional<SamplingLoop> loop_;
+  BootClockTimer sleep_;
+  bool inFlight_ = false;
+  bool stepAfterFlight_ = false;
+  bool sleepingAfterTick_ = false;
+  double lastTickEnd_ = 0;  // boot clock
+  uint64_t serial_ = 0;
+  bool reloadApps_ = false;
+  bool started_ = false;
+  bool stopped_ = false;
+};
+
+}  // namespace omnira

@@ -1,0 +1,51 @@
+#include "Omnira/SamplingWorker.h"
+
+#include <chrono>
+
+#include "OmniraCore/platform/linux/ThisMachine.h"
+
+namespace omnira {
+
+SamplingParts SamplingParts::thisMachine() {
+  return {platform::makeSystemSampler, platform::makeProcessSampler, platform::makeAppGrouper};
+}
+
+SamplingWorker::SamplingWorker(SamplingParts parts) : parts_(std::move(parts)) {
+  qRegisterMetaType<omnira::SamplingRequest>();
+  qRegisterMetaType<omnira::SamplingResult>();
+}
+
+SamplingWorker::~SamplingWorker() = default;
+
+void SamplingWorker::ensureParts() {
+  if (!system_) system_ = parts_.system();
+  if (!processes_) processes_ = parts_.processes();
+  if (!grouper_) grouper_ = parts_.grouper();
+}
+
+void SamplingWorker::sample(const SamplingRequest& request) {
+  const auto started = std::chrono::steady_clock::now();
+  ensureParts();
+  if (request.reloadApps) grouper_->reload();
+
+  SamplingResult result;
+  result.serial = request.serial;
+  if (request.prime) {
+    (void)system_->sample();
+    (void)processes_->sample();
+    result.primed = true;
+  } else {
+    result.system = system_->sample();
+    if (request.includeProcesses) {
+      auto samples = processes_->sample(request.details);
+      result.measured = request.details;
+      result.unmeasured = processes_->unmeasuredCount();
+      result.groups = grouper_->group(std::move(samples));
+    }
+  }
+  result.at = std::chrono::system_clock::now();
+  result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  emit sampled(result);
+}
+
+}  // namespace omnira

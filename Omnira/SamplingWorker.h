@@ -1,0 +1,80 @@
+#pragma once
+// The samplers' own thread. The worker owns the system sampler, the process sampler and
+// the app grouper and touches them only on its thread ("Omnira sampler"), so a slow walk of
+// /proc never holds up the main thread; only finished results cross back, by a queued
+// signal. Requests are answered in order, one at a time.
+//
+// The store creates the worker on the main thread and moves it to its thread; call
+// request() from the main thread only.
+
+#include <QObject>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "OmniraCore/foundation/Date.h"
+#include "OmniraCore/sampling/AppGroup.h"
+#include "OmniraCore/sampling/AppGrouper.h"
+#include "OmniraCore/sampling/ProcessDetails.h"
+#include "OmniraCore/sampling/ProcessSampler.h"
+#include "OmniraCore/sampling/SystemSampler.h"
+
+namespace omnira {
+
+// Builds the parts on the worker's thread, so a desktop-entry scan runs there too.
+struct SamplingParts {
+  std::function<std::unique_ptr<SystemSampler>()> system;
+  std::function<std::unique_ptr<ProcessSampler>()> processes;
+  std::function<std::unique_ptr<AppGrouper>()> grouper;
+
+  static SamplingParts thisMachine();
+};
+
+struct SamplingRequest {
+  uint64_t serial = 0;
+  bool prime = false;  // take the baseline pair and throw it away
+  bool includeProcesses = false;
+  ProcessDetails details;
+  bool reloadApps = false;  // installed applications changed
+};
+
+struct SamplingResult {
+  uint64_t serial = 0;
+  bool primed = false;
+  Date at{};
+  SystemSample system;
+  // Present when processes were sampled this time.
+  std::optional<std::vector<AppGroup>> groups;
+  ProcessDetails measured;
+  size_t unmeasured = 0;
+  double seconds = 0;  // wall time the sampling took, for the log
+};
+
+class SamplingWorker : public QObject {
+  Q_OBJECT
+
+ public:
+  explicit SamplingWorker(SamplingParts parts);
+  ~SamplingWorker() override;
+
+ public slots:
+  void sample(const omnira::SamplingRequest& request);
+
+ signals:
+  void sampled(const omnira::SamplingResult& result);
+
+ private:
+  void ensureParts();
+
+  SamplingParts parts_;
+  std::unique_ptr<SystemSampler> system_;
+  std::unique_ptr<ProcessSampler> processes_;
+  std::unique_ptr<AppGrouper> grouper_;
+};
+
+}  // namespace omnira
+
+Q_DECLARE_METATYPE(omnira::SamplingRequest)
+Q_DECLARE_METATYPE(omnira::SamplingResult)

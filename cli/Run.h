@@ -1,0 +1,25 @@
+#pragma once
+// `omnira run`: hands over to the application program (omnira-app), which links Qt, so
+// that this command itself never loads it. The application is looked for beside this
+// program (a build tree), then in the installed libexec folder; $OMNIRA_APP overrides both.
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace omnira::cli {
+
+struct RunRequest {
+  bool headless = false;
+  bool watching = false;
+};
+
+// Where the application program is, or nothing with the places searched named in `searched`.
+std::optional<std::filesystem::path> findApplication(std::vector<std::filesystem::path>* searched = nullptr);
+
+// Replaces this process with the application; returns only when that failed, with the
+// exit code after printing why to `err`.
+int runApplication(const RunRequest& request, std::FILE* err);
+
+}  // namespace omnira::cli

@@ -1,0 +1,155 @@
+// The files the running application keeps between runs: the live charts, "Worth a Look",
+// the single-instance lock.
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "Omnira/InstanceLock.h"
+#include "Omnira/LiveHistory.h"
+#include "Omnira/WorthALook.h"
+
+namespace omnira {
+namespace {
+
+using namespace std::chrono_literals;
+
+class SavedState : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ = std::filesystem::temp_directory_path() /
+              ("omnira-saved-" + std::to_string(::getpid()) + "-" +
+               ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::remove_all(folder_);
+    std::filesystem::create_directories(folder_);
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+
+  void write(const std::string& name, const std::string& text) { std::ofstream(folder_ / name) << text; }
+  std::string read(const std::string& name) {
+    std::ifstream in(folder_ / name);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+  }
+
+  std::filesystem::path folder_;
+};
+
+Insight insight(const std::string& app, Date date) {
+  Insight i;
+  i.id = UUID::random();
+  i.date = date;
+  i.appID = app;
+  i.title = app + " has been busy";
+  i.detail = "For ten minutes.";
+  return i;
+}
+
+TEST_F(SavedState, LiveHistoryRoundTripsTrimsAndRefusesDamage) {
+  const Date now = std::chrono::time_point_cast<std::chrono::seconds>(std::chrono::system_clock::now());
+  LiveHistory live;
+  live.savedAt = now;
+  for (int i = 0; i < 3; ++i) {
+    SystemSample sample;
+    sample.timestamp = now - std::chrono::seconds(200 * i);
+    sample.cpuUser = 0.1 * i;
+    sample.memoryTotal = 8ull << 30;
+    live.systemHistory.insert(live.systemHistory.begin(), sample);
+  }
+  live.groupHistory["firefox"] = {{now - 400s, 12.5, 1ull << 30, 0.5, 100, 200}, {now, 3, 1ull << 29, 0, 0, 0}};
+  live.groupHistory["gone"] = {{now - 1000s, 1, 1, 0, 0, 0}};
+  ASSERT_TRUE(live.save(folder_ / "live.json"));
+
+  auto loaded = LiveHistory::load(folder_ / "live.json");
+  ASSERT_TRUE(loaded) << loaded.error().message;
+  EXPECT_EQ(*loaded, live);
+
+  // Five minutes back from now: the 400 s sample and the app with only old points go.
+  loaded->trim(now, 300);
+  EXPECT_EQ(loaded->systemHistory.size(), 2u);
+  EXPECT_EQ(loaded->groupHistory.size(), 1u);
+  EXPECT_EQ(loaded->groupHistory["firefox"].size(), 1u);
+
+  EXPECT_TRUE(LiveHistory::load(folder_ / "missing.json"));  // nothing saved yet
+  const std::string good = read("live.json");
+  for (const std::string& damaged : {good.substr(0, good.size() / 2), std::string("[]"),
+                                     std::string(R"({"savedAt":"2026-11-22T10:00:00Z","systemHistory":[{"cpuUser":"x"}],"groupHistory":{}})"),
+                                     std::string(R"({"savedAt":"2026-11-22T10:00:00Z","systemHistory":[],"groupHistory":{"a":[{"date":"2026-11-22T10:00:00Z","cpu":1,"memory":-5,"power":0,"disk":0,"network":0}]}})")}) {
+    write("live.json", damaged);
+    auto result = LiveHistory::load(folder_ / "live.json");
+    ASSERT_FALSE(result) << damaged;
+    EXPECT_NE(result.error().message.find("live.json"), std::string::npos) << result.error().message;
+  }
+}
+
+TEST_F(SavedState, WorthALookKeepsNewestFirstPinsAndSkipsBadEntries) {
+  const Date now{std::chrono::seconds(1'800'000'000)};
+  WorthALook list;
+  EXPECT_FALSE(list.note({}));
+  ASSERT_TRUE(list.note({insight("a", now), insight("b", now + 1s)}));
+  ASSERT_EQ(list.insights().size(), 2u);
+  EXPECT_EQ(list.insights()[0].appID, "b");
+  const UUID pinned = list.insights()[1].id;
+  EXPECT_TRUE(list.togglePin(pinned));
+  EXPECT_FALSE(list.togglePin(UUID::random()));
+
+  // Past the bound the oldest unpinned fall off; the pinned one stays.
+  std::vector<Insight> many;
+  for (size_t i = 0; i < WorthALook::kept + 10; ++i) many.push_back(insight("x" + std::to_string(i), now + 10s));
+  list.note(many);
+  EXPECT_EQ(list.insights().size(), WorthALook::kept + 1);
+  EXPECT_TRUE(list.isPinned(pinned));
+  EXPECT_EQ(list.insights().back().id, pinned);
+
+  ASSERT_TRUE(list.save(folder_ / "insights.json"));
+  auto loaded = WorthALook::load(folder_ / "insights.json");
+  ASSERT_TRUE(loaded);
+  EXPECT_EQ(*loaded, list);
+
+  list.clear();
+  EXPECT_EQ(list.insights().size(), 1u);
+  EXPECT_TRUE(list.togglePin(pinned));  // unpinned now
+  list.clear();
+  EXPECT_TRUE(list.insights().empty());
+
+  // One damaged entry costs only itself; a file that is not JSON costs the list.
+  auto good = insight("kept", now).toJSON();
+  nlohmann::ordered_json file = {{"insights", {good, {{"id", "not a uuid"}}, {{"kind", "unknown"}}}},
+                                 {"pinned", {"nope", good["id"]}}};
+  write("insights.json", file.dump());
+  loaded = WorthALook::load(folder_ / "insights.json");
+  ASSERT_TRUE(loaded);
+  ASSERT_EQ(loaded->insights().size(), 1u);
+  EXPECT_EQ(loaded->insights()[0].appID, "kept");
+  EXPECT_TRUE(loaded->isPinned(loaded->insights()[0].id));
+  write("insights.json", "{\"insights\": [");
+  EXPECT_FALSE(WorthALook::load(folder_ / "insights.json"));
+}
+
+TEST_F(SavedState, OneInstanceHoldsTheLockUntilItLetsGo) {
+  const auto file = folder_ / "sub" / "omnira.lock";
+  auto first = InstanceLock::acquire(file);
+  ASSERT_TRUE(first) << first.error().message;
+  auto second = InstanceLock::acquire(file);
+  ASSERT_FALSE(second);
+  EXPECT_EQ(second.error().kind, InstanceLock::Failure::Kind::alreadyRunning);
+  EXPECT_EQ(second.error().holder, ::getpid());
+  EXPECT_EQ(second.error().message, "Omnira is already running (process " + std::to_string(::getpid()) + ").");
+
+  { InstanceLock moved = std::move(*first); }  // released with its last owner
+  EXPECT_TRUE(InstanceLock::acquire(file));
+
+  std::filesystem::create_directories(folder_ / "blocked");
+  std::filesystem::permissions(folder_ / "blocked", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+  if (::geteuid() != 0) {  // root ignores permissions
+    auto refused = InstanceLock::acquire(folder_ / "blocked" / "omnira.lock");
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().kind, InstanceLock::Failure::Kind::cannotLock);
+  }
+  std::filesystem::permissions(folder_ / "blocked", std::filesystem::perms::owner_all);
+}
+
+}  // namespace
+}  // namespace omnira
