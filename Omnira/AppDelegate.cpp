@@ -15,8 +15,10 @@
 #include "Omnira/MonitorStore.h"
 #include "Omnira/SettingsWatcher.h"
 #include "Omnira/TickLine.h"
+#include "Omnira/UsageLimitsStore.h"
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/Settings.h"
+#include "OmniraCore/foundation/SettingsKeys.h"
 
 namespace omnira {
 
@@ -61,16 +63,19 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   MonitorStore::Options storeOptions{*paths_, settingsWatcher_->current()};
   store_ = std::make_unique<MonitorStore>(std::move(storeOptions));
   connect(settingsWatcher_.get(), &SettingsWatcher::changed, store_.get(), &MonitorStore::applySettings);
+  usageLimits_ = std::make_unique<UsageLimitsStore>(UsageLimitsStore::Options{*paths_, settingsWatcher_->current()});
+  connect(settingsWatcher_.get(), &SettingsWatcher::changed, usageLimits_.get(), &UsageLimitsStore::applySettings);
 
   notifier_ = std::make_unique<InsightNotifier>();
   connect(store_.get(), &MonitorStore::insightsRaised, this, [this](const Insights& fresh) {
-    if (!store_->settings().boolean("insightNotifications", true)) return;
+    if (!store_->settings().boolean(SettingsKeys::insightNotifications)) return;
     for (const auto& insight : fresh) notifier_->post(insight);
   });
   if (options_.printTicks) connect(store_.get(), &MonitorStore::ticked, this, &AppDelegate::printTick);
   if (options_.watching) store_->viewerAppeared();
 
   store_->start();
+  usageLimits_->start();  // now, then every few minutes
   spdlog::info("Omnira {} started; data in {}", OMNIRA_VERSION, paths_->dataFolder().string());
   return {};
 }
@@ -79,6 +84,7 @@ void AppDelegate::stop() {
   if (!store_) return;
   store_->stop();
   store_.reset();
+  usageLimits_.reset();  // waits for a running refresh, which may write the cache
   spdlog::info("Omnira stopped");
   lock_.reset();
 }

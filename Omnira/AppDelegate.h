@@ -2,7 +2,7 @@
 // Start-up and shut-down order of the running application.
 //
 // Start: data and settings folders → the single-instance lock → logging → settings and
-// their watch → the monitor store (saved state, history, samplers, loop) → notifications
+// their watch → the monitor store (saved state, history, samplers, loop) → usage limits → notifications
 // → SIGINT/SIGTERM. Stop (on either signal, or when the event loop ends): the loop and the
 // samplers end, then live history, ledger and insights are saved and the history is
 // checkpointed, and the lock is released last.
@@ -25,6 +25,7 @@ namespace omnira {
 class MonitorStore;
 class SettingsWatcher;
 class InsightNotifier;
+class UsageLimitsStore;
 
 class AppDelegate : public QObject {
   Q_OBJECT
@@ -65,6 +66,7 @@ class AppDelegate : public QObject {
   std::unique_ptr<MonitorStore> store_;
   std::unique_ptr<SettingsWatcher> settingsWatcher_;
   std::unique_ptr<InsightNotifier> notifier_;
+  std::unique_ptr<UsageLimitsStore> usageLimits_;
   int signalFD_ = -1;
   std::unique_ptr<QSocketNotifier> signalNotifier_;
 };

@@ -4,6 +4,7 @@
 
 #include <spdlog/spdlog.h>
 
+#include "OmniraCore/foundation/SettingsKeys.h"
 #include "OmniraCore/history/Strain.h"
 
 namespace omnira {
@@ -37,7 +38,7 @@ GroupPoint pointOf(const AppGroup& group, Date at) {
 MonitorStore::MonitorStore(Options options, QObject* parent)
     : QObject(parent), options_(std::move(options)), settings_(options_.settings),
       insightEngine_(options_.systemName), sleep_(this) {
-  showsSystemInLists_ = settings_.boolean("showsSystemInLists", false);
+  showsSystemInLists_ = settings_.boolean(SettingsKeys::showsSystemInLists);
   connect(&sleep_, &BootClockTimer::timeout, this, &MonitorStore::step);
   if (!sleep_.failure().empty()) spdlog::debug("{}", sleep_.failure());
 }
@@ -127,8 +128,7 @@ SamplingLoop::Conditions MonitorStore::conditions() const {
 }
 
 std::optional<double> MonitorStore::refreshSetting() const {
-  if (!settings_.contains("refreshSeconds")) return std::nullopt;
-  return settings_.number("refreshSeconds", 0);
+  return static_cast<double>(settings_.integer(SettingsKeys::refreshSeconds));
 }
 
 void MonitorStore::step() {
@@ -193,7 +193,7 @@ void MonitorStore::refresh(const SamplingResult& result) {
   publishSystem(sample, at);
 
   // Strain: no temperature sensors are read yet, so the temperature test stays off.
-  const double hotCelsius = settings_.number("insightHotCelsius", 90);
+  const double hotCelsius = settings_.number(SettingsKeys::insightHotCelsius);
   if (strainTracker_.note(Strain::kinds(sample, std::nullopt, hotCelsius), at) &&
       assign(strainSince_, strainTracker_.since()))
     emit strainSinceChanged();
@@ -277,19 +277,18 @@ void MonitorStore::recordHistory(const SystemSample& sample, Date at) {
 }
 
 void MonitorStore::runInsights(const SystemSample& sample, Date at) {
+  // The table's getters give finite, positive figures whatever the file holds.
   auto& t = insightEngine_.thresholds;
-  auto positive = [&](const char* key, double fallback) {
-    const double value = settings_.number(key, fallback);
-    return std::isfinite(value) && value > 0 ? value : fallback;
-  };
-  t.cpuPercent = positive("insightCPUPercent", 50);
-  t.cpuWindow = positive("insightCPUMinutes", 10) * 60;
-  t.memoryGrowthBytes = InsightEngine::Thresholds::bytesFromGigabytes(positive("insightMemoryGrowthGB", 1));
-  t.diskBurstBytes = InsightEngine::Thresholds::bytesFromGigabytes(positive("insightDiskBurstGB", 5));
-  t.networkBurstBytes = InsightEngine::Thresholds::bytesFromGigabytes(positive("insightNetworkBurstGB", 1));
-  t.hotCelsius = positive("insightHotCelsius", 90);
-  t.hotWindow = positive("insightHotMinutes", 3) * 60;
-  t.fahrenheit = settings_.string("temperatureUnit", "celsius") == "fahrenheit";
+  t.cpuPercent = settings_.number(SettingsKeys::insightCPUPercent);
+  t.cpuWindow = settings_.number(SettingsKeys::insightCPUMinutes) * 60;
+  t.memoryGrowthBytes = InsightEngine::Thresholds::bytesFromGigabytes(settings_.number(SettingsKeys::insightMemoryGrowthGB));
+  t.diskBurstBytes = InsightEngine::Thresholds::bytesFromGigabytes(settings_.number(SettingsKeys::insightDiskBurstGB));
+  t.networkBurstBytes = InsightEngine::Thresholds::bytesFromGigabytes(settings_.number(SettingsKeys::insightNetworkBurstGB));
+  t.hotCelsius = settings_.number(SettingsKeys::insightHotCelsius);
+  t.hotWindow = settings_.number(SettingsKeys::insightHotMinutes) * 60;
+  t.fahrenheit = settings_.string(SettingsKeys::temperatureUnit) == "fahrenheit";
+  insightEngine_.limits = SettingsKeys::appLimits(settings_);
+  insightEngine_.muted = SettingsKeys::mutedApps(settings_);
 
   auto fresh = insightEngine_.ingest(allGroups_, sample, std::nullopt, {}, std::nullopt, std::nullopt, at);
   noteInsights(fresh);
@@ -301,7 +300,7 @@ void MonitorStore::applySettings(const Settings& settings) {
   const auto oldRefresh = refreshSetting();
   const auto oldSpan = historySpan();
   settings_ = settings;
-  if (assign(showsSystemInLists_, settings_.boolean("showsSystemInLists", false))) {
+  if (assign(showsSystemInLists_, settings_.boolean(SettingsKeys::showsSystemInLists))) {
     emit showsSystemInListsChanged();
     publishGroups(allGroups_, system_ ? system_->timestamp : std::chrono::system_clock::now());
   }
@@ -316,7 +315,7 @@ void MonitorStore::applySettings(const Settings& settings) {
 }
 
 HistorySpan MonitorStore::historySpan() const {
-  return HistorySpans::fromMinutes(settings_.integer("historySpan", 5));
+  return HistorySpans::fromMinutes(settings_.integer(SettingsKeys::historySpan));
 }
 
 bool MonitorStore::onBattery() const {

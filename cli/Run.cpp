@@ -16,7 +16,11 @@ std::optional<std::filesystem::path> findApplication(std::vector<std::filesystem
   if (const char* chosen = std::getenv("OMNIRA_APP"); chosen && *chosen) candidates.emplace_back(chosen);
   std::error_code error;
   const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (!error) candidates.push_back(self.parent_path() / "omnira-app");
+  if (!error) {
+    candidates.push_back(self.parent_path() / "omnira-app");  // the build tree
+    // An install under any prefix: <prefix>/bin/omnira and <prefix>/libexec/omnira/omnira-app.
+    candidates.push_back(self.parent_path().parent_path() / "libexec" / "omnira" / "omnira-app");
+  }
   candidates.emplace_back(std::filesystem::path(OMNIRA_LIBEXEC_DIR) / "omnira" / "omnira-app");
   for (const auto& candidate : candidates) {
     if (searched) searched->push_back(candidate);

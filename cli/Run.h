@@ -1,7 +1,8 @@
 #pragma once
 // `omnira run`: hands over to the application program (omnira-app), which links Qt, so
 // that this command itself never loads it. The application is looked for beside this
-// program (a build tree), then in the installed libexec folder; $OMNIRA_APP overrides both.
+// program (a build tree), then in the libexec folder of the prefix this program is installed
+// under, then where the build was configured to install it; $OMNIRA_APP overrides them all.
 
 #include <filesystem>
 #include <optional>

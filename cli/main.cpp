@@ -9,7 +9,10 @@
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/AppPaths.h"
 #include "cli/History.h"
+#include "cli/Run.h"
+#include "cli/SettingsCommand.h"
 #include "cli/Snapshot.h"
+#include "cli/UsageCommandLine.h"
 
 namespace {
 
@@ -32,6 +35,12 @@ int main(int argc, char** argv) {
   snapshot->add_flag("-a,--all", all, "List every group, not only the top ones");
   snapshot->add_option("-n,--top", top, "How many apps to list")->check(CLI::Range(1, 100000));
 
+  auto* run = app.add_subcommand("run", "Run Omnira in the foreground until Ctrl-C or SIGTERM");
+  omnira::cli::RunRequest runRequest;
+  run->add_flag("--headless", runRequest.headless, "Run without any window (the default without a display)");
+  run->add_flag("--watching", runRequest.watching,
+                "Sample as if a window showed live figures: every \"refreshSeconds\", processes every tick");
+
   auto* history = app.add_subcommand("history", "Read the history that a running Omnira records");
   history->require_subcommand(1);
   omnira::cli::HistoryRequest request;
@@ -52,6 +61,21 @@ int main(int argc, char** argv) {
   historyDelete->add_flag("--all", request.all, "Delete everything; recording starts again");
   historyDelete->add_flag("-y,--yes", request.yes, "Do not ask for confirmation");
 
+  auto* settings = app.add_subcommand("settings", "List, read and change the settings; a running Omnira follows");
+  settings->require_subcommand(1);
+  omnira::cli::SettingsRequest settingsRequest;
+  auto* settingsList = settings->add_subcommand("list", "Every setting with its value and what it does");
+  settingsList->add_flag("--json", settingsRequest.json, "Print JSON");
+  auto* settingsGet = settings->add_subcommand("get", "Print one setting's value");
+  settingsGet->add_option("KEY", settingsRequest.key, "The setting")->required();
+  auto* settingsSet = settings->add_subcommand("set", "Change a setting; the value is checked against what it takes");
+  settingsSet->add_option("KEY", settingsRequest.key, "The setting")->required();
+  settingsSet->add_option("VALUE", settingsRequest.value, "true/false, a number, a choice or JSON")->required();
+  auto* settingsUnset = settings->add_subcommand("unset", "Put a setting back to its default");
+  settingsUnset->add_option("KEY", settingsRequest.key, "The setting")->required();
+
+  omnira::cli::UsageCommandLine usage(app);  // tokens, limits
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -68,6 +92,9 @@ int main(int argc, char** argv) {
   omnira::setUpLogging("omnira", verbose ? spdlog::level::debug : spdlog::level::warn,
                        omnira::LogTarget::standardError);
 
+  if (run->parsed()) return omnira::cli::runApplication(runRequest, stderr);
+  if (auto status = usage.run()) return *status;
+
   if (history->parsed()) {
     using Command = omnira::cli::HistoryRequest::Command;
     request.command = historyApps->parsed()     ? Command::apps
@@ -80,6 +107,20 @@ int main(int argc, char** argv) {
       return 1;
     }
     return omnira::cli::runHistory(request, *paths, std::chrono::system_clock::now(), stdout, stderr);
+  }
+
+  if (settings->parsed()) {
+    using Command = omnira::cli::SettingsRequest::Command;
+    settingsRequest.command = settingsGet->parsed()     ? Command::get
+                              : settingsSet->parsed()   ? Command::set
+                              : settingsUnset->parsed() ? Command::unset
+                                                        : Command::list;
+    auto paths = omnira::AppPaths::fromProcessEnvironment();
+    if (!paths) {
+      fmt::print(stderr, "omnira: {}\n", paths.error().message);
+      return 1;
+    }
+    return omnira::cli::runSettings(settingsRequest, *paths, stdout, stderr);
   }
 
   if (snapshot->parsed()) {

@@ -11,7 +11,14 @@ namespace omnira {
 
 namespace {
 
-// Days from 1970-01-01 to a civil date (proleptic Gregorian), after H. Hinnant.
+std::optional<int> digits(std::string_view text, size_t at, size_t count) {
+  if (at + count > text.size()) return std::nullopt;
+  return parseNumber<int>(text.substr(at, count));
+}
+
+}  // namespace
+
+// After H. Hinnant's civil-date algorithms.
 int64_t daysFromCivil(int64_t y, unsigned m, unsigned d) {
   y -= m <= 2;
   const int64_t era = (y >= 0 ? y : y - 399) / 400;
@@ -21,12 +28,6 @@ int64_t daysFromCivil(int64_t y, unsigned m, unsigned d) {
   return era * 146097 + static_cast<int64_t>(doe) - 719468;
 }
 
-std::optional<int> digits(std::string_view text, size_t at, size_t count) {
-  if (at + count > text.size()) return std::nullopt;
-  return parseNumber<int>(text.substr(at, count));
-}
-
-}  // namespace
 
 std::string formatISO8601(Date date) {
   using namespace std::chrono;

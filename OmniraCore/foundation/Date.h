@@ -2,6 +2,7 @@
 // Dates are wall-clock time points; JSON carries them as ISO 8601 with a time zone.
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,9 @@ using Date = std::chrono::system_clock::time_point;
 std::string formatISO8601(Date date);
 // Accepts "Z" or "+hh:mm"/"-hh:mm"/"+hhmm", with or without fractional seconds.
 std::optional<Date> parseISO8601(std::string_view text);
+
+// Days from 1970-01-01 to a date of the proleptic Gregorian calendar (month 1...12).
+int64_t daysFromCivil(int64_t year, unsigned month, unsigned day);
 
 double secondsSinceEpoch(Date date);
 Date dateFromSecondsSinceEpoch(double seconds);

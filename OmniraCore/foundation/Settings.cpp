@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include <cassert>
 #include <cmath>
 #include <fstream>
 #include <sstream>
+
+#include "OmniraCore/foundation/Parse.h"
 
 namespace omnira {
 
@@ -16,6 +19,8 @@ Result<Settings, Settings::Failure> Settings::read(const std::filesystem::path& 
   if (!in) return fail(Failure{fmt::format("Cannot read the settings file {}.", file.string())});
   std::stringstream text;
   text << in.rdbuf();
+  // `touch settings.json` makes a file without settings, not a broken one.
+  if (trim(text.str()).empty()) return Settings();
   auto json = nlohmann::json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
   if (json.is_discarded())
     return fail(Failure{fmt::format("The settings file {} is not valid JSON.", file.string())});
@@ -31,6 +36,57 @@ Settings Settings::load(const std::filesystem::path& file) {
     return Settings();
   }
   return std::move(settings).value();
+}
+
+namespace {
+
+// The table's own row for a key constant; a constant without a row is a programming error
+// that the table's tests catch.
+template <class T>
+nlohmann::json tableValue(const Settings& settings, SettingKey<T> key, bool (nlohmann::json::*holds)() const noexcept) {
+  auto value = settings.value(key.name);
+  assert((value.*holds)() && "a key constant without its row in the settings table");
+  return value;
+}
+
+}  // namespace
+
+nlohmann::json Settings::value(std::string_view key) const {
+  const SettingSpec* spec = SettingsKeys::find(key);
+  if (!spec) return nullptr;
+  if (const auto* value = stored(key)) {
+    if (auto reading = spec->reading(*value)) return *std::move(reading);
+  }
+  return spec->defaultValue;
+}
+
+const nlohmann::json* Settings::stored(std::string_view key) const {
+  auto it = values_.find(std::string(key));
+  return it == values_.end() ? nullptr : &*it;
+}
+
+bool Settings::boolean(SettingKey<bool> key) const {
+  auto value = tableValue(*this, key, &nlohmann::json::is_boolean);
+  return value.is_boolean() && value.get<bool>();
+}
+
+int64_t Settings::integer(SettingKey<int64_t> key) const {
+  auto value = tableValue(*this, key, &nlohmann::json::is_number_integer);
+  return value.is_number_integer() ? value.get<int64_t>() : 0;
+}
+
+double Settings::number(SettingKey<double> key) const {
+  auto value = tableValue(*this, key, &nlohmann::json::is_number);
+  return value.is_number() ? value.get<double>() : 0;
+}
+
+std::string Settings::string(SettingKey<std::string> key) const {
+  auto value = tableValue(*this, key, &nlohmann::json::is_string);
+  return value.is_string() ? value.get<std::string>() : std::string();
+}
+
+nlohmann::json Settings::json(SettingKey<nlohmann::json> key) const {
+  return tableValue(*this, key, &nlohmann::json::is_structured);
 }
 
 bool Settings::boolean(const std::string& key, bool fallback) const {

@@ -1,0 +1,273 @@
+#include "OmniraCore/foundation/SettingsKeys.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "OmniraCore/foundation/Parse.h"
+#include "OmniraCore/foundation/Settings.h"
+#include "OmniraCore/history/AppLimit.h"
+
+namespace omnira {
+
+namespace {
+
+using Type = SettingSpec::Type;
+using nlohmann::json;
+
+std::optional<std::string> checkAppLimits(const json& value) {
+  if (!value.is_array()) return "it is not an array";
+  for (size_t i = 0; i < value.size(); ++i) {
+    auto limit = AppLimit::fromJSON(nlohmann::ordered_json(value[i]));
+    if (!limit) return fmt::format("item {}: {}", i + 1, limit.error().message);
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> checkMutedApps(const json& value) {
+  if (!value.is_object()) return "it is not an object";
+  for (const auto& [app, until] : value.items()) {
+    if (until.is_null()) continue;
+    if (!until.is_string() || !parseISO8601(until.get<std::string>()))
+      return fmt::format("\"{}\" is neither null nor an ISO 8601 date", app);
+  }
+  return std::nullopt;
+}
+
+SettingSpec boolean(std::string_view key, bool fallback, std::string_view description) {
+  SettingSpec spec{.key = key, .type = Type::boolean, .defaultValue = fallback};
+  spec.description = description;
+  return spec;
+}
+
+SettingSpec positiveNumber(std::string_view key, int64_t fallback, std::string_view description) {
+  SettingSpec spec{.key = key, .type = Type::number, .defaultValue = fallback};
+  spec.description = description;
+  return spec;
+}
+
+std::vector<SettingSpec> buildTable() {
+  std::vector<SettingSpec> table;
+  table.push_back({.key = "refreshSeconds",
+                   .type = Type::integer,
+                   .defaultValue = 1,
+                   .minimum = 1,
+                   .maximum = 10,
+                   .description = "Seconds between samples while a window shows live figures."});
+  table.push_back(boolean("showsSystemInLists", false, "List the system group with the apps."));
+  table.push_back({.key = "historySpan",
+                   .type = Type::choice,
+                   .defaultValue = 5,
+                   .choices = {5, 15, 30},
+                   .description = "How far back the charts reach: 5, 15 or 30 minutes."});
+  table.push_back({.key = "historyDays",
+                   .type = Type::choice,
+                   .defaultValue = 30,
+                   .choices = {30, 90, 180, 365},
+                   .description = "How many days of history are kept on disk."});
+  table.push_back({.key = "temperatureUnit",
+                   .type = Type::choice,
+                   .defaultValue = "celsius",
+                   .choices = {"celsius", "fahrenheit"},
+                   .description = "How temperatures are shown."});
+  table.push_back(boolean("insightNotifications", true,
+                          "Post each new insight as a notification too; it always appears under Worth a Look."));
+  table.push_back(positiveNumber("insightCPUPercent", 50,
+                                 "CPU percent (100 = one core) that a background app must average to be noted."));
+  table.push_back(positiveNumber("insightCPUMinutes", 10, "Minutes over which that CPU average is taken."));
+  table.push_back(positiveNumber("insightMemoryGrowthGB", 1, "Gigabytes by which an app's memory must grow to be noted."));
+  table.push_back(positiveNumber("insightDiskBurstGB", 5, "Gigabytes an app must write to disk within ten minutes to be noted."));
+  table.push_back(positiveNumber("insightNetworkBurstGB", 1,
+                                 "Gigabytes an app must receive and send within ten minutes to be noted."));
+  table.push_back(positiveNumber("insightHotCelsius", 90, "Temperature in °C from which the computer runs hot."));
+  table.push_back(positiveNumber("insightHotMinutes", 3, "Minutes the computer must stay hot to be noted."));
+  table.push_back({.key = "insightAppLimits",
+                   .type = Type::json,
+                   .defaultValue = json::array(),
+                   .check = checkAppLimits,
+                   .shape = "a JSON array of app limits",
+                   .description = "Per-app CPU and memory limits."});
+  table.push_back({.key = "insightMutedApps",
+                   .type = Type::json,
+                   .defaultValue = json::object(),
+                   .check = checkMutedApps,
+                   .shape = "a JSON object from app id to an ISO 8601 date, or null for good",
+                   .description = "Apps whose insights are muted, until a date or for good."});
+  table.push_back(boolean("usageLimitsEnabled", true, "Show how much of their plans the AI coding tools have left."));
+  table.push_back(boolean("usageLimitsClaude", true, "Ask Claude."));
+  table.push_back(boolean("usageLimitsCodex", true, "Ask Codex."));
+  table.push_back(boolean("usageLimitsCopilot", true, "Ask GitHub Copilot."));
+  table.push_back(boolean("usageLimitsCursor", true, "Ask Cursor."));
+  table.push_back(boolean("usageLimitsGrok", true, "Ask Grok."));
+  table.push_back(boolean("usageLimitsOllama", true, "Ask Ollama."));
+  table.push_back(boolean("usageLimitsAntigravity", true, "Ask Antigravity."));
+  table.push_back(boolean("usageLimitsOpenCode", true, "Ask OpenCode."));
+  table.push_back(boolean("usageLimitsClaudeApp", false, "Also read the Claude desktop app's sign-in for Claude."));
+  return table;
+}
+
+std::string joinChoices(const std::vector<json>& choices) {
+  std::string text;
+  for (size_t i = 0; i < choices.size(); ++i) {
+    if (i > 0) text += i + 1 == choices.size() ? " or " : ", ";
+    text += choices[i].is_string() ? choices[i].get<std::string>() : choices[i].dump();
+  }
+  return text;
+}
+
+bool numericChoices(const SettingSpec& spec) { return !spec.choices.empty() && spec.choices.front().is_number(); }
+
+std::string lowercase(std::string_view text) {
+  std::string out(text);
+  std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return std::tolower(c); });
+  return out;
+}
+
+}  // namespace
+
+std::string SettingSpec::accepts() const {
+  switch (type) {
+    case Type::boolean: return "true or false";
+    case Type::integer: return fmt::format("a whole number from {} to {}", minimum, maximum);
+    case Type::number: return "a positive number";
+    case Type::choice: return joinChoices(choices);
+    case Type::json: return std::string(shape);
+  }
+  return {};
+}
+
+std::optional<std::string> SettingSpec::refusal(const json& value) const {
+  bool allowed = false;
+  switch (type) {
+    case Type::boolean: allowed = value.is_boolean(); break;
+    case Type::integer:
+      // The parser keeps every non-negative whole number unsigned.
+      if (value.is_number_unsigned()) {
+        const auto whole = value.get<uint64_t>();
+        allowed = whole <= static_cast<uint64_t>(maximum) && static_cast<int64_t>(whole) >= minimum;
+      } else if (value.is_number_integer()) {
+        allowed = value.get<int64_t>() >= minimum && value.get<int64_t>() <= maximum;
+      }
+      break;
+    case Type::number: allowed = value.is_number() && std::isfinite(value.get<double>()) && value.get<double>() > 0; break;
+    case Type::choice: allowed = std::find(choices.begin(), choices.end(), value) != choices.end(); break;
+    case Type::json:
+      if (auto reason = check ? check(value) : std::nullopt) return fmt::format("\"{}\" takes {}; {}.", key, shape, *reason);
+      allowed = true;
+      break;
+  }
+  if (allowed) return std::nullopt;
+  return fmt::format("\"{}\" takes {}, not {}.", key, accepts(), value.dump());
+}
+
+Result<json, std::string> SettingSpec::parse(std::string_view text) const {
+  const auto refuse = [&] { return fail(fmt::format("\"{}\" takes {}, not \"{}\".", key, accepts(), text)); };
+  json value;
+  switch (type) {
+    case Type::boolean: {
+      const std::string word = lowercase(text);
+      if (word == "true" || word == "on") value = true;
+      else if (word == "false" || word == "off") value = false;
+      else return refuse();
+      break;
+    }
+    case Type::integer: {
+      auto number = parseNumber<int64_t>(text);
+      if (!number) return refuse();
+      value = *number;
+      break;
+    }
+    case Type::number: {
+      // Whole numbers stay whole in the file, as a person would write them.
+      if (auto whole = parseNumber<int64_t>(text)) value = *whole;
+      else if (auto number = parseNumber<double>(text)) value = *number;
+      else return refuse();
+      break;
+    }
+    case Type::choice: {
+      if (numericChoices(*this)) {
+        auto number = parseNumber<int64_t>(text);
+        if (!number) return refuse();
+        value = *number;
+      } else {
+        value = std::string(text);
+      }
+      break;
+    }
+    case Type::json: {
+      value = json::parse(text, nullptr, /*allow_exceptions=*/false);
+      if (value.is_discarded()) return fail(fmt::format("\"{}\" takes {}; \"{}\" is not valid JSON.", key, shape, text));
+      break;
+    }
+  }
+  if (auto reason = refusal(value)) return fail(std::move(*reason));
+  return value;
+}
+
+std::optional<json> SettingSpec::reading(const json& stored) const {
+  switch (type) {
+    case Type::integer: {
+      if (!stored.is_number_integer()) return std::nullopt;
+      if (stored.is_number_unsigned() && stored.get<uint64_t>() > static_cast<uint64_t>(maximum)) return maximum;
+      return std::clamp(stored.get<int64_t>(), minimum, maximum);
+    }
+    case Type::choice: {
+      if (!numericChoices(*this) || !stored.is_number()) break;
+      const double wanted = stored.get<double>();
+      if (!std::isfinite(wanted)) return std::nullopt;
+      const json* nearest = &choices.front();
+      for (const auto& choice : choices) {
+        if (std::abs(wanted - choice.get<double>()) < std::abs(wanted - nearest->get<double>())) nearest = &choice;
+      }
+      return *nearest;
+    }
+    default: break;
+  }
+  if (refusal(stored)) return std::nullopt;
+  return stored;
+}
+
+namespace SettingsKeys {
+
+std::span<const SettingSpec> all() {
+  static const std::vector<SettingSpec> table = buildTable();
+  return table;
+}
+
+const SettingSpec* find(std::string_view key) {
+  for (const auto& spec : all())
+    if (spec.key == key) return &spec;
+  return nullptr;
+}
+
+std::string unknownKeySentence(std::string_view key) {
+  const std::string folded = lowercase(key);
+  for (const auto& spec : all()) {
+    if (lowercase(spec.key) == folded) return fmt::format("There is no setting \"{}\"; did you mean \"{}\"?", key, spec.key);
+  }
+  return fmt::format("There is no setting \"{}\".", key);
+}
+
+std::vector<AppLimit> appLimits(const Settings& settings) {
+  std::vector<AppLimit> limits;
+  const auto stored = settings.json(insightAppLimits);
+  for (const auto& item : stored) {
+    // The getter has checked every item already.
+    if (auto limit = AppLimit::fromJSON(nlohmann::ordered_json(item))) limits.push_back(std::move(limit).value());
+  }
+  return limits;
+}
+
+std::map<std::string, std::optional<Date>> mutedApps(const Settings& settings) {
+  std::map<std::string, std::optional<Date>> muted;
+  const auto stored = settings.json(insightMutedApps);  // items() refers to it, so it must outlive the loop
+  for (const auto& [app, until] : stored.items()) {
+    muted[app] = until.is_string() ? parseISO8601(until.get<std::string>()) : std::nullopt;
+  }
+  return muted;
+}
+
+}  // namespace SettingsKeys
+}  // namespace omnira

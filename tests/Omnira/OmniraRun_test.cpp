@@ -1,0 +1,164 @@
+// The real application, run headless as a person would run it, against its own data and
+// settings folders.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "Omnira/LiveHistory.h"
+#include "Omnira/WorthALook.h"
+#include "OmniraCore/history/HistoryDatabase.h"
+#include "OmniraCore/history/UsageLedger.h"
+
+namespace omnira {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A child process running `omnira run`, its output kept in files.
+class Child {
+ public:
+  Child(const std::filesystem::path& home, const std::vector<std::string>& arguments) : home_(home) {
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::setenv("XDG_DATA_HOME", (home / "data").c_str(), 1);
+      ::setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
+      ::setenv("HOME", home.c_str(), 1);
+      const int out = ::open((home / "stdout").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+      const int err = ::open((home / "stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+      ::dup2(out, STDOUT_FILENO);
+      ::dup2(err, STDERR_FILENO);
+      std::vector<char*> argv{const_cast<char*>(OMNIRA_CLI_PATH), const_cast<char*>("run")};
+      for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+      argv.push_back(nullptr);
+      ::execv(OMNIRA_CLI_PATH, argv.data());
+      ::_exit(127);
+    }
+  }
+  ~Child() {
+    if (pid_ > 0 && !exited_) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+  }
+  pid_t pid() const { return pid_; }
+  // The exit status, or -1 when it ended otherwise or did not end within the guard.
+  int stop(int signal) {
+    ::kill(pid_, signal);
+    return wait();
+  }
+  int wait() {
+    for (int i = 0; i < 300; ++i) {
+      int status = 0;
+      if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+        exited_ = true;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+      }
+      std::this_thread::sleep_for(100ms);
+    }
+    return -1;
+  }
+
+ private:
+  std::filesystem::path home_;
+  pid_t pid_ = -1;
+  bool exited_ = false;
+};
+
+std::string slurp(const std::filesystem::path& file) {
+  std::ifstream in(file);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// Seconds recorded in the history's minute table, read the way `omnira history` reads them.
+double recordedSeconds(const std::filesystem::path& file) {
+  if (!std::filesystem::exists(file)) return 0;
+  auto db = HistoryDatabase::open(file);
+  if (!db) return 0;
+  auto rows = (*db)->system(HistoryDatabase::SystemTable::minutes, 0, INT64_MAX);
+  double seconds = 0;
+  if (rows)
+    for (const auto& row : *rows) seconds += row.seconds;
+  return seconds;
+}
+
+// Waits until the history holds more than `seconds`: the loop has primed and ticked twice
+// at its one-second cadence. The guard is generous: it catches a loop that never ticks,
+// it does not measure speed.
+bool waitForTicks(const std::filesystem::path& history, double seconds = 0) {
+  const auto until = std::chrono::steady_clock::now() + 60s;
+  while (std::chrono::steady_clock::now() < until) {
+    if (recordedSeconds(history) > seconds + 1.5) return true;
+    std::this_thread::sleep_for(200ms);
+  }
+  return false;
+}
+
+TEST(OmniraRun, RunsHeadlessKeepsOneInstanceAndSavesEverythingOnStop) {
+  const auto home = std::filesystem::temp_directory_path() / ("omnira-run-" + std::to_string(::getpid()));
+  std::filesystem::remove_all(home);
+  std::filesystem::create_directories(home / "config" / "Omnira");
+  std::filesystem::create_directories(home / "data" / "Omnira");
+  std::ofstream(home / "config" / "Omnira" / "settings.json") << R"({"refreshSeconds": 1})";
+  const auto data = home / "data" / "Omnira";
+  // Saved files damaged by hand: logged and started afresh, never a failed start.
+  std::ofstream(data / "live.json") << "{\"savedAt\": 12";
+  std::ofstream(data / "insights.json") << "not json";
+  std::ofstream(data / "usage.json") << "[1, 2";
+
+  Date firstStop{};
+  {
+    Child app(home, {"--headless", "--watching"});
+    ASSERT_TRUE(waitForTicks(data / "history.sqlite")) << slurp(home / "stderr");
+
+    // A second start for the same user refuses and names the first.
+    Child second(home, {"--headless"});
+    EXPECT_EQ(second.wait(), 1);
+    EXPECT_NE(slurp(home / "stderr").find("Omnira is already running (process " + std::to_string(app.pid()) + ")."),
+              std::string::npos)
+        << slurp(home / "stderr");
+
+    EXPECT_EQ(app.stop(SIGTERM), 0) << slurp(home / "stderr");
+    firstStop = std::chrono::system_clock::now();
+  }
+  EXPECT_EQ(slurp(home / "stdout"), "");  // quiet without a terminal
+
+  auto live = LiveHistory::load(data / "live.json");
+  ASSERT_TRUE(live) << live.error().message;
+  ASSERT_FALSE(live->systemHistory.empty());
+  EXPECT_FALSE(live->groupHistory.empty());
+  EXPECT_TRUE(WorthALook::load(data / "insights.json"));
+  auto ledger = UsageLedger::load(data / "usage.json");
+  ASSERT_TRUE(ledger) << ledger.error().message;
+  EXPECT_GT(ledger->day(UsageLedger::dayKey(std::chrono::system_clock::now())).seconds, 0);
+  EXPECT_FALSE(std::filesystem::exists(home / "data" / "Omnira" / "history.sqlite-wal") &&
+               std::filesystem::file_size(data / "history.sqlite-wal") > 0);  // checkpointed
+  const size_t firstRun = live->systemHistory.size();
+  const double recorded = recordedSeconds(data / "history.sqlite");
+  EXPECT_GT(recorded, 0);
+
+  // A start after the stop carries the charts on and stops cleanly on SIGINT too.
+  {
+    Child again(home, {"--headless", "--watching"});
+    ASSERT_TRUE(waitForTicks(data / "history.sqlite", recorded)) << slurp(home / "stderr");
+    EXPECT_EQ(again.stop(SIGINT), 0) << slurp(home / "stderr");
+  }
+  live = LiveHistory::load(data / "live.json");
+  ASSERT_TRUE(live);
+  EXPECT_GT(live->systemHistory.size(), firstRun);
+  EXPECT_LT(live->systemHistory.front().timestamp, firstStop);
+  std::filesystem::remove_all(home);
+}
+
+}  // namespace
+}  // namespace omnira

@@ -1,0 +1,138 @@
+// `omnira settings` run as a person runs it, with its own config folder.
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "tests/cli/CommandRun.h"
+
+namespace omnira {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct SettingsCommand : ::testing::Test {
+  fs::path root = fs::temp_directory_path() / ("omnira-settings-cli-" + std::to_string(::getpid()));
+  fs::path file = root / "config" / "Omnira" / "settings.json";
+  void SetUp() override {
+    fs::remove_all(root);
+    fs::create_directories(root / "home");
+  }
+  void TearDown() override { fs::remove_all(root); }
+
+  // Standard output only, or both streams with `both`.
+  testing::CommandRun run(const std::string& arguments, bool both = true) {
+    const std::string command = "HOME='" + (root / "home").string() + "' XDG_CONFIG_HOME='" +
+                                (root / "config").string() + "' XDG_DATA_HOME='" + (root / "data").string() + "' " +
+                                OMNIRA_CLI_PATH + " settings " + arguments + " </dev/null" +
+                                (both ? " 2>&1" : " 2>/dev/null");
+    return testing::runShell(command);
+  }
+  std::string contents() {
+    std::ifstream in(file, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+  }
+};
+
+TEST_F(SettingsCommand, SetGetListUnset) {
+  auto listed = run("list --json", false);
+  ASSERT_EQ(listed.status, 0) << listed.out;
+  auto rows = nlohmann::json::parse(listed.out);
+  ASSERT_EQ(rows.size(), 25u);
+  EXPECT_EQ(rows[0]["key"], "refreshSeconds");
+  EXPECT_EQ(rows[0]["value"], 1);
+  EXPECT_EQ(rows[0]["isDefault"], true);
+  EXPECT_EQ(rows[0]["accepts"], "a whole number from 1 to 10");
+  EXPECT_FALSE(fs::exists(file)) << "reading must not create the file";
+
+  EXPECT_EQ(run("set refreshSeconds 5").out, "refreshSeconds = 5\n");
+  EXPECT_EQ(run("set temperatureUnit fahrenheit").status, 0);
+  EXPECT_EQ(run("set insightNotifications off").status, 0);
+  EXPECT_EQ(run("set insightMutedApps '{\"firefox\": null}'").status, 0);
+  EXPECT_EQ(run("get refreshSeconds").out, "5\n");
+  EXPECT_EQ(run("get temperatureUnit").out, "fahrenheit\n");
+  EXPECT_EQ(run("get insightNotifications").out, "false\n");
+  EXPECT_EQ(run("get insightMutedApps").out, "{\"firefox\":null}\n");
+  EXPECT_EQ(run("get historyDays").out, "30\n");
+
+  const auto text = run("list");
+  ASSERT_EQ(text.status, 0) << text.out;
+  EXPECT_NE(text.out.find(file.string()), std::string::npos) << text.out;
+  const auto line = [&](const std::string& key) {
+    const auto at = text.out.find("\n" + key + " ");
+    return at == std::string::npos ? std::string() : text.out.substr(at + 1, text.out.find('\n', at + 1) - at - 1);
+  };
+  EXPECT_NE(line("refreshSeconds").find(" 5 "), std::string::npos) << text.out;
+  EXPECT_EQ(line("refreshSeconds").find("default"), std::string::npos) << text.out;
+  EXPECT_NE(line("historySpan").find("default"), std::string::npos) << text.out;
+  EXPECT_NE(line("historySpan").find("How far back the charts reach: 5, 15 or 30 minutes."), std::string::npos);
+
+  EXPECT_EQ(run("unset refreshSeconds").out, "refreshSeconds = 1 (default)\n");
+  EXPECT_EQ(run("get refreshSeconds").out, "1\n");
+  auto values = nlohmann::json::parse(contents());
+  EXPECT_FALSE(values.contains("refreshSeconds"));
+  EXPECT_EQ(values["temperatureUnit"], "fahrenheit");
+}
+
+TEST_F(SettingsCommand, MistakesAreSentencesAndChangeNothing) {
+  ASSERT_EQ(run("set historySpan 15").status, 0);
+  const std::string before = contents();
+
+  auto unknown = run("get refreshseconds");
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_NE(unknown.out.find("did you mean \"refreshSeconds\""), std::string::npos) << unknown.out;
+  EXPECT_EQ(run("set colour blue").status, 2);
+  EXPECT_EQ(run("unset colour").status, 2);
+  auto wrong = run("set historySpan 10");
+  EXPECT_EQ(wrong.status, 2);
+  EXPECT_NE(wrong.out.find("\"historySpan\" takes 5, 15 or 30, not 10."), std::string::npos) << wrong.out;
+  EXPECT_EQ(run("set insightCPUPercent -5").status, 2);
+  EXPECT_EQ(run("set insightAppLimits '[{}]'").status, 2);
+  EXPECT_EQ(run("set refreshSeconds").status, 2);  // usage: the value is missing
+  EXPECT_EQ(run("").status, 2);
+  EXPECT_EQ(contents(), before);
+
+  // A file the person broke: reading says so and shows the defaults; writing refuses.
+  const std::string broken = "{\"historySpan\": 15,\n";
+  std::ofstream(file, std::ios::trunc) << broken;
+  auto got = run("get historySpan");
+  EXPECT_EQ(got.status, 0);
+  EXPECT_NE(got.out.find("is not valid JSON"), std::string::npos) << got.out;
+  EXPECT_EQ(run("get historySpan", false).out, "5\n");
+  auto refused = run("set historySpan 30");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.out.find("left as it is"), std::string::npos) << refused.out;
+  EXPECT_EQ(run("unset historySpan").status, 1);
+  EXPECT_EQ(contents(), broken);
+
+  if (::geteuid() != 0) {  // root writes anywhere
+    fs::remove(file);
+    fs::permissions(file.parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
+    auto unwritable = run("set historySpan 30");
+    EXPECT_EQ(unwritable.status, 1) << unwritable.out;
+    fs::permissions(file.parent_path(), fs::perms::owner_all);
+    EXPECT_FALSE(fs::exists(file));
+  }
+}
+
+TEST_F(SettingsCommand, ListNamesHandEditedValuesThatReadOtherwise) {
+  fs::create_directories(file.parent_path());
+  std::ofstream(file) << R"({"refreshSeconds": 25, "somethingElse": 1})";
+  auto rows = nlohmann::json::parse(run("list --json", false).out);
+  EXPECT_EQ(rows[0]["value"], 10);
+  EXPECT_EQ(rows[0]["stored"], 25);
+  const auto text = run("list").out;
+  EXPECT_NE(text.find("adjusted"), std::string::npos) << text;
+  EXPECT_NE(text.find("the file holds 25: \"refreshSeconds\" takes a whole number from 1 to 10, not 25."),
+            std::string::npos)
+      << text;
+}
+
+}  // namespace
+}  // namespace omnira

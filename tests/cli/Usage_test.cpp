@@ -1,0 +1,273 @@
+// `omnira tokens` and `omnira limits` run as a person runs them, on copies of the fixture
+// logs in their own homes, with their dates moved to this week. TZ is UTC, so day keys are
+// known in advance.
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <stdlib.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "OmniraCore/foundation/Date.h"
+#include "OmniraCore/usage/DayCalendar.h"
+#include "OmniraCore/usage/TokenLogs.h"
+#include "OmniraCore/usage/UsageLimitsCache.h"
+#include "tests/cli/CommandRun.h"
+
+namespace omnira {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+const fs::path fixtures = fs::path(OMNIRA_FIXTURES) / "usage";
+const DayCalendar utc = DayCalendar::fixed(std::chrono::seconds(0));
+
+std::string readText(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void writeText(const fs::path& file, const std::string& text) {
+  fs::create_directories(file.parent_path());
+  std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+  return text;
+}
+
+Json usage(int64_t input, int64_t output, int64_t cacheRead, int64_t cacheWrite) {
+  return {{"input", input}, {"output", output}, {"cacheRead", cacheRead}, {"cacheWrite", cacheWrite},
+          {"total", input + output + cacheRead + cacheWrite}};
+}
+
+struct UsageCommand : ::testing::Test {
+  fs::path root;
+  Date now = std::chrono::system_clock::now();
+  std::string today = TokenLogs::day(now, utc);
+  std::string daysAgo(int days) { return TokenLogs::day(now - std::chrono::hours(24 * days), utc); }
+
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "omnira-usage-cli-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    root = pattern;
+    fs::create_directories(root / "home");
+  }
+  void TearDown() override { fs::remove_all(root); }
+
+  fs::path cacheFile() const { return root / "data" / "Omnira" / UsageLimitsCache::fileName; }
+
+  // The fixture sessions, moved to yesterday and today (Claude Code) and to today and three
+  // days ago (Codex). The resumed session is the newer file, as it was when it was written.
+  void copyLogs() {
+    const fs::path project = root / "claude" / "projects" / "-home-dev-shop";
+    writeText(project / "first.jsonl",
+              replaced(readText(fixtures / "claude/streamed.jsonl"), "2025-03-14", daysAgo(1)));
+    fs::last_write_time(project / "first.jsonl", fs::file_time_type::clock::now() - std::chrono::hours(1));
+    writeText(project / "resumed.jsonl",
+              replaced(replaced(readText(fixtures / "claude/resumed.jsonl"), "2025-03-14", daysAgo(1)), "2025-03-15",
+                       today));
+    writeText(root / "codex" / "sessions" / "rollout-basic.jsonl",
+              replaced(readText(fixtures / "codex/rollout-2025-03-14T11-00-00-basic.jsonl"), "2025-03-14", today));
+    writeText(root / "codex" / "archived_sessions" / "rollout-restart.jsonl",
+              replaced(readText(fixtures / "codex/rollout-2025-03-14T12-00-00-restart.jsonl"), "2025-03-14",
+                       daysAgo(3)));
+  }
+
+  testing::CommandRun run(const std::string& arguments, bool both = false) {
+    const std::string command = "TZ=UTC HOME='" + (root / "home").string() + "' XDG_CONFIG_HOME='" +
+                                (root / "config").string() + "' XDG_DATA_HOME='" + (root / "data").string() +
+                                "' CLAUDE_CONFIG_DIR='" + (root / "claude").string() + "' CODEX_HOME='" +
+                                (root / "codex").string() + "' " + OMNIRA_CLI_PATH + " " + arguments +
+                                " </dev/null" + (both ? " 2>&1" : " 2>/dev/null");
+    return testing::runShell(command);
+  }
+  Json runJSON(const std::string& arguments) {
+    auto result = run(arguments);
+    EXPECT_EQ(result.status, 0) << result.out;
+    auto json = Json::parse(result.out, nullptr, false);
+    EXPECT_FALSE(json.is_discarded()) << result.out;
+    return json;
+  }
+  void set(const std::string& key, const std::string& value) {
+    ASSERT_EQ(run("settings set " + key + " " + value).status, 0);
+  }
+};
+
+TEST_F(UsageCommand, TokensOfBothToolsAsJSONAndText) {
+  copyLogs();
+  const Json json = runJSON("tokens --json");
+  ASSERT_EQ(json["tools"].size(), 2u) << json.dump(2);
+
+  const Json& claude = json["tools"][0];
+  EXPECT_EQ(claude["tool"], "claude");
+  EXPECT_EQ(claude["today"], usage(4, 90, 22000, 500));
+  EXPECT_EQ(claude["week"], usage(22, 532, 63000, 1850));  // each reply once, with its fullest line
+  ASSERT_EQ(claude["days"].size(), 7u);
+  EXPECT_EQ(claude["days"][6]["day"], today);
+  EXPECT_EQ(claude["days"][5]["day"], daysAgo(1));
+  EXPECT_EQ(claude["days"][5]["models"]["claude-opus-4-1-20250805"],
+            (Json{{"input", 5}, {"output", 42}, {"cacheRead", 21000}, {"cacheWrite", 350}}));
+  EXPECT_TRUE(claude["days"][0]["models"].empty());
+  EXPECT_EQ(claude["daily"], (Json{0, 0, 0, 0, 0, 42810, 22594}));
+  ASSERT_EQ(claude["byModel"].size(), 3u);
+  EXPECT_EQ(claude["byModel"][0]["model"], "claude-sonnet-4-5-20250929");
+  EXPECT_EQ(claude["byModel"][0]["name"], "Sonnet 4.5");
+  EXPECT_EQ(claude["byModel"][0]["output"], 470);
+
+  const Json& codex = json["tools"][1];
+  EXPECT_EQ(codex["tool"], "codex");
+  EXPECT_EQ(codex["today"], usage(650, 60, 600, 0));
+  EXPECT_EQ(codex["week"], usage(650 + 4700, 60 + 350, 600 + 1300, 0));
+  EXPECT_EQ(codex["days"][3]["models"]["gpt-5"]["input"], 4000);
+
+  const auto text = run("tokens");
+  ASSERT_EQ(text.status, 0) << text.out;
+  for (const char* part : {"Claude Code\n", "Codex\n", "This week by model", "Sonnet 4.5", "GPT-5 Codex", "65,404",
+                           "42.8K", "████"})
+    EXPECT_NE(text.out.find(part), std::string::npos) << part << "\n" << text.out;
+  // The largest day fills the bar.
+  std::string full;
+  for (int i = 0; i < 32; ++i) full += "█";
+  EXPECT_NE(text.out.find(daysAgo(1) + "  " + full + "   42.8K"), std::string::npos) << text.out;
+  EXPECT_FALSE(fs::exists(cacheFile())) << "the command must leave the cache to the application";
+}
+
+TEST_F(UsageCommand, ToolAndDaysNarrowWhatIsShown) {
+  copyLogs();
+  Json codex = runJSON("tokens --tool codex --days 3 --json");
+  ASSERT_EQ(codex["tools"].size(), 1u);
+  EXPECT_EQ(codex["tools"][0]["tool"], "codex");
+  EXPECT_EQ(codex["tools"][0]["days"].size(), 3u);
+  EXPECT_EQ(codex["tools"][0]["week"], usage(650, 60, 600, 0));  // three days ago is out
+  codex = runJSON("tokens --tool codex --days 4 --json");
+  EXPECT_EQ(codex["tools"][0]["week"]["input"], 650 + 4700);
+
+  const auto todayOnly = run("tokens --tool claude --days 1");
+  ASSERT_EQ(todayOnly.status, 0);
+  EXPECT_NE(todayOnly.out.find("Today"), std::string::npos) << todayOnly.out;
+  EXPECT_EQ(todayOnly.out.find("This week"), std::string::npos) << todayOnly.out;
+  EXPECT_EQ(todayOnly.out.find("Codex"), std::string::npos) << todayOnly.out;
+  EXPECT_NE(todayOnly.out.find("22,594"), std::string::npos) << todayOnly.out;
+
+  for (const char* bad : {"--tool gemini", "--tool copilot", "--days 0", "--days 400", "--days 2x"}) {
+    const auto refused = run(std::string("tokens ") + bad, true);
+    EXPECT_EQ(refused.status, 2) << bad;
+    EXPECT_NE(refused.out.find(bad[2] == 't' ? "--tool takes claude or codex" : "--days takes a whole number"),
+              std::string::npos)
+        << refused.out;
+  }
+}
+
+TEST_F(UsageCommand, SaysSoWithoutLogsOrWhenTurnedOff) {
+  const auto none = run("tokens", true);
+  EXPECT_EQ(none.status, 0);
+  EXPECT_NE(none.out.find("No tokens from Claude Code or Codex in the last 7 days"), std::string::npos) << none.out;
+  EXPECT_NE(none.out.find((root / "claude" / "projects").string()), std::string::npos) << none.out;
+  EXPECT_EQ(runJSON("tokens --json")["tools"], Json::array());
+
+  copyLogs();
+  set("usageLimitsCodex", "false");
+  Json json = runJSON("tokens --json");
+  ASSERT_EQ(json["tools"].size(), 1u);
+  EXPECT_EQ(json["tools"][0]["tool"], "claude");
+  EXPECT_NE(run("tokens --tool codex").out.find("Codex is turned off"), std::string::npos);
+
+  set("usageLimitsEnabled", "false");
+  for (const char* command : {"tokens", "limits"}) {
+    const auto off = run(command);
+    EXPECT_EQ(off.status, 0);
+    EXPECT_EQ(off.out,
+              "Turn on Usage Limits in Integrations.\n"
+              "Without a settings window: omnira settings set usageLimitsEnabled true\n");
+  }
+}
+
+TEST_F(UsageCommand, TokensBuildOnTheApplicationsCacheWithoutWritingIt) {
+  copyLogs();
+  // A file the running application read earlier and that is gone since: its figures stay in
+  // the cache's ledger, and the command counts them.
+  UsageLimitsCache cache;
+  TokenFileLedger gone;
+  gone.add({1, 2, 3, 4}, "claude-sonnet-4-5-20250929", today);
+  cache.ledgers[UsageTool::claude] =
+      TokenLedger::fromJSON(Json{{"files", {{"/gone/session.jsonl", gone.toJSON()}}}}).value();
+  ASSERT_TRUE(cache.save(cacheFile()).ok());
+  const std::string before = readText(cacheFile());
+
+  EXPECT_EQ(runJSON("tokens --json --tool claude")["tools"][0]["today"], usage(5, 92, 22003, 504));
+  EXPECT_EQ(readText(cacheFile()), before);
+
+  // Ledgers of another version are not continued: the logs alone count.
+  auto old = Json::parse(before);
+  old["ledgerVersion"] = UsageLimitsCache::currentLedgerVersion + 1;
+  writeText(cacheFile(), old.dump());
+  EXPECT_EQ(runJSON("tokens --json --tool claude")["tools"][0]["today"], usage(4, 90, 22000, 500));
+}
+
+TEST_F(UsageCommand, LimitsFromCodexLogsSignInsAndTheCache) {
+  using std::chrono::seconds;
+  const auto unix = [&](seconds ahead) {
+    return std::chrono::duration_cast<seconds>((now + ahead).time_since_epoch()).count();
+  };
+  const Json line = {
+      {"timestamp", formatISO8601(now)},
+      {"type", "event_msg"},
+      {"payload",
+       {{"type", "token_count"},
+        {"info", nullptr},
+        {"rate_limits",
+         {{"primary", {{"used_percent", 38.0}, {"window_minutes", 300}, {"resets_at", unix(seconds(12450))}}},
+          {"secondary",
+           {{"used_percent", 20.0}, {"window_minutes", 10080}, {"resets_at", unix(seconds(117 * 3600 + 1800))}}}}}}}};
+  writeText(root / "codex" / "sessions" / "rollout-limits.jsonl", line.dump() + "\n");
+  writeText(root / "claude" / ".credentials.json", readText(fixtures / "logins/claude-valid/.credentials.json"));
+
+  // What a running Omnira last heard from the provider for Claude.
+  UsageLimitsCache cache;
+  cache.accounts.push_back({"claude-ann", UsageTool::claude, "ann@example.com", "Max",
+                            {UsageWindow(UsageWindow::Kind::session, std::nullopt, 0.5, now - std::chrono::minutes(1),
+                                         UsageWindow::sessionLength)},
+                            now - std::chrono::minutes(3), UsageAccount::Source::vendor});
+  cache.problems.push_back({UsageTool::claude, UsageProblem::Kind::throttled, std::string("ann@example.com")});
+  cache.problems.push_back({UsageTool::codex, UsageProblem::Kind::unreachable, std::nullopt});  // no sign-in now
+  cache.refreshedAt = now - std::chrono::minutes(3);
+  ASSERT_TRUE(cache.save(cacheFile()).ok());
+
+  const auto text = run("limits");
+  ASSERT_EQ(text.status, 0) << text.out;
+  for (const char* part :
+       {"Claude · ann@example.com · Max", "Session  50% left  Resets any moment", "Codex · Codex on this computer",
+        // Columns line up under the longest reset text.
+        "62% left  Resets in 3h 27m   Runs out in 2h 30m at this rate",
+        "80% left  Resets in 4d 21h   On pace · 33% to spare",
+        "Claude is throttling the question. The last figures are kept.\n",
+        "Codex: no sign-in on this computer. Sign in with the codex command.\n"})
+    EXPECT_NE(text.out.find(part), std::string::npos) << part << "\n" << text.out;
+  EXPECT_EQ(text.out.find("couldn’t reach"), std::string::npos) << text.out;
+
+  const Json json = runJSON("limits --json");
+  ASSERT_EQ(json["accounts"].size(), 2u) << json.dump(2);
+  const Json& codex = json["accounts"][1];
+  EXPECT_EQ(codex["source"], "toolFiles");
+  EXPECT_EQ(codex["lead"], "week");
+  EXPECT_NEAR(codex["windows"][0]["left"].get<double>(), 0.62, 1e-9);
+  EXPECT_EQ(codex["windows"][0]["pace"]["onPace"], false);
+  EXPECT_NEAR(codex["windows"][1]["pace"]["spareAtReset"].get<double>(), 1 - 0.2 / (1 - 117.5 / 168), 1e-3);
+  ASSERT_EQ(json["problems"].size(), 2u);
+  EXPECT_EQ(json["problems"][1]["line"], "Codex: no sign-in on this computer. Sign in with the codex command.");
+
+  set("usageLimitsCodex", "false");
+  const auto claudeOnly = run("limits");
+  EXPECT_EQ(claudeOnly.out.find("Codex"), std::string::npos) << claudeOnly.out;
+}
+
+}  // namespace
+}  // namespace omnira

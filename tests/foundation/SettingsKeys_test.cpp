@@ -1,0 +1,194 @@
+// The settings table, the typed reads that fall back to it, and changing the file on disk.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "OmniraCore/foundation/Settings.h"
+#include "OmniraCore/foundation/SettingsFile.h"
+#include "OmniraCore/foundation/SettingsKeys.h"
+#include "OmniraCore/history/AppLimit.h"
+
+namespace omnira {
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = SettingsFile::Failure::Kind;
+
+struct SettingsOnDisk : ::testing::Test {
+  fs::path root = fs::temp_directory_path() / ("omnira-settings-keys-" + std::to_string(::getpid()));
+  fs::path file = root / "config" / "Omnira" / "settings.json";
+  void SetUp() override { fs::remove_all(root); }
+  void TearDown() override { fs::remove_all(root); }
+  void write(const std::string& text) {
+    fs::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::trunc | std::ios::binary) << text;
+  }
+  std::string contents() {
+    std::ifstream in(file, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+  }
+  nlohmann::json stored() { return nlohmann::json::parse(contents()); }
+};
+
+TEST(SettingsKeys, EveryDefaultIsAllowedAndReadsBack) {
+  const Settings defaults;
+  for (const auto& spec : SettingsKeys::all()) {
+    EXPECT_EQ(spec.refusal(spec.defaultValue), std::nullopt) << spec.key;
+    EXPECT_EQ(defaults.value(spec.key), spec.defaultValue) << spec.key;
+    EXPECT_FALSE(spec.description.empty()) << spec.key;
+    EXPECT_EQ(SettingsKeys::find(spec.key), &spec);
+  }
+  // One key of each type through its typed getter.
+  EXPECT_EQ(defaults.integer(SettingsKeys::refreshSeconds), 1);  // unset: every second while watched
+  EXPECT_EQ(defaults.integer(SettingsKeys::historySpan), 5);
+  EXPECT_EQ(defaults.string(SettingsKeys::temperatureUnit), "celsius");
+  EXPECT_EQ(defaults.number(SettingsKeys::insightHotMinutes), 3);
+  EXPECT_FALSE(defaults.boolean(SettingsKeys::usageLimitsClaudeApp));
+  EXPECT_EQ(defaults.json(SettingsKeys::insightMutedApps), nlohmann::json::object());
+  EXPECT_EQ(SettingsKeys::find("bridgeEnabled"), nullptr);
+  EXPECT_EQ(SettingsKeys::unknownKeySentence("refreshseconds"),
+            "There is no setting \"refreshseconds\"; did you mean \"refreshSeconds\"?");
+}
+
+TEST(SettingsKeys, TypedTextIsCheckedStrictly) {
+  const auto parse = [](std::string_view key, std::string_view text) { return SettingsKeys::find(key)->parse(text); };
+  EXPECT_EQ(*parse("insightNotifications", "off"), false);
+  EXPECT_EQ(*parse("insightNotifications", "TRUE"), true);
+  EXPECT_EQ(parse("insightNotifications", "maybe").error(),
+            "\"insightNotifications\" takes true or false, not \"maybe\".");
+  EXPECT_EQ(*parse("refreshSeconds", "10"), 10);
+  EXPECT_EQ(parse("refreshSeconds", "0").error(), "\"refreshSeconds\" takes a whole number from 1 to 10, not 0.");
+  for (auto bad : {"11", "2.5", "2s", "", " 2", "99999999999999999999"}) EXPECT_FALSE(parse("refreshSeconds", bad).ok()) << bad;
+  EXPECT_EQ(*parse("historySpan", "15"), 15);
+  EXPECT_EQ(parse("historySpan", "10").error(), "\"historySpan\" takes 5, 15 or 30, not 10.");
+  EXPECT_EQ(*parse("historyDays", "365"), 365);
+  EXPECT_EQ(*parse("temperatureUnit", "fahrenheit"), "fahrenheit");
+  EXPECT_EQ(parse("temperatureUnit", "kelvin").error(), "\"temperatureUnit\" takes celsius or fahrenheit, not \"kelvin\".");
+  const auto cpu = *parse("insightCPUPercent", "80");
+  EXPECT_TRUE(cpu.is_number_integer());  // whole numbers stay whole in the file
+  EXPECT_EQ(*parse("insightDiskBurstGB", "0.5"), 0.5);
+  for (auto bad : {"0", "-1", "inf", "nan", "1e999", "five"}) EXPECT_FALSE(parse("insightHotMinutes", bad).ok()) << bad;
+
+  const std::string limit =
+      R"([{"id":"0D3A3B0C-5E7B-4C8E-9F00-112233445566","appID":"exec:/usr/bin/make","appName":"make",)"
+      R"("figure":"cpu","limit":80,"minutes":5,"isOn":true}])";
+  ASSERT_TRUE(parse("insightAppLimits", limit).ok()) << parse("insightAppLimits", limit).error();
+  EXPECT_EQ(parse("insightAppLimits", R"([{"appID":"x"}])").error(),
+            "\"insightAppLimits\" takes a JSON array of app limits; item 1: \"id\" is missing or not text.");
+  EXPECT_EQ(parse("insightAppLimits", "[").error(), "\"insightAppLimits\" takes a JSON array of app limits; \"[\" is not valid JSON.");
+  EXPECT_FALSE(parse("insightAppLimits", "{}").ok());
+  EXPECT_TRUE(parse("insightMutedApps", R"({"a": null, "b": "2026-11-21T22:10:05Z"})").ok());
+  EXPECT_EQ(parse("insightMutedApps", R"({"a": "tomorrow"})").error(),
+            "\"insightMutedApps\" takes a JSON object from app id to an ISO 8601 date, or null for good; "
+            "\"a\" is neither null nor an ISO 8601 date.");
+}
+
+TEST_F(SettingsOnDisk, HandEditedValuesReadAsTheKeyAllows) {
+  write(R"({"refreshSeconds": 25, "historySpan": 12, "historyDays": 100, "temperatureUnit": "kelvin",
+            "insightCPUPercent": -3, "insightHotCelsius": 85.5, "insightNotifications": "yes",
+            "showsSystemInLists": true, "insightAppLimits": [{"id": 1}],
+            "insightMutedApps": {"exec:/usr/bin/make": null, "firefox": "2030-01-01T00:00:00Z"}})");
+  const auto settings = Settings::load(file);
+  EXPECT_EQ(settings.integer(SettingsKeys::refreshSeconds), 10);  // clamped
+  EXPECT_EQ(settings.integer(SettingsKeys::historySpan), 15);     // nearest choice
+  EXPECT_EQ(settings.integer(SettingsKeys::historyDays), 90);
+  EXPECT_EQ(settings.string(SettingsKeys::temperatureUnit), "celsius");
+  EXPECT_EQ(settings.number(SettingsKeys::insightCPUPercent), 50);
+  EXPECT_EQ(settings.number(SettingsKeys::insightHotCelsius), 85.5);
+  EXPECT_TRUE(settings.boolean(SettingsKeys::insightNotifications));
+  EXPECT_TRUE(settings.boolean(SettingsKeys::showsSystemInLists));
+  EXPECT_TRUE(SettingsKeys::appLimits(settings).empty());
+  const auto muted = SettingsKeys::mutedApps(settings);
+  ASSERT_EQ(muted.size(), 2u);
+  EXPECT_EQ(muted.at("exec:/usr/bin/make"), std::nullopt);
+  EXPECT_EQ(muted.at("firefox"), parseISO8601("2030-01-01T00:00:00Z"));
+  EXPECT_EQ(*settings.stored("refreshSeconds"), 25);  // the raw reads still see the file
+  EXPECT_EQ(settings.integer("refreshSeconds", 1), 25);
+  write(R"({"refreshSeconds": 0})");
+  EXPECT_EQ(Settings::load(file).integer(SettingsKeys::refreshSeconds), 1);
+  write(" \n");
+  EXPECT_TRUE(Settings::read(file).ok());  // an empty file is one without settings
+}
+
+TEST_F(SettingsOnDisk, SetAndUnsetKeepOtherKeysAndCreateTheFolder) {
+  const SettingsFile settings(file);
+  ASSERT_TRUE(settings.set("historySpan", "30").ok());  // no folder yet
+  EXPECT_EQ(stored(), nlohmann::json({{"historySpan", 30}}));
+
+  write(R"({"zebra": [1, {"b": 2, "a": 1}], "refreshSeconds": 3, "bridgeEnabled": true, "big": 18446744073709551615})");
+  ASSERT_TRUE(settings.set("refreshSeconds", "7").ok());
+  ASSERT_TRUE(settings.set("insightNotifications", "off").ok());
+  ASSERT_TRUE(settings.setValue("insightMutedApps", {{"firefox", nullptr}}).ok());
+  const std::string afterSet = contents();
+  // Order and unknown keys as they were; the new keys at the end.
+  EXPECT_LT(afterSet.find("zebra"), afterSet.find("refreshSeconds"));
+  EXPECT_NE(afterSet.find("18446744073709551615"), std::string::npos);
+  auto values = stored();
+  EXPECT_EQ(values["refreshSeconds"], 7);
+  EXPECT_EQ(values["bridgeEnabled"], true);
+  EXPECT_EQ(values["zebra"], nlohmann::json::parse(R"([1, {"b": 2, "a": 1}])"));
+  EXPECT_EQ(values["insightNotifications"], false);
+  EXPECT_FALSE(Settings::load(file).boolean(SettingsKeys::insightNotifications));
+
+  ASSERT_TRUE(settings.unset("refreshSeconds").ok());
+  EXPECT_FALSE(stored().contains("refreshSeconds"));
+  EXPECT_EQ(Settings::load(file).integer(SettingsKeys::refreshSeconds), 1);
+  ASSERT_TRUE(settings.unset("refreshSeconds").ok());  // already gone: nothing to do
+  EXPECT_TRUE(stored().contains("bridgeEnabled"));
+  for (const auto& entry : fs::directory_iterator(file.parent_path()))
+    EXPECT_EQ(entry.path().filename(), "settings.json") << "a temporary file was left behind";
+}
+
+TEST_F(SettingsOnDisk, RefusalsChangeNothing) {
+  const SettingsFile settings(file);
+  const std::string original = R"({"refreshSeconds": 3})";
+  write(original);
+  const auto refused = [&](Kind kind, const auto& result) {
+    ASSERT_FALSE(result.ok());
+    EXPECT_EQ(result.error().kind, kind) << result.error().message;
+    EXPECT_EQ(contents(), original);
+  };
+  refused(Kind::unknownKey, settings.set("refreshRate", "3"));
+  refused(Kind::unknownKey, settings.unset("refreshRate"));
+  refused(Kind::wrongValue, settings.set("refreshSeconds", "60"));
+  refused(Kind::wrongValue, settings.setValue("historySpan", 10));
+  refused(Kind::wrongValue, settings.set("insightAppLimits", R"([{"id": 1}])"));
+
+  for (const std::string& broken : {std::string(R"({"refreshSeconds": 3,)"), std::string("[1, 2]"),
+                                   std::string("\xff\xfe{}")}) {
+    write(broken);
+    EXPECT_FALSE(settings.unset("refreshSeconds").ok());
+    auto failure = settings.set("refreshSeconds", "4");
+    ASSERT_FALSE(failure.ok());
+    EXPECT_EQ(failure.error().kind, Kind::unusable);
+    EXPECT_NE(failure.error().message.find(file.string()), std::string::npos) << failure.error().message;
+    EXPECT_EQ(contents(), broken) << "a malformed file must be left byte for byte";
+  }
+
+  if (::geteuid() != 0) {  // root writes anywhere
+    write(original);
+    fs::permissions(file.parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
+    refused(Kind::notWritten, settings.set("refreshSeconds", "4"));
+    fs::permissions(file.parent_path(), fs::perms::owner_all);
+  }
+}
+
+TEST_F(SettingsOnDisk, ALinkedFileStaysLinked) {
+  const fs::path real = root / "dotfiles" / "omnira.json";
+  fs::create_directories(real.parent_path());
+  fs::create_directories(file.parent_path());
+  std::ofstream(real) << "{}";
+  fs::create_symlink(real, file);
+  ASSERT_TRUE(SettingsFile(file).set("temperatureUnit", "fahrenheit").ok());
+  EXPECT_TRUE(fs::is_symlink(file));
+  EXPECT_EQ(Settings::load(file).string(SettingsKeys::temperatureUnit), "fahrenheit");
+}
+
+}  // namespace
+}  // namespace omnira

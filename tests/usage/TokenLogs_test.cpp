@@ -1,0 +1,309 @@
+#include "OmniraCore/usage/TokenLogs.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <sstream>
+
+#include "tests/usage/UsageLogFiles.h"
+
+namespace omnira {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace usage_testing;
+using Line = TokenLogs::ClaudeLine;
+
+const DayCalendar utc = DayCalendar::fixed(0s);
+const Date longAgo = dateFromSecondsSinceEpoch(0);
+const std::string sonnet = "claude-sonnet-4-5-20250929";
+
+std::vector<std::string> fixtureLines(const std::string& name) {
+  std::vector<std::string> lines;
+  std::istringstream in(LogFolder::read(fixtures / name));
+  for (std::string line; std::getline(in, line);) lines.push_back(line + "\n");
+  return lines;
+}
+
+struct TokenLogsTest : LogFolder {
+  TokenLedger ledger;
+  TokenLogs::Update update(UsageTool tool = UsageTool::claude, const DayCalendar& calendar = utc) {
+    return TokenLogs::update(ledger, tool, {tool == UsageTool::claude ? claudeHome() : codexHome()}, longAgo,
+                             calendar);
+  }
+};
+
+TEST(TokenLogs, ReadsAClaudeLineAsBytes) {
+  auto lines = fixtureLines("claude/streamed.jsonl");
+  ASSERT_EQ(lines.size(), 11u);
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[0]).kind, Line::Kind::skip);  // summary
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[1]).kind, Line::Kind::skip);  // the person's prompt
+
+  auto complete = TokenLogs::readClaudeLine(lines[4]);
+  ASSERT_EQ(complete.kind, Line::Kind::counted);
+  EXPECT_EQ(complete.key(), "msg_01AAA:req_011AAA");
+  EXPECT_EQ(complete.model, sonnet);
+  EXPECT_EQ(complete.usage, (TokenUsage{3, 380, 20000, 1000}));
+  EXPECT_EQ(complete.timestamp, parseISO8601("2025-03-14T10:00:04.789Z"));
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[2]).usage.output, 1);  // streamed early: part of the output
+
+  // A tool result quoting log text is the person's line; its quotes are escaped.
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[5]).kind, Line::Kind::skip);
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[6]).usage, (TokenUsage{5, 42, 21000, 350}));  // 200 + 150 written
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[7]).kind, Line::Kind::skip);                  // "<synthetic>"
+  auto old = TokenLogs::readClaudeLine(lines[8]);
+  EXPECT_EQ(old.kind, Line::Kind::counted);
+  EXPECT_FALSE(old.hasKey());
+  EXPECT_EQ(old.usage, (TokenUsage{10, 20, 0, 0}));
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[9]).kind, Line::Kind::unknown);   // "yesterday"
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[10]).kind, Line::Kind::unknown);  // cut off, no moment
+
+  std::string huge = lines[6];
+  huge.replace(huge.find("\"output_tokens\":42"), 18, "\"output_tokens\":99999999999999999999");
+  EXPECT_EQ(TokenLogs::readClaudeLine(huge).kind, Line::Kind::unknown);
+}
+
+TEST_F(TokenLogsTest, CountsAStreamedReplyOnceWithItsMostCompleteLine) {
+  const auto file = project("-home-dev-shop") / "5f0e2c1a.jsonl";
+  append(file, read(fixtures / "claude/streamed.jsonl"));
+  auto first = update();
+  EXPECT_EQ(first.seen, std::vector<std::string>{file.string()});
+  EXPECT_EQ(first.filesRead, 1u);
+
+  const std::vector<std::string> day{"2025-03-14"};
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{3 + 5 + 10, 380 + 42 + 20, 41000, 1350}));
+  auto models = ledger.byModel(day);
+  ASSERT_EQ(models.size(), 3u);
+  EXPECT_EQ(models[0], (std::pair<std::string, TokenUsage>{"claude-opus-4-1-20250805", {5, 42, 21000, 350}}));
+  EXPECT_EQ(models[1], (std::pair<std::string, TokenUsage>{sonnet, {3, 380, 20000, 1000}}));
+  EXPECT_EQ(models[2].first, "claude-3-5-sonnet-20241022");
+  EXPECT_EQ(ledger.replies(), 2u);
+
+  // Nothing new: the file is not opened.
+  auto second = update();
+  EXPECT_EQ(second.filesRead, 0u);
+  EXPECT_EQ(second.bytesRead, 0u);
+
+  // A later, fuller line of a reply adds only what it holds beyond what was booked, to the
+  // day and model of the first booking, even when its own moment is the next day.
+  append(file, assistantLine("msg_01BBB", "req_011BBB", "claude-opus-4-1-20250805", {5, 50, 21000, 300},
+                             "2025-03-15T00:00:01Z"));
+  update();
+  EXPECT_EQ(ledger.usage(day).output, 380 + 50 + 20);
+  EXPECT_EQ(ledger.usage(day).cacheWrite, 1350);
+  EXPECT_TRUE(ledger.usageOn("2025-03-15").isZero());
+  EXPECT_EQ(ledger.replies(), 2u);
+}
+
+TEST_F(TokenLogsTest, CountsCopiedRepliesOnce) {
+  // The first session's log holds only the early, partial lines of one reply.
+  auto lines = fixtureLines("claude/streamed.jsonl");
+  append(project("-home-dev-shop") / "first.jsonl", lines[1] + lines[2] + lines[3]);
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{3, 1, 20000, 1000}));
+
+  // The resumed session repeats it complete and adds a reply of its own.
+  append(project("-home-dev-shop") / "resumed.jsonl", read(fixtures / "claude/resumed.jsonl"));
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{3, 380, 20000, 1000}));
+  EXPECT_EQ(ledger.usageOn("2025-03-15"), (TokenUsage{4, 90, 22000, 500}));
+  EXPECT_EQ(ledger.files().at((project("-home-dev-shop") / "first.jsonl").string()).days.at("2025-03-14").at(sonnet).output, 380);
+
+  // After a trip through the cache, and in a copy, the index of counted replies is rebuilt.
+  TokenLedger cached = TokenLedger::fromJSON(nlohmann::json::parse(ledger.toJSON().dump())).value();
+  EXPECT_EQ(cached, ledger);
+  TokenLedger copy = ledger;  // indexed: the copy must not use the original's index
+  append(project("-home-dev-other") / "third.jsonl",
+         assistantLine("msg_01AAA", "req_011AAA", sonnet, {3, 400, 20000, 1000}, "2025-03-16T10:00:00Z") +
+             assistantLine("msg_01EEE", "req_011EEE", sonnet, {4, 90, 22000, 500}, "2025-03-16T10:00:00Z"));
+  for (TokenLedger* each : {&cached, &copy}) {
+    TokenLogs::update(*each, UsageTool::claude, {claudeHome()}, longAgo, utc);
+    EXPECT_EQ(each->usageOn("2025-03-14").output, 400);
+    EXPECT_TRUE(each->usageOn("2025-03-16").isZero());
+    EXPECT_EQ(each->replies(), 2u);
+  }
+}
+
+TEST_F(TokenLogsTest, ReadsARewrittenFileAgainFromTheStart) {
+  const auto file = project("p") / "s.jsonl";
+  append(file, assistantLine("msg_A", "req_A", sonnet, {100, 100, 100, 100}, "2025-03-14T10:00:00Z",
+                             std::string(2000, 'x')));
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14").total(), 400);
+
+  // Truncated and written again, shorter: its old figures go, and its replies leave the index.
+  replace(file, assistantLine("msg_C", "req_C", sonnet, {1, 2, 3, 4}, "2025-03-14T11:00:00Z"));
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{1, 2, 3, 4}));
+  append(project("q") / "copy.jsonl", assistantLine("msg_A", "req_A", sonnet, {100, 100, 100, 100}, "2025-03-14T10:00:00Z"));
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14").total(), 410);
+
+  // Written again longer than before: the remembered offset no longer follows a newline.
+  const auto before = ledger.files().at(file.string()).offset;
+  std::string longer = assistantLine("msg_D", "req_D", sonnet, {0, 7, 0, 0}, "2025-03-14T12:00:00Z", std::string(before, 'y'));
+  ASSERT_NE(longer[before - 1], '\n');
+  replace(file, longer);
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14").total(), 407);
+}
+
+TEST_F(TokenLogsTest, TakesOnlyWholeLines) {
+  const auto file = project("p") / "s.jsonl";
+  const std::string first = assistantLine("msg_1", "req_1", sonnet, {1, 1, 0, 0}, "2025-03-14T10:00:00Z");
+  const std::string second = assistantLine("msg_2", "req_2", sonnet, {2, 2, 0, 0}, "2025-03-14T10:00:01Z");
+  append(file, first + second.substr(0, 120));
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{1, 1, 0, 0}));
+  EXPECT_EQ(ledger.files().at(file.string()).offset, first.size());
+  EXPECT_EQ(ledger.files().at(file.string()).size, first.size() + 120);
+  append(file, second.substr(120));
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{3, 3, 0, 0}));
+
+  // A line longer than a read chunk waits while it is written, then counts once.
+  const std::string huge = assistantLine("msg_3", "req_3", sonnet, {5, 5, 0, 0}, "2025-03-14T10:00:02Z",
+                                         std::string(TokenLogs::chunkSize + 1'000'000, 'z'));
+  append(file, huge.substr(0, TokenLogs::chunkSize + 500'000));
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{3, 3, 0, 0}));
+  append(file, huge.substr(TokenLogs::chunkSize + 500'000) +
+                   assistantLine("msg_4", "req_4", sonnet, {7, 7, 0, 0}, "2025-03-14T10:00:03Z"));
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{15, 15, 0, 0}));
+  EXPECT_EQ(ledger.files().at(file.string()).offset, std::filesystem::file_size(file));
+  EXPECT_EQ(ledger.replies(), 4u);
+}
+
+TEST_F(TokenLogsTest, BooksEachLineOnItsLocalDay) {
+  // Two hours ahead of UTC, 22:00 UTC is the next day's midnight.
+  const auto plusTwo = DayCalendar::fixed(2h);
+  append(project("p") / "s.jsonl",
+         assistantLine("msg_1", "req_1", sonnet, {1, 0, 0, 0}, "2025-03-14T21:59:59.999Z") +
+             assistantLine("msg_2", "req_2", sonnet, {2, 0, 0, 0}, "2025-03-14T22:00:00.000Z") +
+             assistantLine("msg_3", "req_3", sonnet, {4, 0, 0, 0}, "2025-03-15T00:30:00+03:00"));
+  update(UsageTool::claude, plusTwo);
+  EXPECT_EQ(ledger.usageOn("2025-03-14").input, 1 + 4);
+  EXPECT_EQ(ledger.usageOn("2025-03-15").input, 2);
+  EXPECT_EQ(TokenLogs::day(*parseISO8601("2025-03-14T22:00:00Z"), plusTwo), "2025-03-15");
+  EXPECT_EQ(TokenLogs::day(*parseISO8601("2025-03-14T21:59:59Z"), plusTwo), "2025-03-14");
+
+  // The system's own zone, with summer time starting on 2025-03-30.
+  const char* saved = getenv("TZ");
+  const std::string previous = saved ? saved : "";
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  tzset();
+  const auto local = DayCalendar::local();
+  const Date noon = *parseISO8601("2025-03-31T10:00:00Z");
+  EXPECT_EQ(TokenLogs::days(3, noon, local), (std::vector<std::string>{"2025-03-29", "2025-03-30", "2025-03-31"}));
+  EXPECT_EQ(TokenLogs::start(2, noon, local), parseISO8601("2025-03-29T23:00:00Z"));
+  EXPECT_EQ(TokenLogs::start(1, noon, local), parseISO8601("2025-03-30T22:00:00Z"));
+  EXPECT_EQ(TokenLogs::day(*parseISO8601("2025-03-30T21:59:59Z"), local), "2025-03-30");
+  EXPECT_EQ(TokenLogs::day(*parseISO8601("2025-03-30T22:00:00Z"), local), "2025-03-31");
+  if (saved) setenv("TZ", previous.c_str(), 1);
+  else unsetenv("TZ");
+  tzset();
+
+  EXPECT_EQ(TokenLogs::days(7, noon, utc).front(), "2025-03-25");
+  EXPECT_EQ(TokenLogs::days(7, noon, utc).back(), "2025-03-31");
+  EXPECT_EQ(TokenLogs::days(1, *parseISO8601("2024-03-01T00:00:00Z"), DayCalendar::fixed(-1s)),
+            std::vector<std::string>{"2024-02-29"});
+}
+
+TEST_F(TokenLogsTest, BooksCodexRunningTotalsByTheirGrowth) {
+  auto lines = fixtureLines("codex/rollout-2025-03-14T11-00-00-basic.jsonl");
+  ASSERT_EQ(lines.size(), 8u);
+  const auto file = codexHome() / "sessions" / "2025" / "03" / "14" / "rollout-basic.jsonl";
+  append(file, lines[0] + lines[1] + lines[2] + lines[3] + lines[4]);
+  update(UsageTool::codex);
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{100, 0, 0, 0}));
+  append(file, lines[5] + lines[6]);  // the same totals again, then 250
+  update(UsageTool::codex);
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{250, 0, 0, 0}));
+  // Input less its cached part is the input; the cached part is read from the cache.
+  append(file, lines[7]);
+  update(UsageTool::codex);
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{650, 60, 600, 0}));
+  EXPECT_EQ(ledger.byModel({"2025-03-14"}).at(0).first, "gpt-5-codex");
+  EXPECT_EQ(ledger.files().at(file.string()).lastTotal, (TokenUsage{1250, 60, 600, 0}));
+  EXPECT_EQ(ledger.replies(), 0u);
+}
+
+TEST_F(TokenLogsTest, BooksTheLastTurnWhereCodexTotalsStartAgain) {
+  const auto archived = codexHome() / "archived_sessions" / "rollout-restart.jsonl";
+  append(archived, read(fixtures / "codex/rollout-2025-03-14T12-00-00-restart.jsonl"));
+  update(UsageTool::codex);
+  auto models = ledger.byModel({"2025-03-14"});
+  ASSERT_EQ(models.size(), 2u);
+  EXPECT_EQ(models[0], (std::pair<std::string, TokenUsage>{"gpt-5", {4000, 300, 1000, 0}}));
+  EXPECT_EQ(models[1], (std::pair<std::string, TokenUsage>{"gpt-5.1-codex-max", {600 + 100, 40 + 10, 200 + 100, 0}}));
+  EXPECT_EQ(ledger.files().at(archived.string()).model, "gpt-5.1-codex-max");
+}
+
+TEST_F(TokenLogsTest, LeavesOldFilesClosedAndDropsWhatFellOutOfTheDays) {
+  const auto now = std::chrono::system_clock::now();
+  const auto old = project("p") / "old.jsonl";
+  const auto recent = project("p") / "recent.jsonl";
+  append(old, assistantLine("msg_1", "req_1", sonnet, {1, 0, 0, 0}, "2025-03-01T10:00:00Z"));
+  append(recent, assistantLine("msg_2", "req_2", sonnet, {2, 0, 0, 0}, formatISO8601(now)));
+  const auto setModified = [](const fs::path& file, Date date) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(date.time_since_epoch()).count();
+    timespec times[2] = {{seconds, 0}, {seconds, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+  };
+  setModified(old, now - 24h * 30);
+  const Date since = TokenLogs::start(7, now, utc);
+  auto first = TokenLogs::update(ledger, UsageTool::claude, {claudeHome()}, since, utc);
+  EXPECT_EQ(first.seen.size(), 2u);
+  EXPECT_EQ(first.filesRead, 1u);
+  EXPECT_FALSE(ledger.files().count(old.string()));
+  EXPECT_EQ(ledger.usage(TokenLogs::days(7, now, utc)).input, 2);
+
+  // Read over a longer span, then back to seven days: the old file's entry goes again.
+  TokenLogs::update(ledger, UsageTool::claude, {claudeHome()}, longAgo, utc);
+  EXPECT_EQ(ledger.usageOn("2025-03-01").input, 1);
+  TokenLogs::update(ledger, UsageTool::claude, {claudeHome()}, since, utc);
+  EXPECT_FALSE(ledger.files().count(old.string()));
+  // A deleted file whose figures are within the days keeps them.
+  fs::remove(recent);
+  auto last = TokenLogs::update(ledger, UsageTool::claude, {claudeHome()}, since, utc);
+  EXPECT_EQ(last.filesRead, 0u);
+  EXPECT_EQ(ledger.usage(TokenLogs::days(7, now, utc)).input, 2);
+  EXPECT_TRUE(TokenLogs::update(ledger, UsageTool::cursor, {claudeHome()}, since, utc).seen.empty());
+}
+
+TEST_F(TokenLogsTest, ReadsOneSessionsFiles) {
+  SessionLedger session;
+  TokenLogs::updateSession(session, UsageTool::claude, {folder / "missing.jsonl"}, utc);
+  EXPECT_FALSE(session.found());
+  const auto main = project("p") / "s.jsonl";
+  const auto agent = project("p") / "agent-1.jsonl";
+  append(main, read(fixtures / "claude/streamed.jsonl"));
+  append(agent, read(fixtures / "claude/resumed.jsonl"));
+  TokenLogs::updateSession(session, UsageTool::claude, {main, agent, folder / "missing.jsonl"}, utc);
+  EXPECT_TRUE(session.found());
+  EXPECT_EQ(session.replies(), 3u);
+  EXPECT_EQ(session.total(), (TokenUsage{22, 532, 63000, 1850}));
+  EXPECT_EQ(session.byModel().front().first, sonnet);
+  EXPECT_EQ(SessionLedger::fromJSON(session.toJSON()).value(), session);
+  EXPECT_EQ(session.toJSON()["found"], true);
+}
+
+TEST(TokenLogs, ShortensModelNames) {
+  EXPECT_EQ(TokenLogs::modelName("claude-sonnet-4-5-20250929"), "Sonnet 4.5");
+  EXPECT_EQ(TokenLogs::modelName("claude-3-5-haiku-20241022"), "Haiku 3.5");
+  EXPECT_EQ(TokenLogs::modelName("claude-opus-4-1"), "Opus 4.1");
+  EXPECT_EQ(TokenLogs::modelName("claude-3-opus-20240229"), "Opus 3");
+  EXPECT_EQ(TokenLogs::modelName("claude-sonnet-4@20250514"), "Sonnet 4");
+  EXPECT_EQ(TokenLogs::modelName("gpt-5-codex"), "GPT-5 Codex");
+  EXPECT_EQ(TokenLogs::modelName("gpt-5.1-codex-max"), "GPT-5.1 Codex Max");
+  EXPECT_EQ(TokenLogs::modelName("gpt-4o-2024-08-06"), "GPT-4o");
+  EXPECT_EQ(TokenLogs::modelName("o3"), "o3");
+  EXPECT_EQ(TokenLogs::modelName("unknown"), "unknown");
+}
+
+}  // namespace
+}  // namespace omnira

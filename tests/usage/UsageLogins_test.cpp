@@ -1,0 +1,40 @@
+#include "OmniraCore/usage/UsageLogins.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace omnira {
+namespace {
+
+using Paths = std::vector<std::filesystem::path>;
+
+AppPaths::Environment environment(std::map<std::string, std::string> values) {
+  return [values](const std::string& name) -> std::optional<std::string> {
+    auto it = values.find(name);
+    return it == values.end() ? std::nullopt : std::optional<std::string>(it->second);
+  };
+}
+
+TEST(UsageLogins, FindsTheHomesFromTheEnvironment) {
+  EXPECT_EQ(UsageLogins::claudeHomes(environment({{"HOME", "/home/ada"}})),
+            (Paths{"/home/ada/.claude", "/home/ada/.config/claude"}));
+  EXPECT_EQ(UsageLogins::claudeHomes(environment({{"HOME", "/home/ada"}, {"XDG_CONFIG_HOME", "/cfg"}})),
+            (Paths{"/home/ada/.claude", "/cfg/claude"}));
+  EXPECT_EQ(UsageLogins::claudeHomes(environment({{"HOME", "/home/ada"}, {"XDG_CONFIG_HOME", "cfg"}})),
+            (Paths{"/home/ada/.claude", "/home/ada/.config/claude"}));
+  // The configured folders replace both; "~" is HOME, relative and empty items are left out.
+  EXPECT_EQ(UsageLogins::claudeHomes(environment(
+                {{"HOME", "/home/ada"}, {"CLAUDE_CONFIG_DIR", " /work/claude , ~/alt/,relative,,/work/claude"}})),
+            (Paths{"/work/claude", "/home/ada/alt"}));
+  EXPECT_EQ(UsageLogins::claudeHomes(environment({{"HOME", "/home/ada"}, {"CLAUDE_CONFIG_DIR", "  "}})).size(), 2u);
+  EXPECT_TRUE(UsageLogins::claudeHomes(environment({})).empty());
+
+  EXPECT_EQ(UsageLogins::codexHomes(environment({{"HOME", "/home/ada"}})), (Paths{"/home/ada/.codex"}));
+  EXPECT_EQ(UsageLogins::codexHomes(environment({{"HOME", "/home/ada"}, {"CODEX_HOME", "/a,~"}})),
+            (Paths{"/a", "/home/ada"}));
+  EXPECT_TRUE(UsageLogins::codexHomes(environment({{"CODEX_HOME", "~/x"}})).empty());
+}
+
+}  // namespace
+}  // namespace omnira
