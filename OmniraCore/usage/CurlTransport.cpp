@@ -85,12 +85,13 @@ using HeaderList = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
 
 }  // namespace
 
-CurlTransport::CurlTransport() {
-  static std::once_flag once;
-  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-}
+// Set up on the first request, not when the transport is made: the TLS library's start-up
+// costs megabytes that a program without providers to ask never needs.
+CurlTransport::CurlTransport() = default;
 
 Result<HTTPTransport::Response, HTTPTransport::Failure> CurlTransport::send(const Request& request) {
+  static std::once_flag once;
+  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
   if (request.method.empty() || request.method.find_first_of(" \r\n") != std::string::npos) {
     return fail(Failure{Failure::Kind::invalidRequest, "The method of the request is not an HTTP method."});
   }

@@ -232,31 +232,35 @@ void walk(int parent, const char* name, std::string& path, int depth, std::vecto
     return;
   }
   const size_t base = path.size();
+  const auto walkInto = [&](const char* folder) {
+    path.resize(base);
+    path += '/';
+    path += folder;
+    walk(fd, folder, path, depth + 1, paths, found);
+  };
   while (const dirent* entry = ::readdir(dir)) {
     const char* entryName = entry->d_name;
     if (entryName[0] == '.' && (entryName[1] == 0 || (entryName[1] == '.' && entryName[2] == 0))) continue;
     const unsigned char type = entry->d_type;
     if (type == DT_DIR) {
-      path.resize(base);
-      path += '/';
-      path += entryName;
-      walk(fd, entryName, path, depth + 1, paths, found);
+      walkInto(entryName);
       continue;
     }
-    const bool unknown = type == DT_UNKNOWN;
-    if (type != DT_REG && type != DT_LNK && !unknown) continue;
+    if (type != DT_REG && type != DT_LNK && type != DT_UNKNOWN) continue;
     const bool logName = isLogName(entryName);
-    if (!logName && !unknown) continue;
     struct stat st;
-    if (::fstatat(fd, entryName, &st, 0) != 0) continue;
-    if (unknown && S_ISDIR(st.st_mode)) {
-      path.resize(base);
-      path += '/';
-      path += entryName;
-      walk(fd, entryName, path, depth + 1, paths, found);
+    if (type == DT_UNKNOWN) {
+      // The entry itself first, so that a link to a folder is not taken for one.
+      if (::fstatat(fd, entryName, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+      if (S_ISDIR(st.st_mode)) {
+        walkInto(entryName);
+        continue;
+      }
+      if (!logName || (S_ISLNK(st.st_mode) && ::fstatat(fd, entryName, &st, 0) != 0)) continue;
+    } else if (!logName || ::fstatat(fd, entryName, &st, 0) != 0) {
       continue;
     }
-    if (!logName || !S_ISREG(st.st_mode)) continue;
+    if (!S_ISREG(st.st_mode)) continue;
     auto& file = paths.emplace_back();
     file.reserve(base + 1 + std::strlen(entryName));
     file.append(path, 0, base);
@@ -268,13 +272,20 @@ void walk(int parent, const char* name, std::string& path, int depth, std::vecto
   ::closedir(dir);
 }
 
-// The ledger's entries for the paths `which` picks, null where a file has none. The
-// ledger's nodes lie scattered in memory and one lookup is a chain of cache misses, so
-// the first loads of a batch of lookups are all started before any key is compared.
-std::vector<TokenFileLedger*> findEntries(TokenLedger::Files& files, const std::vector<std::string>& paths,
-                                          const std::vector<size_t>& which) {
-  std::vector<TokenFileLedger*> entries(which.size(), nullptr);
-  if (files.empty()) return entries;
+// The ledger's table of files is kept at most half full; see updateFolders.
+constexpr float sparseLoad = 0.5f;
+
+// Calls `visit(i, entry)` with the ledger's entry for each path `which[i]` picks, null where
+// a file has none. The ledger's nodes lie scattered in memory and one lookup is a chain of
+// cache misses, so the first loads of a batch of lookups are all started before any key is
+// compared, and each entry is handed on while it is still in the cache.
+template <typename Visit>
+void visitEntries(TokenLedger::Files& files, const std::vector<std::string>& paths, const std::vector<size_t>& which,
+                  Visit&& visit) {
+  if (files.empty()) {
+    for (size_t i = 0; i < which.size(); ++i) visit(i, nullptr);
+    return;
+  }
   std::vector<size_t> buckets(which.size());
   for (size_t i = 0; i < which.size(); ++i) buckets[i] = files.bucket(paths[which[i]]);
   constexpr size_t batch = 16;
@@ -282,20 +293,22 @@ std::vector<TokenFileLedger*> findEntries(TokenLedger::Files& files, const std::
   for (size_t first = 0; first < which.size(); first += batch) {
     const size_t count = std::min(batch, which.size() - first);
     for (size_t j = 0; j < count; ++j) heads[j] = files.begin(buckets[first + j]);
-    for (size_t j = 0; j < count; ++j)
-      if (heads[j] != files.end(buckets[first + j])) __builtin_prefetch(heads[j]->first.data());
+    for (size_t j = 0; j < count; ++j) {
+      if (heads[j] == files.end(buckets[first + j])) continue;
+      __builtin_prefetch(heads[j]->first.data());
+      __builtin_prefetch(&heads[j]->second.size);  // it may lie on the node's second line
+    }
     for (size_t j = 0; j < count; ++j) {
       const size_t i = first + j;
-      if (heads[j] == files.end(buckets[i])) continue;  // an empty bucket: no entry
-      const std::string& path = paths[which[i]];
-      if (heads[j]->first == path) {
-        entries[i] = &heads[j]->second;
-      } else if (auto known = files.find(path); known != files.end()) {
-        entries[i] = &known->second;
+      TokenFileLedger* entry = nullptr;
+      if (heads[j] != files.end(buckets[i])) {  // else an empty bucket: no entry
+        const std::string& path = paths[which[i]];
+        if (heads[j]->first == path) entry = &heads[j]->second;
+        else if (auto known = files.find(path); known != files.end()) entry = &known->second;
       }
+      visit(i, entry);
     }
   }
-  return entries;
 }
 
 class Reader {
@@ -529,22 +542,27 @@ TokenLogs::Update TokenLogs::updateFolders(TokenLedger& ledger, UsageTool tool,
   current.reserve(candidates.size());
   for (size_t i = 0; i < candidates.size(); ++i)
     if (candidates[i].modified >= since) current.push_back(i);
-  const std::vector<TokenFileLedger*> entries = findEntries(ledger.files_, paths, current);
 
-  Reader reader(ledger.files_, ledger.index_, ledger.indexed_, tool, calendar);
+  // The table keeps no hashes, so a lookup hashes again the path of each node it passes in
+  // a bucket. At most half full (set once per ledger; copies keep it), most files sit first.
+  if (ledger.files_.max_load_factor() > sparseLoad) {
+    ledger.files_.max_load_factor(sparseLoad);
+    ledger.files_.reserve(ledger.files_.size());
+  }
   std::vector<size_t> toRead;
   size_t currentEntries = 0;  // entries of files modified since `since`
-  for (size_t i = 0; i < current.size(); ++i) {
-    if (const TokenFileLedger* known = entries[i]) {
+  visitEntries(ledger.files_, paths, current, [&](size_t i, const TokenFileLedger* known) {
+    if (known) {
       ++currentEntries;
       // Logs only grow; the same size means nothing new.
-      if (known->size == candidates[current[i]].size) continue;
+      if (known->size == candidates[current[i]].size) return;
     }
     toRead.push_back(current[i]);
-  }
+  });
   // The oldest first, so that a reply copied into a later session is booked where it was written.
   std::stable_sort(toRead.begin(), toRead.end(),
                    [&](size_t a, size_t b) { return candidates[a].modified < candidates[b].modified; });
+  Reader reader(ledger.files_, ledger.index_, ledger.indexed_, tool, calendar);
   for (const size_t i : toRead)
     if (reader.read(paths[i], candidates[i].size, update)) ++currentEntries;
 
