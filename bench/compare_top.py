@@ -46,8 +46,8 @@ def main():
     ap.add_argument("--build", default="build/release", help="build folder with the probe and omnira")
     args = ap.parse_args()
 
-    probe = os.path.join(args.build, "bench", "omnira_sampling_probe")
-    omnira = os.path.join(args.build, "cli", "omnira")
+    probe = os.path.join(args.build, "bin", "omnira_sampling_probe")
+    omnira = os.path.join(args.build, "bin", "omnira")
     for tool in (probe, omnira):
         if not os.access(tool, os.X_OK):
             sys.exit(f"{tool} is missing: build the release preset first.")
