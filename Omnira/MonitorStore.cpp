@@ -119,8 +119,7 @@ void MonitorStore::restartLoop() {
   sleepingAfterTick_ = false;
   loop_.emplace(isPrimed_);
   // A sample in flight finishes first; the new loop takes over when it lands.
-  if (inFlight_) stepAfterFlight_ = true;
-  else step();
+  if (!inFlight_) step();
 }
 
 SamplingLoop::Conditions MonitorStore::conditions() const {
@@ -172,7 +171,6 @@ void MonitorStore::received(const SamplingResult& result) {
     refresh(result);
     lastTickEnd_ = BootClockTimer::now();
   }
-  stepAfterFlight_ = false;
   step();
 }
 

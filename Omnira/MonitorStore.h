@@ -231,7 +231,6 @@ class MonitorStore : public QObject {
   std::optional<SamplingLoop> loop_;
   BootClockTimer sleep_;
   bool inFlight_ = false;
-  bool stepAfterFlight_ = false;
   bool sleepingAfterTick_ = false;
   double lastTickEnd_ = 0;  // boot clock
   uint64_t serial_ = 0;
