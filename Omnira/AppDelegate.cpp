@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include "Omnira/AppFoldersWatcher.h"
 #include "Omnira/InsightNotifier.h"
 #include "Omnira/MonitorStore.h"
 #include "Omnira/SettingsWatcher.h"
@@ -19,6 +20,7 @@
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/foundation/SettingsKeys.h"
+#include "OmniraCore/platform/linux/ThisMachine.h"
 
 namespace omnira {
 
@@ -71,6 +73,8 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
     if (!store_->settings().boolean(SettingsKeys::insightNotifications)) return;
     for (const auto& insight : fresh) notifier_->post(insight);
   });
+  appFolders_ = std::make_unique<AppFoldersWatcher>(platform::appFolders());
+  connect(appFolders_.get(), &AppFoldersWatcher::changed, store_.get(), &MonitorStore::reloadApps);
   if (options_.printTicks) connect(store_.get(), &MonitorStore::ticked, this, &AppDelegate::printTick);
   if (options_.watching) store_->viewerAppeared();
 
@@ -83,6 +87,7 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
 void AppDelegate::stop() {
   if (!store_) return;
   store_->stop();
+  appFolders_.reset();
   store_.reset();
   usageLimits_.reset();  // waits for a running refresh, which may write the cache
   spdlog::info("Omnira stopped");

@@ -24,6 +24,7 @@ namespace omnira {
 
 class MonitorStore;
 class SettingsWatcher;
+class AppFoldersWatcher;
 class InsightNotifier;
 class UsageLimitsStore;
 
@@ -65,6 +66,7 @@ class AppDelegate : public QObject {
   std::optional<InstanceLock> lock_;
   std::unique_ptr<MonitorStore> store_;
   std::unique_ptr<SettingsWatcher> settingsWatcher_;
+  std::unique_ptr<AppFoldersWatcher> appFolders_;
   std::unique_ptr<InsightNotifier> notifier_;
   std::unique_ptr<UsageLimitsStore> usageLimits_;
   int signalFD_ = -1;

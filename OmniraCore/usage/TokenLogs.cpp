@@ -6,12 +6,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cctype>
 #include <charconv>
 #include <cstring>
 #include <memory>
+#include <system_error>
+#include <thread>
 #include <unordered_set>
+
+#include <spdlog/spdlog.h>
 
 #include "OmniraCore/usage/UsageLogins.h"
 
@@ -218,12 +223,26 @@ bool isLogName(const char* name) {
   return length >= 6 && std::memcmp(name + length - 6, ".jsonl", 6) == 0;
 }
 
+// What a walk found: the log files' paths and, at the same index, their sizes and dates.
+struct Found {
+  std::vector<std::string> paths;
+  std::vector<Candidate> candidates;
+
+  void append(Found&& other) {
+    paths.insert(paths.end(), std::make_move_iterator(other.paths.begin()), std::make_move_iterator(other.paths.end()));
+    candidates.insert(candidates.end(), other.candidates.begin(), other.candidates.end());
+  }
+};
+
+constexpr int deepestFolder = 32;
+
 // Every regular "*.jsonl" file under the folder; symbolic links to files are followed,
 // to folders not (no loops). Only log files are looked at: the kind of the others comes
-// from the listing, when the file system gives it.
-void walk(int parent, const char* name, std::string& path, int depth, std::vector<std::string>& paths,
-          std::vector<Candidate>& found) {
-  if (depth > 32) return;
+// from the listing, when the file system gives it. With `later`, subfolders are not
+// entered but their paths left there.
+void walk(int parent, const char* name, std::string& path, int depth, Found& found,
+          std::vector<std::string>* later = nullptr) {
+  if (depth > deepestFolder) return;
   const int fd = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) return;
   DIR* dir = ::fdopendir(fd);
@@ -236,7 +255,8 @@ void walk(int parent, const char* name, std::string& path, int depth, std::vecto
     path.resize(base);
     path += '/';
     path += folder;
-    walk(fd, folder, path, depth + 1, paths, found);
+    if (later) later->push_back(path);
+    else walk(fd, folder, path, depth + 1, found);
   };
   while (const dirent* entry = ::readdir(dir)) {
     const char* entryName = entry->d_name;
@@ -261,15 +281,62 @@ void walk(int parent, const char* name, std::string& path, int depth, std::vecto
       continue;
     }
     if (!S_ISREG(st.st_mode)) continue;
-    auto& file = paths.emplace_back();
+    auto& file = found.paths.emplace_back();
     file.reserve(base + 1 + std::strlen(entryName));
     file.append(path, 0, base);
     file += '/';
     file += entryName;
-    found.push_back({static_cast<uint64_t>(st.st_size), modificationDate(st)});
+    found.candidates.push_back({static_cast<uint64_t>(st.st_size), modificationDate(st)});
   }
   path.resize(base);
   ::closedir(dir);
+}
+
+// Walks the folders with a few threads. Nearly all of a refresh with nothing new is the
+// kernel's time in one stat per log file, and stats in different folders do not wait on
+// each other. The top levels are listed first, until there are enough folders to share;
+// the threads then take those folders in turn, each into its own slot, and the slots are
+// joined in order, so the result is the same as one thread's.
+Found walkShared(const std::vector<std::filesystem::path>& roots) {
+  constexpr size_t enoughFolders = 16;
+  Found found;
+  std::vector<std::string> folders;
+  for (const auto& root : roots) {
+    std::string path = root.string();
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    folders.push_back(std::move(path));
+  }
+  int depth = 0;
+  while (!folders.empty() && folders.size() < enoughFolders && depth < deepestFolder) {
+    std::vector<std::string> next;
+    for (auto& folder : folders) walk(AT_FDCWD, folder.c_str(), folder, depth, found, &next);
+    folders = std::move(next);
+    ++depth;
+  }
+  if (folders.empty()) return found;
+
+  const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+  const size_t threads = std::min<size_t>({cores, 4, folders.size()});
+  std::vector<Found> slots(folders.size());
+  std::atomic<size_t> nextFolder{0};
+  // Each thread writes only the slots whose folders it took; the slots are read after the join.
+  const auto work = [&] {
+    for (size_t i = nextFolder++; i < folders.size(); i = nextFolder++)
+      walk(AT_FDCWD, folders[i].c_str(), folders[i], depth, slots[i]);
+  };
+  std::vector<std::thread> helpers;
+  for (size_t t = 1; t < threads; ++t) {
+    try {
+      helpers.emplace_back(work);
+    } catch (const std::system_error& error) {
+      spdlog::debug("Token logs: walking on one thread, no other could start: {}", error.what());
+      break;  // without threads to spare, this thread walks them all
+    }
+  }
+  work();
+  for (auto& helper : helpers) helper.join();
+  for (auto& slot : slots) found.append(std::move(slot));
+  return found;
 }
 
 // The ledger's table of files is kept at most half full; see updateFolders.
@@ -528,15 +595,10 @@ TokenLogs::Update TokenLogs::updateFolders(TokenLedger& ledger, UsageTool tool,
                                            const DayCalendar& calendar) {
   Update update;
   if (!keepsLogs(tool)) return update;
-  std::vector<std::string>& paths = update.seen;
-  std::vector<Candidate> candidates;
-  paths.reserve(ledger.files_.size() + 64);
-  candidates.reserve(ledger.files_.size() + 64);
-  for (const auto& folder : folders) {
-    std::string path = folder.string();
-    while (path.size() > 1 && path.back() == '/') path.pop_back();
-    walk(AT_FDCWD, path.c_str(), path, 0, paths, candidates);
-  }
+  Found found = walkShared(folders);
+  update.seen = std::move(found.paths);
+  const std::vector<std::string>& paths = update.seen;
+  const std::vector<Candidate>& candidates = found.candidates;
 
   std::vector<size_t> current;  // the candidates modified since `since`
   current.reserve(candidates.size());

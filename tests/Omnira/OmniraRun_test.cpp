@@ -160,5 +160,52 @@ TEST(OmniraRun, RunsHeadlessKeepsOneInstanceAndSavesEverythingOnStop) {
   std::filesystem::remove_all(home);
 }
 
+// Whether the history's hour rows name the app.
+bool recordedApp(const std::filesystem::path& file, const std::string& appId) {
+  if (!std::filesystem::exists(file)) return false;
+  auto db = HistoryDatabase::open(file);
+  if (!db) return false;
+  auto rows = (*db)->apps(HistoryDatabase::AppTable::hours, 0, INT64_MAX);
+  if (!rows) return false;
+  for (const auto& row : *rows)
+    if (row.appId == appId) return true;
+  return false;
+}
+
+TEST(OmniraRun, GroupsAnAppInstalledWhileItRuns) {
+  namespace fs = std::filesystem;
+  const auto home = fs::temp_directory_path() / ("omnira-run-apps-" + std::to_string(::getpid()));
+  fs::remove_all(home);
+  fs::create_directories(home / "config" / "Omnira");
+  fs::create_directories(home / "bin");
+  std::ofstream(home / "config" / "Omnira" / "settings.json") << R"({"refreshSeconds": 1})";
+  const auto history = home / "data" / "Omnira" / "history.sqlite";
+  // A program of its own, running before its app is installed.
+  const auto program = home / "bin" / "omnira-fixture-tool";
+  fs::copy_file("/bin/sleep", program);
+  const pid_t tool = ::fork();
+  if (tool == 0) {
+    ::execl(program.c_str(), program.c_str(), "120", nullptr);
+    ::_exit(127);
+  }
+  const auto entry = home / "data" / "applications" / "omnira-fixture-tool.desktop";
+
+  Child app(home, {"--headless", "--watching"});
+  EXPECT_TRUE(waitForTicks(history)) << slurp(home / "stderr");
+  EXPECT_FALSE(recordedApp(history, entry.string()));
+  fs::create_directories(entry.parent_path());
+  std::ofstream(entry) << "[Desktop Entry]\nType=Application\nName=Fixture Tool\nExec=" << program.string() << " %F\n";
+  bool grouped = false;
+  for (int i = 0; i < 150 && !grouped; ++i) {
+    std::this_thread::sleep_for(200ms);
+    grouped = recordedApp(history, entry.string());
+  }
+  EXPECT_TRUE(grouped) << slurp(home / "stderr");
+  EXPECT_EQ(app.stop(SIGTERM), 0);
+  ::kill(tool, SIGKILL);
+  ::waitpid(tool, nullptr, 0);
+  fs::remove_all(home);
+}
+
 }  // namespace
 }  // namespace omnira

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <set>
 #include <sstream>
 
 #include "tests/usage/UsageLogFiles.h"
@@ -273,6 +274,40 @@ TEST_F(TokenLogsTest, LeavesOldFilesClosedAndDropsWhatFellOutOfTheDays) {
   EXPECT_EQ(last.filesRead, 0u);
   EXPECT_EQ(ledger.usage(TokenLogs::days(7, now, utc)).input, 2);
   EXPECT_TRUE(TokenLogs::update(ledger, UsageTool::cursor, {claudeHome()}, since, utc).seen.empty());
+}
+
+TEST_F(TokenLogsTest, FindsEachLogOnceWhereverItLies) {
+  // Enough project folders that the walk is shared between threads, logs at every depth,
+  // and links: to a file (followed), to a folder and to the folder above (neither).
+  std::set<std::string> expected;
+  int64_t input = 0;
+  const auto log = [&](const fs::path& file, int tokens) {
+    append(file, assistantLine("msg_" + file.string(), "req", sonnet, {tokens, 0, 0, 0}, "2025-03-14T10:00:00Z"));
+    expected.insert(file.string());
+    input += tokens;
+  };
+  for (int i = 0; i < 40; ++i) log(project("-home-dev-p" + std::to_string(i)) / "s.jsonl", i + 1);
+  log(project("-home-dev-p7") / "s" / "subagents" / "agent-1.jsonl", 100);
+  log(claudeHome() / "projects" / "loose.jsonl", 200);
+  append(project("-home-dev-p3") / "notes.txt", assistantLine("msg_txt", "req", sonnet, {9999, 0, 0, 0}, "2025-03-14T10:00:00Z"));
+  const auto elsewhere = folder / "elsewhere";
+  append(elsewhere / "kept.jsonl", assistantLine("msg_linked", "req", sonnet, {1000, 0, 0, 0}, "2025-03-14T10:00:00Z"));
+  fs::create_symlink(elsewhere / "kept.jsonl", project("-home-dev-p1") / "linked.jsonl");
+  expected.insert((project("-home-dev-p1") / "linked.jsonl").string());
+  input += 1000;
+  fs::create_directory_symlink(elsewhere, project("-home-dev-p2") / "linked-folder");
+  fs::create_directory_symlink(claudeHome() / "projects", project("-home-dev-p4") / "loop");
+  // A second home with few folders: the walk goes down a level before sharing.
+  const auto second = folder / "second";
+  log(second / "projects" / "a" / "b" / "c" / "deep.jsonl", 5000);
+
+  auto first = TokenLogs::update(ledger, UsageTool::claude, {claudeHome(), second}, longAgo, utc);
+  EXPECT_EQ(std::set<std::string>(first.seen.begin(), first.seen.end()), expected);
+  EXPECT_EQ(first.seen.size(), expected.size());
+  EXPECT_EQ(ledger.usageOn("2025-03-14").input, input);
+  auto again = TokenLogs::update(ledger, UsageTool::claude, {claudeHome(), second}, longAgo, utc);
+  EXPECT_EQ(again.seen, first.seen);  // the same order each time
+  EXPECT_EQ(again.filesRead, 0u);
 }
 
 TEST_F(TokenLogsTest, ReadsOneSessionsFiles) {

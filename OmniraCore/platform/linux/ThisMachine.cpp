@@ -20,15 +20,28 @@ std::unique_ptr<ProcessSampler> makeProcessSampler() {
   return std::make_unique<ProcessSampler>(std::make_unique<LibProc>(Roots{}));
 }
 
-std::unique_ptr<AppGrouper> makeAppGrouper() {
-  auto name = readOperatingSystemName("/");
-  if (!name) spdlog::debug("no distribution name in os-release; the system group is called Linux");
+namespace {
+
+LinuxAppIdentifier::Config identifierConfig() {
   const auto environment = [](const std::string& variable) -> std::optional<std::string> {
     if (const char* value = std::getenv(variable.c_str())) return std::string(value);
     return std::nullopt;
   };
-  return makeLinuxAppGrouper(name ? *name : std::string("Linux"),
-                             LinuxAppIdentifier::Config::fromEnvironment(environment, ::getuid()));
+  return LinuxAppIdentifier::Config::fromEnvironment(environment, ::getuid());
+}
+
+}  // namespace
+
+std::unique_ptr<AppGrouper> makeAppGrouper() {
+  auto name = readOperatingSystemName("/");
+  if (!name) spdlog::debug("no distribution name in os-release; the system group is called Linux");
+  return makeLinuxAppGrouper(name ? *name : std::string("Linux"), identifierConfig());
+}
+
+std::vector<std::filesystem::path> appFolders() {
+  std::vector<std::filesystem::path> folders;
+  for (const auto& dataDir : identifierConfig().desktop.dataDirs) folders.push_back(dataDir / "applications");
+  return folders;
 }
 
 }  // namespace omnira::platform

@@ -2,7 +2,9 @@
 // The production parts, reading this machine's /proc, /sys and desktop entries.
 // Each call builds fresh parts; the caller owns them and hands each to one thread.
 
+#include <filesystem>
 #include <memory>
+#include <vector>
 
 #include "OmniraCore/sampling/AppGrouper.h"
 #include "OmniraCore/sampling/ProcessSampler.h"
@@ -14,5 +16,7 @@ std::unique_ptr<SystemSampler> makeSystemSampler();
 std::unique_ptr<ProcessSampler> makeProcessSampler();
 // Scans the installed desktop entries once; the system group is named for the distribution.
 std::unique_ptr<AppGrouper> makeAppGrouper();
+// The folders that scan reads; after they change, AppGrouper::reload() finds the new apps.
+std::vector<std::filesystem::path> appFolders();
 
 }  // namespace omnira::platform
