@@ -296,7 +296,7 @@ void walk(int parent, const char* name, std::string& path, int depth, Found& fou
 // kernel's time in one stat per log file, and stats in different folders do not wait on
 // each other. The top levels are listed first, until there are enough folders to share;
 // the threads then take those folders in turn, each into its own slot, and the slots are
-// joined in order, so the result is the same as one thread's.
+// joined in order, so every walk of the same folders lists the files in the same order.
 Found walkShared(const std::vector<std::filesystem::path>& roots) {
   constexpr size_t enoughFolders = 16;
   Found found;
