@@ -5,13 +5,13 @@
 
 #include <spdlog/spdlog.h>
 
+#include "Omnira/WatchedPaths.h"
+
 namespace omnira {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-QString qtPath(const fs::path& path) { return QFile::decodeName(path.c_str()); }
 
 // Desktop entries may sit in subfolders (a vendor's folder inside applications/).
 constexpr int deepestSubfolder = 4;
@@ -62,21 +62,14 @@ std::set<std::string> AppFoldersWatcher::watch() {
       addTree(folder, 0, existing);
       continue;
     }
-    fs::path parent = folder.parent_path();
-    while (!parent.empty() && parent != parent.parent_path() && !fs::is_directory(parent, error))
-      parent = parent.parent_path();
+    const fs::path parent = nearestExistingFolder(folder);
     if (!parent.empty()) above.insert(parent.string());
   }
-  // Added afresh every time: a folder replaced under the same name keeps a watch on its
-  // old inode.
-  if (!watcher_.directories().isEmpty()) watcher_.removePaths(watcher_.directories());
   QStringList paths;
   for (const auto& path : existing) paths << qtPath(path);
   for (const auto& path : above)
     if (!existing.contains(path)) paths << qtPath(path);
-  if (paths.isEmpty()) return existing;
-  const QStringList failed = watcher_.addPaths(paths);
-  for (const auto& path : failed)
+  for (const auto& path : rewatch(watcher_, paths))
     spdlog::warn("Cannot watch {} for installed apps; apps added there are seen at the next start.",
                  QFile::encodeName(path).toStdString());
   return existing;

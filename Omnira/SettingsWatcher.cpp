@@ -4,15 +4,11 @@
 
 #include <spdlog/spdlog.h>
 
+#include "Omnira/WatchedPaths.h"
+
 namespace omnira {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-QString qtPath(const fs::path& path) { return QFile::decodeName(path.c_str()); }
-
-}  // namespace
 
 SettingsWatcher::SettingsWatcher(fs::path file, QObject* parent)
     : QObject(parent), file_(std::move(file)), current_(Settings::load(file_)) {
@@ -47,22 +43,14 @@ void SettingsWatcher::reload() {
 }
 
 void SettingsWatcher::watch() {
+  const fs::path folder = nearestExistingFolder(file_.parent_path());
+  QStringList paths;
+  if (!folder.empty()) paths << qtPath(folder);
   std::error_code error;
-  fs::path folder = file_.parent_path();
-  while (!folder.empty() && !fs::is_directory(folder, error)) {
-    if (folder == folder.parent_path()) {
-      folder.clear();
-      break;
-    }
-    folder = folder.parent_path();
-  }
-  // Added afresh every time: a folder or file that was replaced keeps a watch on its old
-  // inode under the same name.
-  if (!watcher_.files().isEmpty()) watcher_.removePaths(watcher_.files());
-  if (!watcher_.directories().isEmpty()) watcher_.removePaths(watcher_.directories());
-  if (!folder.empty() && !watcher_.addPath(qtPath(folder)))
+  if (fs::exists(file_, error)) paths << qtPath(file_);
+  // A file that cannot be watched is still seen through its folder.
+  if (!folder.empty() && rewatch(watcher_, paths).contains(qtPath(folder)))
     spdlog::warn("Cannot watch {} for settings changes; they apply at the next start.", folder.string());
-  if (fs::exists(file_, error)) watcher_.addPath(qtPath(file_));
 }
 
 }  // namespace omnira
