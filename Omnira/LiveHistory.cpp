@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "OmniraCore/foundation/AtomicFile.h"
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/history/JSONFields.h"
 
 namespace omnira {
@@ -114,7 +115,7 @@ Result<LiveHistory, LiveHistory::Failure> LiveHistory::load(const std::filesyste
 }
 
 Result<void, LiveHistory::Failure> LiveHistory::save(const std::filesystem::path& file) const {
-  auto written = AtomicFile::write(file, toJSON().dump());
+  auto written = AtomicFile::write(file, jsonText(toJSON()));
   if (!written) return fail(Failure{written.error().message});
   return {};
 }

@@ -6,6 +6,7 @@
 #include <spdlog/spdlog.h>
 
 #include "OmniraCore/foundation/AtomicFile.h"
+#include "OmniraCore/foundation/JSONText.h"
 
 namespace omnira {
 
@@ -98,7 +99,7 @@ Result<WorthALook, WorthALook::Failure> WorthALook::load(const std::filesystem::
 }
 
 Result<void, WorthALook::Failure> WorthALook::save(const std::filesystem::path& file) const {
-  auto written = AtomicFile::write(file, toJSON().dump());
+  auto written = AtomicFile::write(file, jsonText(toJSON()));
   if (!written) return fail(Failure{written.error().message});
   return {};
 }

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <map>
 
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/history/HistoryDatabase.h"
@@ -133,7 +134,7 @@ int showSystem(HistoryDatabase& db, const HistoryRequest& request, Date now, std
     auto list = nlohmann::ordered_json::array();
     for (const auto& [start, bucket] : buckets) list.push_back(bucket.toJSON());
     j["rows"] = std::move(list);
-    fmt::print(out, "{}\n", j.dump(2));
+    fmt::print(out, "{}\n", jsonText(j, 2));
     return 0;
   }
   auto peak = [](const std::optional<double>& p) { return p ? fmt::format("{:.0f}%", *p) : std::string("-"); };
@@ -234,7 +235,7 @@ int showApps(HistoryDatabase& db, const HistoryRequest& request, Date now, std::
       list.push_back(std::move(a));
     }
     j["apps"] = std::move(list);
-    fmt::print(out, "{}\n", j.dump(2));
+    fmt::print(out, "{}\n", jsonText(j, 2));
     return 0;
   }
   fmt::print(out, "Top apps over the last {}, by {}\n\n", request.period, request.by);

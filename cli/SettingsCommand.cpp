@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/foundation/SettingsFile.h"
 #include "OmniraCore/foundation/SettingsKeys.h"
@@ -30,7 +31,7 @@ std::string_view typeName(SettingSpec::Type type) {
 
 // Texts bare, so that `$(omnira settings get temperatureUnit)` is the word itself.
 std::string shown(const nlohmann::json& value) {
-  return value.is_string() ? value.get<std::string>() : value.dump();
+  return value.is_string() ? value.get<std::string>() : jsonText(value);
 }
 
 // The settings Omnira reads now: a file that cannot be used reads as all defaults, as in
@@ -64,7 +65,7 @@ int list(const SettingsRequest& request, const AppPaths& paths, std::FILE* out, 
       if (const auto* stored = settings.stored(spec.key); stored && *stored != value) row["stored"] = *stored;
       rows.push_back(std::move(row));
     }
-    fmt::print(out, "{}\n", rows.dump(2));
+    fmt::print(out, "{}\n", jsonText(rows, 2));
     return 0;
   }
   size_t keyWidth = 0, valueWidth = 0;

@@ -10,6 +10,7 @@
 #include <map>
 #include <vector>
 
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/usage/CodexLocalLimits.h"
@@ -39,7 +40,7 @@ void printDisabled(bool json, std::FILE* out, std::FILE* err) {
       "Turn on Usage Limits in Integrations.\n"
       "Without a settings window: omnira settings set usageLimitsEnabled true\n";
   if (json) {
-    fmt::print(out, "{}\n", Json{{"enabled", false}}.dump(2));
+    fmt::print(out, "{}\n", jsonText(Json{{"enabled", false}}, 2));
     fmt::print(err, "{}", sentence);
   } else {
     fmt::print(out, "{}", sentence);
@@ -364,7 +365,7 @@ int runTokens(const TokensRequest& request, const AppPaths& paths, const AppPath
     if (std::find(on.begin(), on.end(), tool) != on.end()) {
       tools.push_back(tool);
     } else if (!request.tool.empty()) {
-      if (request.json) fmt::print(out, "{}\n", tokensJSON({}, *days, TokenLogs::days(*days, now)).dump(2));
+      if (request.json) fmt::print(out, "{}\n", jsonText(tokensJSON({}, *days, TokenLogs::days(*days, now)), 2));
       printTurnedOff(tool, request.json ? err : out);
       return 0;
     }
@@ -384,7 +385,7 @@ int runTokens(const TokensRequest& request, const AppPaths& paths, const AppPath
   }
 
   const std::vector<std::string> keys = TokenLogs::days(*days, now);
-  if (request.json) fmt::print(out, "{}\n", tokensJSON(shown, *days, keys).dump(2));
+  if (request.json) fmt::print(out, "{}\n", jsonText(tokensJSON(shown, *days, keys), 2));
   if (shown.empty()) {
     std::string names;
     for (const UsageTool tool : tools) names += (names.empty() ? "" : " or ") + std::string(logsName(tool));
@@ -417,7 +418,7 @@ int runLimits(const LimitsRequest& request, const AppPaths& paths, const AppPath
   const Limits limits = currentLimits(tools, cache, environment, now);
 
   if (request.json) {
-    fmt::print(out, "{}\n", limitsJSON(limits, cache, now).dump(2));
+    fmt::print(out, "{}\n", jsonText(limitsJSON(limits, cache, now), 2));
     return 0;
   }
   if (limits.accounts.empty() && limits.problems.empty()) {

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/AppPaths.h"
 #include "cli/History.h"
@@ -126,7 +127,7 @@ int main(int argc, char** argv) {
   if (snapshot->parsed()) {
     const auto snap = omnira::cli::takeSnapshot();
     if (json) {
-      fmt::print("{}\n", omnira::cli::snapshotJSON(snap).dump(2));
+      fmt::print("{}\n", omnira::jsonText(omnira::cli::snapshotJSON(snap), 2));
     } else {
       fmt::print("{}", omnira::cli::snapshotText(snap, all ? snap.groups.size() : top));
     }

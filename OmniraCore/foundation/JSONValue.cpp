@@ -3,6 +3,8 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "OmniraCore/foundation/JSONText.h"
+
 namespace omnira {
 
 std::optional<std::string> JSONValue::string() const {
@@ -115,6 +117,6 @@ std::string JSONValue::positionNote(size_t byte) {
   return byte == 0 ? std::string() : " (at byte " + std::to_string(byte) + ")";
 }
 
-std::string JSONValue::encoded() const { return toJSON().dump(-1, ' ', false, nlohmann::json::error_handler_t::replace); }
+std::string JSONValue::encoded() const { return jsonText(toJSON()); }
 
 }  // namespace omnira

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "OmniraCore/foundation/AtomicFile.h"
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
 #include "OmniraCore/foundation/SettingsKeys.h"
 
@@ -75,7 +76,7 @@ Result<void, SettingsFile::Failure> SettingsFile::write(const nlohmann::ordered_
     if (error)
       return failure(Kind::notWritten, fmt::format("Cannot follow the link {}: {}.", file_.string(), error.message()));
   }
-  auto written = AtomicFile::write(target, values.dump(2) + "\n");
+  auto written = AtomicFile::write(target, jsonText(values, 2) + "\n");
   if (!written)
     return failure(Kind::notWritten, fmt::format("The settings were not changed: {}.", written.error().message));
   return {};

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/history/AppLimit.h"
@@ -112,7 +113,7 @@ std::string joinChoices(const std::vector<json>& choices) {
   std::string text;
   for (size_t i = 0; i < choices.size(); ++i) {
     if (i > 0) text += i + 1 == choices.size() ? " or " : ", ";
-    text += choices[i].is_string() ? choices[i].get<std::string>() : choices[i].dump();
+    text += choices[i].is_string() ? choices[i].get<std::string>() : jsonText(choices[i]);
   }
   return text;
 }
@@ -159,7 +160,7 @@ std::optional<std::string> SettingSpec::refusal(const json& value) const {
       break;
   }
   if (allowed) return std::nullopt;
-  return fmt::format("\"{}\" takes {}, not {}.", key, accepts(), value.dump());
+  return fmt::format("\"{}\" takes {}, not {}.", key, accepts(), jsonText(value));
 }
 
 Result<json, std::string> SettingSpec::parse(std::string_view text) const {

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include "OmniraCore/foundation/SystemText.h"
+
 namespace omnira::sqlite {
 
 Statement::Statement(sqlite3* connection, std::string_view sql) : connection_(connection) {
@@ -33,6 +35,9 @@ Statement& Statement::bindReal(int index, double value) {
 }
 
 Statement& Statement::bindText(int index, std::string_view value) {
+  // TEXT is UTF-8 to SQLite and to every other reader of the file; names from the system may not be.
+  std::string shown;
+  if (!isUTF8(value)) value = shown = shownText(value);
   const int code = sqlite3_bind_text(statement_, index, value.data(), static_cast<int>(value.size()),
                                      SQLITE_TRANSIENT);
   if (code != SQLITE_OK) raise(code);

@@ -1,6 +1,7 @@
 #include "OmniraCore/history/UsageLedger.h"
 
 #include "OmniraCore/foundation/AtomicFile.h"
+#include "OmniraCore/foundation/JSONText.h"
 
 #include <fmt/format.h>
 
@@ -123,7 +124,7 @@ Result<UsageLedger, UsageLedger::Failure> UsageLedger::load(const std::filesyste
 }
 
 Result<void, UsageLedger::Failure> UsageLedger::save(const std::filesystem::path& file) const {
-  auto written = AtomicFile::write(file, toJSON().dump());
+  auto written = AtomicFile::write(file, jsonText(toJSON()));
   if (!written) return fail(Failure{written.error().message});
   return {};
 }

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "OmniraCore/foundation/SystemText.h"
 #include "OmniraCore/sampling/AppIdentifier.h"
 
 namespace omnira {
@@ -163,6 +164,16 @@ AppGrouper::Descriptor AppGrouper::descriptorForPath(std::string_view path) cons
 // MARK: descriptors of processes
 
 std::shared_ptr<const AppGrouper::Descriptor> AppGrouper::compute(const ProcessSample& sample) const {
+  auto computed = computeFromBytes(sample);
+  // Ids and names are written to files and shown; paths and names from the system are bytes.
+  if (isUTF8(computed->id) && isUTF8(computed->name)) return computed;
+  Descriptor shown = *computed;
+  shown.id = shownText(shown.id);
+  shown.name = shownText(shown.name);
+  return std::make_shared<const Descriptor>(std::move(shown));
+}
+
+std::shared_ptr<const AppGrouper::Descriptor> AppGrouper::computeFromBytes(const ProcessSample& sample) const {
   if (options_.identifier) {
     if (auto verdict = options_.identifier->identify(sample)) {
       if (std::holds_alternative<AppIdentifier::System>(*verdict)) return system_;

@@ -110,6 +110,7 @@ class AppGrouper {
  private:
   std::shared_ptr<const Descriptor> lookup(const ProcessSample& sample) const;
   std::shared_ptr<const Descriptor> compute(const ProcessSample& sample) const;
+  std::shared_ptr<const Descriptor> computeFromBytes(const ProcessSample& sample) const;
   std::string cacheKey(const ProcessSample& sample) const;
   bool appExists(const std::string& path) const;
 

@@ -4,6 +4,7 @@
 #include <spdlog/spdlog.h>
 
 #include "OmniraCore/foundation/AtomicFile.h"
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/usage/UsageJSON.h"
 
 namespace omnira {
@@ -96,7 +97,7 @@ UsageLimitsCache UsageLimitsCache::loadOrEmpty(const std::filesystem::path& file
 }
 
 Result<void, UsageLimitsCache::Failure> UsageLimitsCache::save(const std::filesystem::path& file) const {
-  auto written = AtomicFile::write(file, toJSON().dump());
+  auto written = AtomicFile::write(file, jsonText(toJSON()));
   if (!written) return fail(Failure{written.error().message});
   return {};
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <fstream>
@@ -16,7 +17,9 @@
 #include "Omnira/LiveHistory.h"
 #include "Omnira/WorthALook.h"
 #include "OmniraCore/history/HistoryDatabase.h"
+#include "OmniraCore/foundation/SystemText.h"
 #include "OmniraCore/history/UsageLedger.h"
+#include "tests/cli/CommandRun.h"
 
 namespace omnira {
 namespace {
@@ -204,6 +207,87 @@ TEST(OmniraRun, GroupsAnAppInstalledWhileItRuns) {
   EXPECT_EQ(app.stop(SIGTERM), 0);
   ::kill(tool, SIGKILL);
   ::waitpid(tool, nullptr, 0);
+  fs::remove_all(home);
+}
+
+// Names are bytes: any local user can start a program whose path and name are not UTF-8,
+// and a coding tool's log may be named in Latin-1 and hold such bytes. Every file the
+// application writes and every JSON the command prints stays valid, and nothing aborts.
+TEST(OmniraRun, StaysUpWithNamesThatAreNotUTF8) {
+  namespace fs = std::filesystem;
+  const auto home = fs::temp_directory_path() / ("omnira-run-bytes-" + std::to_string(::getpid()));
+  fs::remove_all(home);
+  fs::create_directories(home / "config" / "Omnira");
+  std::ofstream(home / "config" / "Omnira" / "settings.json")
+      << R"({"refreshSeconds": 1, "usageLimitsEnabled": true, "usageLimitsClaude": true})";
+  const auto data = home / "data" / "Omnira";
+
+  const auto folder = home / "bin\xff";
+  fs::create_directories(folder);
+  const auto program = folder / "sl\xff\xfe";
+  fs::copy_file("/bin/sleep", program);
+  const pid_t odd = ::fork();
+  if (odd == 0) {
+    ::execl(program.c_str(), "/\xff", "120", nullptr);
+    ::_exit(127);
+  }
+
+  const auto claude = home / "claude";
+  const auto log = claude / "projects" / "caf\xe9" / "caf\xe9.jsonl";
+  fs::create_directories(log.parent_path());
+  const auto now = formatISO8601(std::chrono::system_clock::now());
+  std::ofstream(log) << R"({"type":"assistant","timestamp":")" << now
+                     << R"(","requestId":"req_\xff","message":{"model":"claude-)"
+                     << "\xff\xfe" << R"(","id":"msg_)" << "\xc3"
+                     << R"(","usage":{"input_tokens":10,"output_tokens":20,"cache_read_input_tokens":0,"cache_creation_input_tokens":0}}})"
+                     << "\n";
+  ::setenv("CLAUDE_CONFIG_DIR", claude.c_str(), 1);
+
+  {
+    Child app(home, {"--headless", "--watching"});
+    ASSERT_TRUE(waitForTicks(data / "history.sqlite", 2)) << slurp(home / "stderr");
+    for (int i = 0; i < 100 && !fs::exists(data / "usage-limits.json"); ++i) std::this_thread::sleep_for(100ms);
+    EXPECT_TRUE(fs::exists(data / "usage-limits.json")) << slurp(home / "stderr");
+    std::this_thread::sleep_for(1500ms);  // a few more ticks and saves with the odd names
+    EXPECT_EQ(app.stop(SIGTERM), 0) << slurp(home / "stderr");
+  }
+
+  const std::string replacement = "\xef\xbf\xbd";
+  for (const char* file : {"live.json", "usage.json", "insights.json", "usage-limits.json"}) {
+    const auto text = slurp(data / file);
+    EXPECT_TRUE(isUTF8(text)) << file;
+    EXPECT_FALSE(nlohmann::json::parse(text, nullptr, false).is_discarded()) << file;
+  }
+  auto live = LiveHistory::load(data / "live.json");
+  ASSERT_TRUE(live) << live.error().message;
+  bool oddGroup = false;
+  for (const auto& [id, points] : live->groupHistory) oddGroup |= id.find(replacement) != std::string::npos;
+  EXPECT_TRUE(oddGroup);
+
+  auto db = HistoryDatabase::open(data / "history.sqlite");
+  ASSERT_TRUE(db);
+  auto rows = (*db)->apps(HistoryDatabase::AppTable::hours, 0, INT64_MAX);
+  ASSERT_TRUE(rows);
+  bool oddRow = false;
+  for (const auto& row : *rows) {
+    EXPECT_TRUE(isUTF8(row.appId) && isUTF8(row.name)) << row.appId;
+    oddRow |= row.appId.find(replacement) != std::string::npos;
+  }
+  EXPECT_TRUE(oddRow);
+
+  const std::string env = "XDG_DATA_HOME='" + (home / "data").string() + "' XDG_CONFIG_HOME='" +
+                          (home / "config").string() + "' ";
+  for (const std::string command : {"snapshot --json --all", "history apps --json", "tokens --json"}) {
+    const auto run = testing::runShell(env + OMNIRA_CLI_PATH + " " + command + " 2>/dev/null");
+    EXPECT_EQ(run.status, 0) << command;
+    EXPECT_TRUE(isUTF8(run.out)) << command;
+    EXPECT_FALSE(nlohmann::json::parse(run.out, nullptr, false).is_discarded()) << command << ": " << run.out;
+    if (command.starts_with("snapshot")) EXPECT_NE(run.out.find(replacement), std::string::npos);
+  }
+
+  ::unsetenv("CLAUDE_CONFIG_DIR");
+  ::kill(odd, SIGKILL);
+  ::waitpid(odd, nullptr, 0);
   fs::remove_all(home);
 }
 
