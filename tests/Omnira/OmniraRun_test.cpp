@@ -282,7 +282,9 @@ TEST(OmniraRun, StaysUpWithNamesThatAreNotUTF8) {
     EXPECT_EQ(run.status, 0) << command;
     EXPECT_TRUE(isUTF8(run.out)) << command;
     EXPECT_FALSE(nlohmann::json::parse(run.out, nullptr, false).is_discarded()) << command << ": " << run.out;
-    if (command.starts_with("snapshot")) EXPECT_NE(run.out.find(replacement), std::string::npos);
+    if (command.starts_with("snapshot")) {
+      EXPECT_NE(run.out.find(replacement), std::string::npos);
+    }
   }
 
   ::unsetenv("CLAUDE_CONFIG_DIR");
