@@ -213,8 +213,9 @@ void MonitorStore::refresh(const SamplingResult& result) {
     publishGroups(*result.groups, at);
   }
 
-  recordHistory(sample, at);
-  if (sample.interval > 0) liveLedger_.record(allGroups_, sample.interval, at);
+  const auto freshness = result.groups ? TickGroups::fresh : TickGroups::repeated;
+  recordHistory(sample, freshness, at);
+  if (sample.interval > 0) liveLedger_.record(allGroups_, freshness, sample.interval, at);
   runInsights(sample, at);
 
   if (SamplingSchedule::publishesLedger(ledgerPublishedAt_, at)) {
@@ -266,11 +267,11 @@ void MonitorStore::publishGroups(std::vector<AppGroup> groups, Date at) {
   if (assign(groups_, std::move(listed))) emit groupsChanged();
 }
 
-void MonitorStore::recordHistory(const SystemSample& sample, Date at) {
+void MonitorStore::recordHistory(const SystemSample& sample, TickGroups freshness, Date at) {
   if (!history_) return;
   if (auto pruned = pruner_.pruneIfDue(*history_, HistoryRetention::days(settings_), at); !pruned)
     spdlog::warn("Could not prune the history: {}", pruned.error().message);
-  if (auto recorded = history_->record(sample, allGroups_, at); !recorded)
+  if (auto recorded = history_->record(sample, allGroups_, freshness, at); !recorded)
     spdlog::warn("Could not write the history: {}", recorded.error().message);
 }
 

@@ -186,7 +186,7 @@ class MonitorStore : public QObject {
   void refresh(const SamplingResult& result);
   void publishSystem(const SystemSample& sample, Date at);
   void publishGroups(std::vector<AppGroup> groups, Date at);
-  void recordHistory(const SystemSample& sample, Date at);
+  void recordHistory(const SystemSample& sample, TickGroups freshness, Date at);
   void runInsights(const SystemSample& sample, Date at);
   void rearmSleep();
   SamplingLoop::Conditions conditions() const;

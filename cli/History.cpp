@@ -106,7 +106,12 @@ int showSystem(HistoryDatabase& db, const HistoryRequest& request, Date now, std
     return kFailed;
   }
   const bool byDay = request.period != "day";
-  auto keyOf = [&](int64_t start) { return byDay ? localMidnight(start) : start - start % 3600; };
+  // Local hours: rows from before hours followed the local clock still land in the hour they began in.
+  auto keyOf = [&](int64_t start) {
+    const Date at{std::chrono::seconds(start)};
+    return byDay ? HistoryDatabase::periodStart(HistoryDatabase::AppTable::days, at)
+                 : HistoryDatabase::periodStart(HistoryDatabase::SystemTable::hours, at);
+  };
   std::map<int64_t, Bucket> buckets;
   Bucket total;
   for (const auto& row : *rows) {

@@ -6,7 +6,8 @@
 // tick of the period had stays empty (NULL in the row).
 //
 // A plain value owned by the monitor store and used on its thread only. It never touches
-// the file: the store writes each closed row with HistoryDatabase::writeReading.
+// the file: the store writes each closed row with HistoryDatabase::writeReading, which
+// merges it with the part of the period an earlier run wrote.
 
 #include <optional>
 #include <string_view>

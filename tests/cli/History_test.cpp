@@ -13,6 +13,7 @@
 
 #include "OmniraCore/history/HistoryDatabase.h"
 #include "tests/cli/CommandRun.h"
+#include "tests/history/HistoryFiles.h"
 
 namespace omnira {
 namespace {
@@ -27,8 +28,8 @@ struct HistoryCommand : ::testing::Test {
   }
   void TearDown() override { fs::remove_all(root); }
 
-  testing::CommandRun run(const std::string& arguments, const std::string& input = "") {
-    const std::string command = "HOME=" + (root / "home").string() + " XDG_DATA_HOME=" + (root / "data").string() +
+  testing::CommandRun run(const std::string& arguments, const std::string& input = "", const std::string& zone = "") {
+    const std::string command = (zone.empty() ? "" : "TZ='" + zone + "' ") + "HOME=" + (root / "home").string() + " XDG_DATA_HOME=" + (root / "data").string() +
                                 " XDG_CONFIG_HOME=" + (root / "config").string() +
                                 " XDG_DOWNLOAD_DIR=" + (root / "downloads").string() + " " + OMNIRA_CLI_PATH + " " +
                                 arguments + (input.empty() ? " </dev/null" : " <<< '" + input + "'") + " 2>&1";
@@ -58,7 +59,7 @@ struct HistoryCommand : ::testing::Test {
       std::vector<AppGroup> groups{
           AppGroup("/usr/share/applications/editor.desktop", "Editor, \"Pro\"", GroupKind::app, std::nullopt, {editor}),
           AppGroup("exec:/usr/bin/make", "make", GroupKind::other, std::nullopt, {build})};
-      ASSERT_TRUE((*db)->record(s, groups, at).ok());
+      ASSERT_TRUE((*db)->record(s, groups, TickGroups::fresh, at).ok());
     }
   }
 };
@@ -95,6 +96,39 @@ TEST_F(HistoryCommand, ReadsTheMachineAndTheTopApps) {
   const auto text = run("history apps --by disk");
   EXPECT_EQ(text.status, 0);
   EXPECT_LT(text.out.find("make"), text.out.find("Editor"));
+}
+
+TEST_F(HistoryCommand, HoursAreTheLocalClocksWhereTheZoneIsOffByPartOfAnHour) {
+  for (const auto& zone : history_testing::offHourZones) {
+    SCOPED_TRACE(zone.rule);
+    history_testing::LocalZone local(zone.rule);
+    fs::remove_all(root / "data");
+    record();
+    // A busy five minutes early in the last hour: its peak belongs to that hour's line.
+    const Date now = std::chrono::system_clock::now();
+    const int64_t lastHour = HistoryDatabase::periodStart(HistoryDatabase::SystemTable::hours, now);
+    {
+      auto db = HistoryDatabase::open(root / "data" / "Omnira" / "history.sqlite");
+      ASSERT_TRUE(db.ok());
+      ASSERT_TRUE((*db)->writeReading({.start = lastHour + 300, .seconds = 300, .cpuPercentPeak = 77}).ok());
+    }
+
+    const auto shown = run("history system --json", "", zone.rule);
+    ASSERT_EQ(shown.status, 0) << shown.out;
+    auto j = nlohmann::json::parse(shown.out);
+    ASSERT_EQ(j["resolution"], "hour");
+    EXPECT_NEAR(j["total"]["seconds"].get<double>(), 7200, 10);
+    ASSERT_GE(j["rows"].size(), 2u);
+    std::optional<double> peakOfLastHour;
+    for (const auto& row : j["rows"]) {
+      const auto start = parseISO8601(row["start"].get<std::string>());
+      ASSERT_TRUE(start);
+      const int64_t seconds = std::chrono::duration_cast<std::chrono::seconds>(start->time_since_epoch()).count();
+      EXPECT_EQ((seconds + zone.offset) % 3600, 0) << row["start"] << " does not start a local hour";
+      if (seconds == lastHour && row["cpuPeakPercent"].is_number()) peakOfLastHour = row["cpuPeakPercent"].get<double>();
+    }
+    EXPECT_EQ(peakOfLastHour, 77);
+  }
 }
 
 TEST_F(HistoryCommand, ExportsIntoDownloadsAndDeletesOnlyWhenConfirmed) {
