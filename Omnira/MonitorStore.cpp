@@ -96,6 +96,7 @@ void MonitorStore::stop() {
   workerThread_.wait();
   worker_ = nullptr;
 
+  followHistory();
   if (history_) {
     if (auto row = readings_.close()) {
       if (auto written = history_->writeReading(*row); !written)
@@ -188,6 +189,7 @@ void MonitorStore::rearmSleep() {
 void MonitorStore::refresh(const SamplingResult& result) {
   const Date at = result.at;
   const SystemSample& sample = result.system;
+  followHistory();
   publishSystem(sample, at);
 
   // Strain: no temperature sensors are read yet, so the temperature test stays off.
@@ -273,6 +275,26 @@ void MonitorStore::recordHistory(const SystemSample& sample, TickGroups freshnes
     spdlog::warn("Could not prune the history: {}", pruned.error().message);
   if (auto recorded = history_->record(sample, allGroups_, freshness, at); !recorded)
     spdlog::warn("Could not write the history: {}", recorded.error().message);
+}
+
+void MonitorStore::followHistory() {
+  if (!history_) return;
+  auto restarts = history_->restarts();
+  if (!restarts) {
+    spdlog::warn("Could not look at the history: {}", restarts.error().message);
+    return;
+  }
+  if (*restarts == historyRestarts_) return;
+  historyRestarts_ = *restarts;
+  // Deleting all history deletes the usage ledger and the insights too (the command says so).
+  readings_.startAfresh();
+  liveLedger_ = UsageLedger();
+  if (assign(ledger_, liveLedger_)) emit ledgerChanged();
+  saveLedger();
+  worthALook_ = WorthALook();
+  emit insightsChanged();
+  emit pinnedInsightIDsChanged();
+  saveInsights();
 }
 
 void MonitorStore::runInsights(const SystemSample& sample, Date at) {

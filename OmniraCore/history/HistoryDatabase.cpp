@@ -256,6 +256,8 @@ Result<std::unique_ptr<HistoryDatabase>, HistoryDatabase::Failure> HistoryDataba
                                       version, schemaVersion)});
     }
     database->migrate(version);
+    database->dataVersion_ = database->connection_.integer("PRAGMA data_version");
+    database->recordingSince_ = database->metaLocked(recordingSinceKey);
     return database;
   } catch (const sqlite::Error& error) {
     return fail(failure("cannot open", url, error));
@@ -421,7 +423,10 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::record(const SystemSampl
   if (!(dt > 0)) return {};
   std::lock_guard guard(lock_);
   try {
+    // The write lock comes first, so no other program can change the open rows between
+    // reading them and writing them back.
     sqlite::Transaction transaction(connection_);
+    followOutsideChangesLocked();
     const double cores = static_cast<double>(std::max<size_t>(1, sample.cpuPerCore.size()));
     // Energy is an amount over the process sample's interval, not a rate: a repeated sample adds none.
     const bool countsEnergy = freshness == TickGroups::fresh;
@@ -498,12 +503,36 @@ void HistoryDatabase::forgetOpenRows() {
   for (auto& open : openApps_) open = OpenApps{};
 }
 
+void HistoryDatabase::followOutsideChangesLocked() {
+  // Changes only when another connection committed; this one's own writes leave it alone.
+  const int64_t version = connection_.integer("PRAGMA data_version");
+  if (version == dataVersion_) return;
+  dataVersion_ = version;
+  // Another program wrote or deleted rows: what this one holds of the open periods may be
+  // gone, so it reads them afresh rather than writing its old totals back.
+  forgetOpenRows();
+  auto since = metaLocked(recordingSinceKey);
+  if (since != recordingSince_) {
+    recordingSince_ = std::move(since);
+    ++restarts_;
+  }
+}
 
+Result<uint64_t, HistoryDatabase::Failure> HistoryDatabase::restarts() {
+  std::lock_guard guard(lock_);
+  try {
+    followOutsideChangesLocked();
+    return restarts_;
+  } catch (const sqlite::Error& error) {
+    return fail(failure("cannot read", url_, error));
+  }
+}
 
 Result<void, HistoryDatabase::Failure> HistoryDatabase::writeReading(const ReadingRow& closed) {
   std::lock_guard guard(lock_);
   try {
     sqlite::Transaction transaction(connection_);
+    followOutsideChangesLocked();
     auto& held = statement("SELECT * FROM readings WHERE start = ?");
     held.bindInt(1, closed.start);
     const ReadingRow row = held.step() ? mergedReading(readingRow(held), closed) : closed;
@@ -624,13 +653,17 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::deleteAll(Date now) {
   try {
     {
       sqlite::Transaction transaction(connection_);
+      followOutsideChangesLocked();
       for (auto table : systemTables) connection_.execute(fmt::format("DELETE FROM {}", tableName(table)));
       for (auto table : appTables) connection_.execute(fmt::format("DELETE FROM {}", tableName(table)));
       connection_.execute("DELETE FROM readings");
       auto& insert = statement("INSERT OR REPLACE INTO meta (key, value) VALUES (?, ?)");
-      insert.bindText(1, recordingSinceKey).bindText(2, formatISO8601(now));
+      const std::string since = formatISO8601(now);
+      insert.bindText(1, recordingSinceKey).bindText(2, since);
       insert.run();
       transaction.commit();
+      recordingSince_ = since;
+      ++restarts_;
     }
     // The person asked for the record to be gone: leave no deleted pages in the file or its log.
     connection_.execute("VACUUM");

@@ -162,6 +162,16 @@ class HistoryDatabase {
   // When the record began: set when the file is created and again by deleteAll().
   Result<std::optional<Date>, Failure> recordingSince();
 
+  // How often the record was started again since this object opened the file: by its own
+  // deleteAll() or by another program's (`omnira history delete --all` while the
+  // application runs). Whoever keeps figures of their own from before (the readings
+  // recorder's open period, the usage ledger) drops them when this moves.
+  //
+  // Every write, and this call, first looks whether another connection changed the file
+  // (SQLite's data_version, a cheap read); if so the open rows held here are read afresh
+  // from the file, so rows another program deleted are not written back.
+  Result<uint64_t, Failure> restarts();
+
   // Deletes every row older than its table's bound, in one transaction.
   Result<void, Failure> prune(const Bounds& bounds);
   // Deletes every recorded row, so recording starts again from `now`, which the meta table
@@ -192,6 +202,8 @@ class HistoryDatabase {
   std::vector<AppRow> loadAppsLocked(AppTable table, int64_t start);
   std::optional<std::string> metaLocked(const std::string& key);
   void forgetOpenRows();
+  // Throws sqlite::Error; called with the lock held, inside a write transaction when one follows.
+  void followOutsideChangesLocked();
 
   // The rows of the periods still open, as last written, so a tick adds to them without
   // reading the file; filled from the file when a period is first touched.
@@ -208,6 +220,10 @@ class HistoryDatabase {
   std::unordered_map<std::string, std::unique_ptr<sqlite::Statement>> statements_;
   std::optional<SystemRow> openSystem_[3];
   OpenApps openApps_[2];
+  // What the file said when this object last looked, to tell another program's changes.
+  int64_t dataVersion_ = 0;
+  std::optional<std::string> recordingSince_;
+  uint64_t restarts_ = 0;
 };
 
 }  // namespace omnira

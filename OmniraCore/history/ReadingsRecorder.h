@@ -43,6 +43,10 @@ class ReadingsRecorder {
   // Closes the open period early (on quit or before sleep); empty when nothing is open.
   std::optional<HistoryDatabase::ReadingRow> close();
 
+  // Drops the open period without a row: the history was deleted meanwhile
+  // (HistoryDatabase::restarts() moved), and readings from before must not come back.
+  void startAfresh() { open_.reset(); }
+
   // The start of the open period, if one is open.
   std::optional<int64_t> openStart() const;
 

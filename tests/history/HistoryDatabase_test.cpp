@@ -9,6 +9,7 @@
 
 #include <fstream>
 
+#include "OmniraCore/history/HistoryRetention.h"
 #include "tests/history/HistoryFiles.h"
 
 namespace omnira {
@@ -253,6 +254,54 @@ TEST_F(HistoryDatabaseFile, DeletingEverythingStartsTheRecordAgainAtOnce) {
   ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, TickGroups::fresh, at(noon + 6)));
   EXPECT_DOUBLE_EQ(database->loadSystem(System::minutes, noon)->value().seconds, 5);
   EXPECT_DOUBLE_EQ(database->loadApps(Apps::hours, noon)->at(0).seconds, 5);
+}
+
+// The application records through one connection while `omnira history delete` deletes
+// through another, as two programs on one file do.
+TEST_F(HistoryDatabaseFile, AnotherProgramsDeletionStartsTheOpenPeriodsAfresh) {
+  auto running = open();
+  ASSERT_TRUE(running);
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(running->record(tick(5), {app("a", "A", 100, 100, 1)}, TickGroups::fresh, at(noon + 1 + 5 * i)));
+  }
+  const uint64_t restarts = running->restarts().value();
+  const Date deletedAt = at(noon + 12);
+  {
+    auto command = open();
+    ASSERT_TRUE(command);
+    ASSERT_TRUE(command->deleteAll(deletedAt));
+  }
+  EXPECT_EQ(running->restarts().value(), restarts + 1);
+  EXPECT_EQ(running->recordingSince().value(), deletedAt);
+
+  ASSERT_TRUE(running->record(tick(5), {app("a", "A", 100, 100, 1)}, TickGroups::fresh, at(noon + 16)));
+  for (auto table : {System::minutes, System::fiveMinutes, System::hours}) {
+    EXPECT_DOUBLE_EQ(running->loadSystem(table, noon)->value().seconds, 5) << HistoryDatabase::tableName(table);
+    EXPECT_DOUBLE_EQ(running->loadSystem(table, noon)->value().energyJoules, 1);
+  }
+  for (auto table : {Apps::hours, Apps::days}) {
+    auto rows = running->loadApps(table, HistoryDatabase::periodStart(table, at(noon))).value();
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_DOUBLE_EQ(rows[0].seconds, 5) << HistoryDatabase::tableName(table);
+  }
+  EXPECT_EQ(query("SELECT sum(seconds) FROM system_hours"), "5.0");
+
+  // Reading, or deleting only the older rows, starts nothing again: the open rows go on.
+  {
+    auto command = open();
+    ASSERT_TRUE(command);
+    ASSERT_TRUE(command->system(System::hours, 0, noon + 3600));
+    ASSERT_TRUE(HistoryRetention::deleteOlder(*command, 30, at(noon + 17)));
+  }
+  ASSERT_TRUE(running->record(tick(5), {app("a", "A", 100, 100, 1)}, TickGroups::fresh, at(noon + 21)));
+  EXPECT_EQ(running->restarts().value(), restarts + 1);
+  EXPECT_DOUBLE_EQ(running->loadSystem(System::minutes, noon)->value().seconds, 10);
+  EXPECT_DOUBLE_EQ(running->loadApps(Apps::hours, HistoryDatabase::periodStart(Apps::hours, at(noon)))->at(0).seconds,
+                   10);
+
+  // A deletion through this same object counts as a restart too.
+  ASSERT_TRUE(running->deleteAll(at(noon + 22)));
+  EXPECT_EQ(running->restarts().value(), restarts + 2);
 }
 
 TEST_F(HistoryDatabaseFile, AFileThatIsNotADatabaseCannotBeOpened) {

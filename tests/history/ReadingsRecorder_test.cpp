@@ -140,5 +140,34 @@ TEST_F(ReadingsRecorderFile, ARestartInsideAPeriodMergesBothRunsParts) {
   EXPECT_DOUBLE_EQ(row.pluggedInSeconds, 10 + 30);
 }
 
+// `omnira history delete --all` runs while the period is open: what the running
+// application read before the deletion must not come back when the period closes.
+TEST_F(ReadingsRecorderFile, ReadingsFromBeforeADeletionElsewhereDoNotComeBack) {
+  auto running = open();
+  ASSERT_TRUE(running);
+  uint64_t seen = running->restarts().value();
+  ReadingsRecorder recorder;
+  // What the store does before each tick's readings.
+  const auto follow = [&] {
+    const uint64_t now = running->restarts().value();
+    if (now != seen) recorder.startAfresh();
+    seen = now;
+  };
+  follow();
+  ASSERT_FALSE(recorder.record(sample(10, 0.9, 9000), {}, at(noon + 10)));
+  ASSERT_TRUE(open()->deleteAll(at(noon + 20)));
+  follow();
+  ASSERT_FALSE(recorder.record(sample(20, 0.1, 1000), {}, at(noon + 40)));
+  auto closed = recorder.close();
+  ASSERT_TRUE(closed);
+  ASSERT_TRUE(running->writeReading(*closed));
+
+  auto rows = running->readings(0).value();
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_DOUBLE_EQ(rows[0].seconds, 20);
+  EXPECT_DOUBLE_EQ(rows[0].cpuPercentPeak, 10);
+  EXPECT_EQ(rows[0].memoryUsedBytesPeak, 1000);
+}
+
 }  // namespace
 }  // namespace omnira
