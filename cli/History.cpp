@@ -299,7 +299,7 @@ int remove(HistoryDatabase& db, const HistoryRequest& request, const AppPaths& p
   const std::string question =
       request.all ? "Delete all history?\nEverything Omnira has recorded about your computer and your apps will be "
                     "deleted: the history, each app’s daily usage and the insights under “Worth a Look”. Recording "
-                    "starts again from now, also in an Omnira that is running. You can’t undo this.\nDelete?"
+                    "starts again from now. You can’t undo this.\nDelete?"
                   : fmt::format("Delete the older history?\nHistory older than the time you chose ({} days) will be "
                                 "deleted. You can’t undo this.\nDelete?",
                                 days);

@@ -36,12 +36,21 @@ struct HistoryCommand : ::testing::Test {
   }
   void TearDown() override { fs::remove_all(root); }
 
+  std::string environment() const {
+    return "HOME=" + (root / "home").string() + " XDG_DATA_HOME=" + (root / "data").string() +
+           " XDG_CONFIG_HOME=" + (root / "config").string() + " XDG_DOWNLOAD_DIR=" + (root / "downloads").string();
+  }
+
   testing::CommandRun run(const std::string& arguments, const std::string& input = "", const std::string& zone = "") {
-    const std::string command = (zone.empty() ? "" : "TZ='" + zone + "' ") + "HOME=" + (root / "home").string() + " XDG_DATA_HOME=" + (root / "data").string() +
-                                " XDG_CONFIG_HOME=" + (root / "config").string() +
-                                " XDG_DOWNLOAD_DIR=" + (root / "downloads").string() + " " + OMNIRA_CLI_PATH + " " +
-                                arguments + (input.empty() ? " </dev/null" : " <<< '" + input + "'") + " 2>&1";
+    const std::string command = (zone.empty() ? "" : "TZ='" + zone + "' ") + environment() + " " + OMNIRA_CLI_PATH +
+                                " " + arguments + (input.empty() ? " </dev/null" : " <<< '" + input + "'") + " 2>&1";
     return testing::runShell("bash -c \"" + command + "\"");
+  }
+
+  // As typed at a terminal, answering `answer` to the question.
+  testing::CommandRun runAtTerminal(const std::string& arguments, const std::string& answer) {
+    return testing::runShell("bash -c \"" + environment() + " script -qec '" + OMNIRA_CLI_PATH + " " + arguments +
+                             "' /dev/null <<< '" + answer + "'\"");
   }
 
   // Two hours of 5-second ticks ending now: the machine one core busy, two apps.
@@ -165,6 +174,15 @@ TEST_F(HistoryCommand, DeletingAllTakesTheUsageLedgerAndTheInsightsAlongAndOlder
   const auto data = root / "data" / "Omnira";
   std::ofstream(data / "usage.json") << R"({"version": 1, "days": {}})";
   std::ofstream(data / "insights.json") << R"({"insights": [], "pinned": []})";
+  // The question names what goes; answering no keeps every file.
+  const auto declined = runAtTerminal("history delete --all", "n");
+  EXPECT_NE(declined.out.find("each app’s daily usage and the insights under “Worth a Look”"), std::string::npos)
+      << declined.out;
+  EXPECT_NE(declined.out.find("Nothing was deleted."), std::string::npos) << declined.out;
+  EXPECT_TRUE(fs::exists(data / "usage.json"));
+  EXPECT_TRUE(fs::exists(data / "insights.json"));
+  EXPECT_NE(run("history system").out.find("CPU"), std::string::npos);
+
   const auto older = run("history delete --older --yes");
   ASSERT_EQ(older.status, 0) << older.out;
   EXPECT_TRUE(fs::exists(data / "usage.json"));
