@@ -96,6 +96,7 @@ void MonitorStore::stop() {
   workerThread_.wait();
   worker_ = nullptr;
 
+  followHistory();
   if (history_) {
     if (auto row = readings_.close()) {
       if (auto written = history_->writeReading(*row); !written)
@@ -188,6 +189,7 @@ void MonitorStore::rearmSleep() {
 void MonitorStore::refresh(const SamplingResult& result) {
   const Date at = result.at;
   const SystemSample& sample = result.system;
+  followHistory();
   publishSystem(sample, at);
 
   // Strain: no temperature sensors are read yet, so the temperature test stays off.
@@ -213,8 +215,9 @@ void MonitorStore::refresh(const SamplingResult& result) {
     publishGroups(*result.groups, at);
   }
 
-  recordHistory(sample, at);
-  if (sample.interval > 0) liveLedger_.record(allGroups_, sample.interval, at);
+  const auto freshness = result.groups ? TickGroups::fresh : TickGroups::repeated;
+  recordHistory(sample, freshness, at);
+  if (sample.interval > 0) liveLedger_.record(allGroups_, freshness, sample.interval, at);
   runInsights(sample, at);
 
   if (SamplingSchedule::publishesLedger(ledgerPublishedAt_, at)) {
@@ -266,12 +269,32 @@ void MonitorStore::publishGroups(std::vector<AppGroup> groups, Date at) {
   if (assign(groups_, std::move(listed))) emit groupsChanged();
 }
 
-void MonitorStore::recordHistory(const SystemSample& sample, Date at) {
+void MonitorStore::recordHistory(const SystemSample& sample, TickGroups freshness, Date at) {
   if (!history_) return;
   if (auto pruned = pruner_.pruneIfDue(*history_, HistoryRetention::days(settings_), at); !pruned)
     spdlog::warn("Could not prune the history: {}", pruned.error().message);
-  if (auto recorded = history_->record(sample, allGroups_, at); !recorded)
+  if (auto recorded = history_->record(sample, allGroups_, freshness, at); !recorded)
     spdlog::warn("Could not write the history: {}", recorded.error().message);
+}
+
+void MonitorStore::followHistory() {
+  if (!history_) return;
+  auto restarts = history_->restarts();
+  if (!restarts) {
+    spdlog::warn("Could not look at the history: {}", restarts.error().message);
+    return;
+  }
+  if (*restarts == historyRestarts_) return;
+  historyRestarts_ = *restarts;
+  // Deleting all history deletes the usage ledger and the insights too (the command says so).
+  readings_.startAfresh();
+  liveLedger_ = UsageLedger();
+  if (assign(ledger_, liveLedger_)) emit ledgerChanged();
+  saveLedger();
+  worthALook_ = WorthALook();
+  emit insightsChanged();
+  emit pinnedInsightIDsChanged();
+  saveInsights();
 }
 
 void MonitorStore::runInsights(const SystemSample& sample, Date at) {

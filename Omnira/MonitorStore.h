@@ -186,7 +186,10 @@ class MonitorStore : public QObject {
   void refresh(const SamplingResult& result);
   void publishSystem(const SystemSample& sample, Date at);
   void publishGroups(std::vector<AppGroup> groups, Date at);
-  void recordHistory(const SystemSample& sample, Date at);
+  void recordHistory(const SystemSample& sample, TickGroups freshness, Date at);
+  // The history was deleted (here or by `omnira history delete --all`): drops what is held
+  // from before it, so it is not written back.
+  void followHistory();
   void runInsights(const SystemSample& sample, Date at);
   void rearmSleep();
   SamplingLoop::Conditions conditions() const;
@@ -225,6 +228,7 @@ class MonitorStore : public QObject {
   std::unique_ptr<HistoryDatabase> history_;
   HistoryPruner pruner_;
   ReadingsRecorder readings_;
+  uint64_t historyRestarts_ = 0;
 
   QThread workerThread_;
   SamplingWorker* worker_ = nullptr;  // lives on workerThread_, deleted when it finishes

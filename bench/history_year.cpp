@@ -84,7 +84,7 @@ int main(int argc, char** argv) {
       p.cpuPercent = static_cast<double>((ticks + i) % 37);
       p.diskWriteBytesPerSec = static_cast<double>((ticks * 13 + i) % 5000);
     }
-    if (auto written = db.record(s, groups, at); !written) {
+    if (auto written = db.record(s, groups, TickGroups::fresh, at); !written) {
       fmt::print(stderr, "{}\n", written.error().message);
       return 1;
     }

@@ -107,7 +107,12 @@ int showSystem(HistoryDatabase& db, const HistoryRequest& request, Date now, std
     return kFailed;
   }
   const bool byDay = request.period != "day";
-  auto keyOf = [&](int64_t start) { return byDay ? localMidnight(start) : start - start % 3600; };
+  // Local hours: rows from before hours followed the local clock still land in the hour they began in.
+  auto keyOf = [&](int64_t start) {
+    const Date at{std::chrono::seconds(start)};
+    return byDay ? HistoryDatabase::periodStart(HistoryDatabase::AppTable::days, at)
+                 : HistoryDatabase::periodStart(HistoryDatabase::SystemTable::hours, at);
+  };
   std::map<int64_t, Bucket> buckets;
   Bucket total;
   for (const auto& row : *rows) {
@@ -294,7 +299,8 @@ int remove(HistoryDatabase& db, const HistoryRequest& request, const AppPaths& p
   const int64_t days = HistoryRetention::days(Settings::load(paths.settingsFile()));
   const std::string question =
       request.all ? "Delete all history?\nEverything Omnira has recorded about your computer and your apps will be "
-                    "deleted. Recording starts again from now. You can’t undo this.\nDelete?"
+                    "deleted: the history, each app’s daily usage and the insights under “Worth a Look”. Recording "
+                    "starts again from now. You can’t undo this.\nDelete?"
                   : fmt::format("Delete the older history?\nHistory older than the time you chose ({} days) will be "
                                 "deleted. You can’t undo this.\nDelete?",
                                 days);
@@ -312,6 +318,19 @@ int remove(HistoryDatabase& db, const HistoryRequest& request, const AppPaths& p
   if (!done) {
     fmt::print(err, "omnira: {}\n", done.error().message);
     return kFailed;
+  }
+  // After the history, so that a running Omnira, which notices the history's restart and
+  // then writes its own ledger and insights afresh, cannot put the old ones back in between.
+  if (request.all) {
+    for (const char* name : {"usage.json", "insights.json"}) {
+      std::error_code error;
+      std::filesystem::remove(paths.dataFile(name), error);
+      if (error) {
+        fmt::print(err, "omnira: the history was deleted, but not {}: {}\n", paths.dataFile(name).string(),
+                   error.message());
+        return kFailed;
+      }
+    }
   }
   std::fputs(request.all ? "All history was deleted; recording starts again now.\n"
                          : "History older than the kept span was deleted.\n",

@@ -111,6 +111,80 @@ int64_t alignDown(int64_t seconds, int64_t period) {
   return seconds - remainder;
 }
 
+// Where the zone is 30 or 45 minutes off UTC, the local hour does not start on a UTC one.
+int64_t localHourStart(Date at) {
+  const std::time_t seconds = secondsOf(at);
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  return static_cast<int64_t>(seconds) - (local.tm_min * 60 + local.tm_sec);
+}
+
+// Worst first is last: an unknown word ranks below all.
+int rankOf(std::string_view level, std::initializer_list<std::string_view> order) {
+  int rank = 0;
+  for (auto word : order) {
+    if (word == level) return rank;
+    ++rank;
+  }
+  return -1;
+}
+
+// A period written by an earlier run (one that stopped inside it) and the rest of it from
+// this run: seconds add up, averages are weighted by the seconds each part measured.
+HistoryDatabase::ReadingRow mergedReading(const HistoryDatabase::ReadingRow& held,
+                                          const HistoryDatabase::ReadingRow& added) {
+  if (!(held.seconds > 0)) return added;
+  if (!(added.seconds > 0)) return held;
+  const double a = held.seconds, b = added.seconds;
+  const auto mean = [&](double x, double y) { return (x * a + y * b) / (a + b); };
+  const auto eitherMean = [&](std::optional<double> x, std::optional<double> y) {
+    return x && y ? std::optional(mean(*x, *y)) : x ? x : y;
+  };
+  const auto eitherMax = [](std::optional<double> x, std::optional<double> y) {
+    return x && y ? std::optional(std::max(*x, *y)) : x ? x : y;
+  };
+  const auto worse = [](const std::string& x, const std::string& y, std::initializer_list<std::string_view> order) {
+    return rankOf(y, order) > rankOf(x, order) ? y : x;
+  };
+  HistoryDatabase::ReadingRow row;
+  row.start = added.start;
+  row.seconds = a + b;
+  row.cpuPercentAverage = mean(held.cpuPercentAverage, added.cpuPercentAverage);
+  row.cpuPercentPeak = std::max(held.cpuPercentPeak, added.cpuPercentPeak);
+  row.memoryUsedBytesAverage = std::llround(
+      mean(static_cast<double>(held.memoryUsedBytesAverage), static_cast<double>(added.memoryUsedBytesAverage)));
+  row.memoryUsedBytesPeak = std::max(held.memoryUsedBytesPeak, added.memoryUsedBytesPeak);
+  row.memoryPressurePercentAverage = eitherMean(held.memoryPressurePercentAverage, added.memoryPressurePercentAverage);
+  row.memoryPressurePercentPeak = eitherMax(held.memoryPressurePercentPeak, added.memoryPressurePercentPeak);
+  row.memoryPressureLevelPeak =
+      worse(held.memoryPressureLevelPeak, added.memoryPressureLevelPeak, {"normal", "warning", "critical"});
+  row.swapUsedBytesPeak = std::max(held.swapUsedBytesPeak, added.swapUsedBytesPeak);
+  row.gpuPercentAverage = eitherMean(held.gpuPercentAverage, added.gpuPercentAverage);
+  row.gpuPercentPeak = eitherMax(held.gpuPercentPeak, added.gpuPercentPeak);
+  row.neuralEnginePercentAverage = eitherMean(held.neuralEnginePercentAverage, added.neuralEnginePercentAverage);
+  row.neuralEnginePercentPeak = eitherMax(held.neuralEnginePercentPeak, added.neuralEnginePercentPeak);
+  row.cpuCelsiusAverage = eitherMean(held.cpuCelsiusAverage, added.cpuCelsiusAverage);
+  row.cpuCelsiusPeak = eitherMax(held.cpuCelsiusPeak, added.cpuCelsiusPeak);
+  row.hottestCelsiusAverage = eitherMean(held.hottestCelsiusAverage, added.hottestCelsiusAverage);
+  row.hottestCelsiusPeak = eitherMax(held.hottestCelsiusPeak, added.hottestCelsiusPeak);
+  row.fanRpmAverage = eitherMean(held.fanRpmAverage, added.fanRpmAverage);
+  row.fanRpmPeak = eitherMax(held.fanRpmPeak, added.fanRpmPeak);
+  row.powerWattsAverage = eitherMean(held.powerWattsAverage, added.powerWattsAverage);
+  row.powerWattsPeak = eitherMax(held.powerWattsPeak, added.powerWattsPeak);
+  row.thermalStatePeak = worse(held.thermalStatePeak, added.thermalStatePeak, {"nominal", "fair", "serious", "critical"});
+  row.batteryPercent = added.batteryPercent ? added.batteryPercent : held.batteryPercent;
+  row.pluggedInSeconds = held.pluggedInSeconds + added.pluggedInSeconds;
+  return row;
+}
+
+HistoryDatabase::ReadingRow readingRow(const sqlite::Statement& q) {
+  return {q.integer(0), q.real(1), q.real(2), q.real(3), q.integer(4), q.integer(5), q.optionalReal(6),
+          q.optionalReal(7), q.text(8), q.integer(9), q.optionalReal(10), q.optionalReal(11),
+          q.optionalReal(12), q.optionalReal(13), q.optionalReal(14), q.optionalReal(15),
+          q.optionalReal(16), q.optionalReal(17), q.optionalReal(18), q.optionalReal(19),
+          q.optionalReal(20), q.optionalReal(21), q.text(22), q.optionalReal(23), q.real(24)};
+}
+
 HistoryDatabase::Failure failure(const char* what, const std::filesystem::path& url, const sqlite::Error& error) {
   return {fmt::format("{} {}: {}", what, url.string(), error.what())};
 }
@@ -143,13 +217,13 @@ int64_t HistoryDatabase::periodStart(SystemTable table, Date at) {
   switch (table) {
     case SystemTable::minutes: return alignDown(secondsOf(at), 60);
     case SystemTable::fiveMinutes: return alignDown(secondsOf(at), 300);
-    case SystemTable::hours: return alignDown(secondsOf(at), 3600);
+    case SystemTable::hours: return localHourStart(at);
   }
-  return alignDown(secondsOf(at), 3600);
+  return localHourStart(at);
 }
 
 int64_t HistoryDatabase::periodStart(AppTable table, Date at) {
-  if (table == AppTable::hours) return alignDown(secondsOf(at), 3600);
+  if (table == AppTable::hours) return localHourStart(at);
   const std::time_t seconds = secondsOf(at);
   std::tm local{};
   localtime_r(&seconds, &local);
@@ -182,6 +256,8 @@ Result<std::unique_ptr<HistoryDatabase>, HistoryDatabase::Failure> HistoryDataba
                                       version, schemaVersion)});
     }
     database->migrate(version);
+    database->dataVersion_ = database->connection_.integer("PRAGMA data_version");
+    database->recordingSince_ = database->metaLocked(recordingSinceKey);
     return database;
   } catch (const sqlite::Error& error) {
     return fail(failure("cannot open", url, error));
@@ -336,20 +412,27 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::write(
     return fail(failure("cannot write to", url_, error));
   }
   // A row written from outside may replace an open one; read it afresh on the next tick.
-  for (auto& open : openSystem_) open.reset();
-  for (auto& open : openApps_) open = OpenApps{};
+  forgetOpenRows();
   return {};
 }
 
 Result<void, HistoryDatabase::Failure> HistoryDatabase::record(const SystemSample& sample,
-                                                               const std::vector<AppGroup>& groups, Date at) {
+                                                               const std::vector<AppGroup>& groups,
+                                                               TickGroups freshness, Date at) {
   const double dt = sample.interval;
   if (!(dt > 0)) return {};
   std::lock_guard guard(lock_);
   try {
+    // The write lock comes first, so no other program can change the open rows between
+    // reading them and writing them back.
+    sqlite::Transaction transaction(connection_);
+    followOutsideChangesLocked();
     const double cores = static_cast<double>(std::max<size_t>(1, sample.cpuPerCore.size()));
+    // Energy is an amount over the process sample's interval, not a rate: a repeated sample adds none.
+    const bool countsEnergy = freshness == TickGroups::fresh;
     double appEnergy = 0;
-    for (const auto& group : groups) appEnergy += group.energyJoules();
+    if (countsEnergy)
+      for (const auto& group : groups) appEnergy += group.energyJoules();
 
     for (size_t i = 0; i < 3; ++i) {
       const auto table = systemTables[i];
@@ -373,14 +456,13 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::record(const SystemSampl
       for (auto& row : loadAppsLocked(appTables[i], start)) openApps_[i].rows.emplace(row.appId, std::move(row));
     }
 
-    sqlite::Transaction transaction(connection_);
     for (size_t i = 0; i < 3; ++i) upsert(systemTables[i], *openSystem_[i]);
     sqlite::Statement* inserts[2] = {&statement(appUpsert(tableName(appTables[0]))),
                                      &statement(appUpsert(tableName(appTables[1])))};
     for (const auto& group : groups) {
       const auto memory = static_cast<int64_t>(std::min<uint64_t>(group.memoryBytes(), INT64_MAX));
       const double cpuSeconds = group.cpuPercent() / 100.0 * dt;
-      const double energy = group.energyJoules();
+      const double energy = countsEnergy ? group.energyJoules() : 0;
       const int64_t bytes[4] = {bytesOver(group.networkInBytesPerSec(), dt), bytesOver(group.networkOutBytesPerSec(), dt),
                                 bytesOver(group.diskReadBytesPerSec(), dt), bytesOver(group.diskWriteBytesPerSec(), dt)};
       for (size_t i = 0; i < 2; ++i) {
@@ -411,16 +493,50 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::record(const SystemSampl
     return {};
   } catch (const sqlite::Error& error) {
     // The open rows now hold totals the file does not have; read them back next time.
-    for (auto& open : openSystem_) open.reset();
-    for (auto& open : openApps_) open = OpenApps{};
+    forgetOpenRows();
     return fail(failure("cannot write to", url_, error));
   }
 }
 
-Result<void, HistoryDatabase::Failure> HistoryDatabase::writeReading(const ReadingRow& row) {
+void HistoryDatabase::forgetOpenRows() {
+  for (auto& open : openSystem_) open.reset();
+  for (auto& open : openApps_) open = OpenApps{};
+}
+
+void HistoryDatabase::followOutsideChangesLocked() {
+  // Changes only when another connection committed; this one's own writes leave it alone.
+  const int64_t version = connection_.integer("PRAGMA data_version");
+  if (version == dataVersion_) return;
+  dataVersion_ = version;
+  // Another program wrote or deleted rows: what this one holds of the open periods may be
+  // gone, so it reads them afresh rather than writing its old totals back.
+  forgetOpenRows();
+  auto since = metaLocked(recordingSinceKey);
+  if (since != recordingSince_) {
+    recordingSince_ = std::move(since);
+    ++restarts_;
+  }
+}
+
+Result<uint64_t, HistoryDatabase::Failure> HistoryDatabase::restarts() {
+  std::lock_guard guard(lock_);
+  try {
+    followOutsideChangesLocked();
+    return restarts_;
+  } catch (const sqlite::Error& error) {
+    return fail(failure("cannot read", url_, error));
+  }
+}
+
+Result<void, HistoryDatabase::Failure> HistoryDatabase::writeReading(const ReadingRow& closed) {
   std::lock_guard guard(lock_);
   try {
     sqlite::Transaction transaction(connection_);
+    followOutsideChangesLocked();
+    auto& held = statement("SELECT * FROM readings WHERE start = ?");
+    held.bindInt(1, closed.start);
+    const ReadingRow row = held.step() ? mergedReading(readingRow(held), closed) : closed;
+    held.reset();
     auto& insert = statement(
         "INSERT OR REPLACE INTO readings VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert.bindInt(1, row.start)
@@ -461,30 +577,27 @@ Result<std::vector<HistoryDatabase::ReadingRow>, HistoryDatabase::Failure> Histo
   try {
     auto query = connection_.prepare(fmt::format("SELECT * FROM readings WHERE start >= {}{}", since, orderByStart));
     std::vector<ReadingRow> rows;
-    while (query.step()) {
-      const auto& q = query;
-      rows.push_back({q.integer(0), q.real(1), q.real(2), q.real(3), q.integer(4), q.integer(5), q.optionalReal(6),
-                      q.optionalReal(7), q.text(8), q.integer(9), q.optionalReal(10), q.optionalReal(11),
-                      q.optionalReal(12), q.optionalReal(13), q.optionalReal(14), q.optionalReal(15),
-                      q.optionalReal(16), q.optionalReal(17), q.optionalReal(18), q.optionalReal(19),
-                      q.optionalReal(20), q.optionalReal(21), q.text(22), q.optionalReal(23), q.real(24)});
-    }
+    while (query.step()) rows.push_back(readingRow(query));
     return rows;
   } catch (const sqlite::Error& error) {
     return fail(failure("cannot read", url_, error));
   }
 }
 
+std::optional<std::string> HistoryDatabase::metaLocked(const std::string& key) {
+  std::string quoted;
+  for (char c : key) quoted += c == '\'' ? std::string("''") : std::string(1, c);
+  auto& query = statement("SELECT value FROM meta WHERE key = '" + quoted + "'");
+  std::optional<std::string> value;
+  if (query.step()) value = query.text(0);
+  query.reset();
+  return value;
+}
+
 Result<std::optional<std::string>, HistoryDatabase::Failure> HistoryDatabase::meta(const std::string& key) {
   std::lock_guard guard(lock_);
   try {
-    std::string quoted;
-    for (char c : key) quoted += c == '\'' ? std::string("''") : std::string(1, c);
-    auto& query = statement("SELECT value FROM meta WHERE key = '" + quoted + "'");
-    std::optional<std::string> value;
-    if (query.step()) value = query.text(0);
-    query.reset();
-    return value;
+    return metaLocked(key);
   } catch (const sqlite::Error& error) {
     return fail(failure("cannot read", url_, error));
   }
@@ -530,25 +643,27 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::prune(const Bounds& boun
     return fail(failure("cannot delete older history from", url_, error));
   }
   // A bound past an open period deletes it too; start such rows afresh.
-  for (auto& open : openSystem_) open.reset();
-  for (auto& open : openApps_) open = OpenApps{};
+  forgetOpenRows();
   return {};
 }
 
 Result<void, HistoryDatabase::Failure> HistoryDatabase::deleteAll(Date now) {
   std::lock_guard guard(lock_);
-  for (auto& open : openSystem_) open.reset();
-  for (auto& open : openApps_) open = OpenApps{};
+  forgetOpenRows();
   try {
     {
       sqlite::Transaction transaction(connection_);
+      followOutsideChangesLocked();
       for (auto table : systemTables) connection_.execute(fmt::format("DELETE FROM {}", tableName(table)));
       for (auto table : appTables) connection_.execute(fmt::format("DELETE FROM {}", tableName(table)));
       connection_.execute("DELETE FROM readings");
       auto& insert = statement("INSERT OR REPLACE INTO meta (key, value) VALUES (?, ?)");
-      insert.bindText(1, recordingSinceKey).bindText(2, formatISO8601(now));
+      const std::string since = formatISO8601(now);
+      insert.bindText(1, recordingSinceKey).bindText(2, since);
       insert.run();
       transaction.commit();
+      recordingSince_ = since;
+      ++restarts_;
     }
     // The person asked for the record to be gone: leave no deleted pages in the file or its log.
     connection_.execute("VACUUM");

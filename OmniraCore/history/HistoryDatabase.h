@@ -26,6 +26,7 @@
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/foundation/Result.h"
 #include "OmniraCore/history/Sqlite.h"
+#include "OmniraCore/history/TickGroups.h"
 #include "OmniraCore/sampling/AppGroup.h"
 #include "OmniraCore/sampling/SystemSample.h"
 
@@ -44,8 +45,9 @@ class HistoryDatabase {
   enum class AppTable { hours, days };
 
   // `start` is seconds since the epoch at the start of the row's period: a multiple of
-  // 60, 300 or 3600, and for days local midnight. The "…Seconds" fields are integrals
-  // over time; divide by `seconds` for averages.
+  // 60 or 300, for hours the start of a local hour (not always a whole UTC hour: some zones
+  // are 30 or 45 minutes off), for days local midnight. The "…Seconds" fields are
+  // integrals over time; divide by `seconds` for averages.
   struct SystemRow {
     int64_t start = 0;
     double seconds = 0;
@@ -143,9 +145,14 @@ class HistoryDatabase {
   // open hour and day rows of each app, weighted by the sample's interval, and rewrites
   // those rows with their grown totals in one transaction. The tick belongs to the periods
   // that contain `at`. A tick without an interval (the first sample) adds nothing. Open
-  // rows already in the file (after a restart) are continued, not restarted.
-  Result<void, Failure> record(const SystemSample& sample, const std::vector<AppGroup>& groups, Date at);
+  // rows already in the file (after a restart) are continued, not restarted. The groups'
+  // energy counts only when they are fresh (see TickGroups).
+  Result<void, Failure> record(const SystemSample& sample, const std::vector<AppGroup>& groups, TickGroups freshness,
+                               Date at);
 
+  // A closed period of the readings recorder. When the file already holds that period (an
+  // earlier run stopped inside it), the two parts are merged: seconds add up, averages are
+  // weighted by each part's seconds, peaks and levels take the worse, the battery the later.
   Result<void, Failure> writeReading(const ReadingRow& row);
   // Rows with start >= since, oldest first.
   Result<std::vector<ReadingRow>, Failure> readings(int64_t since);
@@ -154,6 +161,16 @@ class HistoryDatabase {
   Result<void, Failure> setMeta(const std::string& key, const std::string& value);
   // When the record began: set when the file is created and again by deleteAll().
   Result<std::optional<Date>, Failure> recordingSince();
+
+  // How often the record was started again since this object opened the file: by its own
+  // deleteAll() or by another program's (`omnira history delete --all` while the
+  // application runs). Whoever keeps figures of their own from before (the readings
+  // recorder's open period, the usage ledger) drops them when this moves.
+  //
+  // Every write, and this call, first looks whether another connection changed the file
+  // (SQLite's data_version, a cheap read); if so the open rows held here are read afresh
+  // from the file, so rows another program deleted are not written back.
+  Result<uint64_t, Failure> restarts();
 
   // Deletes every row older than its table's bound, in one transaction.
   Result<void, Failure> prune(const Bounds& bounds);
@@ -167,7 +184,7 @@ class HistoryDatabase {
   static const char* tableName(SystemTable table);
   static const char* tableName(AppTable table);
 
-  // Period starts, in seconds since the epoch.
+  // Period starts, in seconds since the epoch; hours and days on the local clock.
   static int64_t periodStart(SystemTable table, Date at);
   static int64_t periodStart(AppTable table, Date at);  // days: local midnight
 
@@ -183,6 +200,10 @@ class HistoryDatabase {
   static void bindApp(sqlite::Statement& insert, const AppRow& row);
   std::optional<SystemRow> loadSystemLocked(SystemTable table, int64_t start);
   std::vector<AppRow> loadAppsLocked(AppTable table, int64_t start);
+  std::optional<std::string> metaLocked(const std::string& key);
+  void forgetOpenRows();
+  // Throws sqlite::Error; called with the lock held, inside a write transaction when one follows.
+  void followOutsideChangesLocked();
 
   // The rows of the periods still open, as last written, so a tick adds to them without
   // reading the file; filled from the file when a period is first touched.
@@ -199,6 +220,10 @@ class HistoryDatabase {
   std::unordered_map<std::string, std::unique_ptr<sqlite::Statement>> statements_;
   std::optional<SystemRow> openSystem_[3];
   OpenApps openApps_[2];
+  // What the file said when this object last looked, to tell another program's changes.
+  int64_t dataVersion_ = 0;
+  std::optional<std::string> recordingSince_;
+  uint64_t restarts_ = 0;
 };
 
 }  // namespace omnira

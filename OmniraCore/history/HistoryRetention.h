@@ -11,7 +11,7 @@
 //   system_hours         days (~0.7 MB a year)
 //   app_hours            min(days, 30) (~8 MB with 50 apps)
 //   app_days             days (~4 MB a year with 50 apps)
-// Hour bounds are whole hours and the day bound a local midnight, so no period is cut.
+// Hour bounds are local hours and the day bound a local midnight, so no period is cut.
 // "Delete Older History" deletes with these same bounds at once.
 //
 // HistoryPruner is owned by whoever writes the history (the monitor store) and used on

@@ -6,7 +6,8 @@
 // tick of the period had stays empty (NULL in the row).
 //
 // A plain value owned by the monitor store and used on its thread only. It never touches
-// the file: the store writes each closed row with HistoryDatabase::writeReading.
+// the file: the store writes each closed row with HistoryDatabase::writeReading, which
+// merges it with the part of the period an earlier run wrote.
 
 #include <optional>
 #include <string_view>
@@ -41,6 +42,10 @@ class ReadingsRecorder {
 
   // Closes the open period early (on quit or before sleep); empty when nothing is open.
   std::optional<HistoryDatabase::ReadingRow> close();
+
+  // Drops the open period without a row: the history was deleted meanwhile
+  // (HistoryDatabase::restarts() moved), and readings from before must not come back.
+  void startAfresh() { open_.reset(); }
 
   // The start of the open period, if one is open.
   std::optional<int64_t> openStart() const;

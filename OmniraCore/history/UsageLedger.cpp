@@ -41,7 +41,7 @@ void UsageLedger::record(double interval, Date at) {
   dayFor(at).seconds += interval;
 }
 
-void UsageLedger::record(const std::vector<AppGroup>& groups, double interval, Date at) {
+void UsageLedger::record(const std::vector<AppGroup>& groups, TickGroups freshness, double interval, Date at) {
   if (!(interval > 0) || groups.empty()) return;
   Day& day = dayFor(at);
   for (const auto& group : groups) {
@@ -49,7 +49,8 @@ void UsageLedger::record(const std::vector<AppGroup>& groups, double interval, D
     app.name = group.name;
     app.seconds += interval;
     app.cpuSeconds += group.cpuPercent() / 100.0 * interval;
-    app.energyJoules += group.energyJoules();
+    // An amount over the process sample's interval: once per sample, not once per tick.
+    if (freshness == TickGroups::fresh) app.energyJoules += group.energyJoules();
     app.peakMemoryBytes = std::max(app.peakMemoryBytes, group.memoryBytes());
   }
 }

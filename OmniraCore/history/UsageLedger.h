@@ -19,6 +19,7 @@
 
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/foundation/Result.h"
+#include "OmniraCore/history/TickGroups.h"
 #include "OmniraCore/sampling/AppGroup.h"
 
 namespace omnira {
@@ -48,8 +49,9 @@ class UsageLedger {
 
   // The machine was watched for `interval` seconds ending at `at`.
   void record(double interval, Date at);
-  // Each group was seen for `interval` seconds ending at `at`.
-  void record(const std::vector<AppGroup>& groups, double interval, Date at);
+  // Each group was seen for `interval` seconds ending at `at`; its energy counts only when
+  // the groups are fresh (see TickGroups).
+  void record(const std::vector<AppGroup>& groups, TickGroups freshness, double interval, Date at);
 
   // The day, by key; an empty day when nothing was recorded.
   const Day& day(const std::string& key) const;

@@ -1,18 +1,27 @@
 // `omnira history` on a history file written through the database's own tick path,
-// run as a person runs it, with its own data and download folders.
+// run as a person runs it, with its own data and download folders; and while the real
+// application runs on the same files.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
+#include <thread>
 
+#include "Omnira/WorthALook.h"
 #include "OmniraCore/history/HistoryDatabase.h"
+#include "OmniraCore/history/UsageLedger.h"
 #include "tests/cli/CommandRun.h"
+#include "tests/history/HistoryFiles.h"
 
 namespace omnira {
 namespace {
@@ -27,12 +36,21 @@ struct HistoryCommand : ::testing::Test {
   }
   void TearDown() override { fs::remove_all(root); }
 
-  testing::CommandRun run(const std::string& arguments, const std::string& input = "") {
-    const std::string command = "HOME=" + (root / "home").string() + " XDG_DATA_HOME=" + (root / "data").string() +
-                                " XDG_CONFIG_HOME=" + (root / "config").string() +
-                                " XDG_DOWNLOAD_DIR=" + (root / "downloads").string() + " " + OMNIRA_CLI_PATH + " " +
-                                arguments + (input.empty() ? " </dev/null" : " <<< '" + input + "'") + " 2>&1";
+  std::string environment() const {
+    return "HOME=" + (root / "home").string() + " XDG_DATA_HOME=" + (root / "data").string() +
+           " XDG_CONFIG_HOME=" + (root / "config").string() + " XDG_DOWNLOAD_DIR=" + (root / "downloads").string();
+  }
+
+  testing::CommandRun run(const std::string& arguments, const std::string& input = "", const std::string& zone = "") {
+    const std::string command = (zone.empty() ? "" : "TZ='" + zone + "' ") + environment() + " " + OMNIRA_CLI_PATH +
+                                " " + arguments + (input.empty() ? " </dev/null" : " <<< '" + input + "'") + " 2>&1";
     return testing::runShell("bash -c \"" + command + "\"");
+  }
+
+  // As typed at a terminal, answering `answer` to the question.
+  testing::CommandRun runAtTerminal(const std::string& arguments, const std::string& answer) {
+    return testing::runShell("bash -c \"" + environment() + " script -qec '" + OMNIRA_CLI_PATH + " " + arguments +
+                             "' /dev/null <<< '" + answer + "'\"");
   }
 
   // Two hours of 5-second ticks ending now: the machine one core busy, two apps.
@@ -58,7 +76,7 @@ struct HistoryCommand : ::testing::Test {
       std::vector<AppGroup> groups{
           AppGroup("/usr/share/applications/editor.desktop", "Editor, \"Pro\"", GroupKind::app, std::nullopt, {editor}),
           AppGroup("exec:/usr/bin/make", "make", GroupKind::other, std::nullopt, {build})};
-      ASSERT_TRUE((*db)->record(s, groups, at).ok());
+      ASSERT_TRUE((*db)->record(s, groups, TickGroups::fresh, at).ok());
     }
   }
 };
@@ -97,6 +115,39 @@ TEST_F(HistoryCommand, ReadsTheMachineAndTheTopApps) {
   EXPECT_LT(text.out.find("make"), text.out.find("Editor"));
 }
 
+TEST_F(HistoryCommand, HoursAreTheLocalClocksWhereTheZoneIsOffByPartOfAnHour) {
+  for (const auto& zone : history_testing::offHourZones) {
+    SCOPED_TRACE(zone.rule);
+    history_testing::LocalZone local(zone.rule);
+    fs::remove_all(root / "data");
+    record();
+    // A busy five minutes early in the last hour: its peak belongs to that hour's line.
+    const Date now = std::chrono::system_clock::now();
+    const int64_t lastHour = HistoryDatabase::periodStart(HistoryDatabase::SystemTable::hours, now);
+    {
+      auto db = HistoryDatabase::open(root / "data" / "Omnira" / "history.sqlite");
+      ASSERT_TRUE(db.ok());
+      ASSERT_TRUE((*db)->writeReading({.start = lastHour + 300, .seconds = 300, .cpuPercentPeak = 77}).ok());
+    }
+
+    const auto shown = run("history system --json", "", zone.rule);
+    ASSERT_EQ(shown.status, 0) << shown.out;
+    auto j = nlohmann::json::parse(shown.out);
+    ASSERT_EQ(j["resolution"], "hour");
+    EXPECT_NEAR(j["total"]["seconds"].get<double>(), 7200, 10);
+    ASSERT_GE(j["rows"].size(), 2u);
+    std::optional<double> peakOfLastHour;
+    for (const auto& row : j["rows"]) {
+      const auto start = parseISO8601(row["start"].get<std::string>());
+      ASSERT_TRUE(start);
+      const int64_t seconds = std::chrono::duration_cast<std::chrono::seconds>(start->time_since_epoch()).count();
+      EXPECT_EQ((seconds + zone.offset) % 3600, 0) << row["start"] << " does not start a local hour";
+      if (seconds == lastHour && row["cpuPeakPercent"].is_number()) peakOfLastHour = row["cpuPeakPercent"].get<double>();
+    }
+    EXPECT_EQ(peakOfLastHour, 77);
+  }
+}
+
 TEST_F(HistoryCommand, ExportsIntoDownloadsAndDeletesOnlyWhenConfirmed) {
   record();
   const auto exported = run("history export --since 2020-01-01");
@@ -116,6 +167,156 @@ TEST_F(HistoryCommand, ExportsIntoDownloadsAndDeletesOnlyWhenConfirmed) {
   const auto deleted = run("history delete --all --yes");
   EXPECT_EQ(deleted.status, 0) << deleted.out;
   EXPECT_NE(run("history system").out.find("holds nothing"), std::string::npos);
+}
+
+TEST_F(HistoryCommand, DeletingAllTakesTheUsageLedgerAndTheInsightsAlongAndOlderKeepsThem) {
+  record();
+  const auto data = root / "data" / "Omnira";
+  std::ofstream(data / "usage.json") << R"({"version": 1, "days": {}})";
+  std::ofstream(data / "insights.json") << R"({"insights": [], "pinned": []})";
+  // The question names what goes; answering no keeps every file.
+  const auto declined = runAtTerminal("history delete --all", "n");
+  EXPECT_NE(declined.out.find("each app’s daily usage and the insights under “Worth a Look”"), std::string::npos)
+      << declined.out;
+  EXPECT_NE(declined.out.find("Nothing was deleted."), std::string::npos) << declined.out;
+  EXPECT_TRUE(fs::exists(data / "usage.json"));
+  EXPECT_TRUE(fs::exists(data / "insights.json"));
+  EXPECT_NE(run("history system").out.find("CPU"), std::string::npos);
+
+  const auto older = run("history delete --older --yes");
+  ASSERT_EQ(older.status, 0) << older.out;
+  EXPECT_TRUE(fs::exists(data / "usage.json"));
+  EXPECT_TRUE(fs::exists(data / "insights.json"));
+
+  const auto all = run("history delete --all --yes");
+  ASSERT_EQ(all.status, 0) << all.out;
+  EXPECT_FALSE(fs::exists(data / "usage.json"));
+  EXPECT_FALSE(fs::exists(data / "insights.json"));
+  EXPECT_TRUE(fs::exists(data / "history.sqlite"));
+  EXPECT_EQ(run("history delete --all --yes").status, 0) << "files already gone are no failure";
+
+  // A file that cannot be deleted is named, not passed over.
+  fs::create_directories(data / "usage.json" / "inside");
+  const auto blocked = run("history delete --all --yes");
+  EXPECT_EQ(blocked.status, 1);
+  EXPECT_NE(blocked.out.find("usage.json"), std::string::npos) << blocked.out;
+}
+
+// A running `omnira run`, its output kept in files beside its home.
+class RunningOmnira {
+ public:
+  explicit RunningOmnira(const fs::path& root) {
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::setenv("HOME", (root / "home").c_str(), 1);
+      ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
+      ::setenv("XDG_CONFIG_HOME", (root / "config").c_str(), 1);
+      const int log = ::open((root / "omnira.log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+      ::dup2(log, STDOUT_FILENO);
+      ::dup2(log, STDERR_FILENO);
+      ::execl(OMNIRA_CLI_PATH, OMNIRA_CLI_PATH, "run", "--headless", "--watching", nullptr);
+      ::_exit(127);
+    }
+  }
+  ~RunningOmnira() {
+    if (pid_ > 0) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+  }
+  // The exit status after SIGTERM; -1 when it ended otherwise.
+  int stop() {
+    ::kill(pid_, SIGTERM);
+    int status = 0;
+    const bool ended = ::waitpid(pid_, &status, 0) == pid_;
+    pid_ = -1;
+    return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+double recordedSeconds(const fs::path& file, HistoryDatabase::SystemTable table) {
+  auto db = HistoryDatabase::open(file);
+  if (!db) return 0;
+  double seconds = 0;
+  if (auto rows = (*db)->system(table, 0, INT64_MAX))
+    for (const auto& row : *rows) seconds += row.seconds;
+  return seconds;
+}
+
+// Waits for the running application to have recorded more than `seconds`. The guard is
+// generous: it catches an application that never writes, it does not measure speed.
+bool waitForRecorded(const fs::path& file, HistoryDatabase::SystemTable table, double seconds) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(90);
+  while (std::chrono::steady_clock::now() < until) {
+    if (recordedSeconds(file, table) > seconds) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  return false;
+}
+
+std::string slurp(const fs::path& file) {
+  std::ifstream in(file);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+TEST_F(HistoryCommand, DeletingAllWhileOmniraRunsKeepsNothingFromBeforeInAnyFile) {
+  const auto data = root / "data" / "Omnira";
+  const auto history = data / "history.sqlite";
+  fs::create_directories(root / "config" / "Omnira");
+  std::ofstream(root / "config" / "Omnira" / "settings.json") << R"({"refreshSeconds": 1})";
+  // What an earlier run left: 3000 s of this hour, today's usage of an old tool, an insight.
+  const Date now = std::chrono::system_clock::now();
+  const double earlier = 3000;
+  const AppGroup oldTool("exec:/opt/old/tool", "tool", GroupKind::other, std::nullopt, {ProcessSample{}});
+  {
+    auto db = HistoryDatabase::open(history);
+    ASSERT_TRUE(db.ok());
+    SystemSample sample;
+    sample.interval = earlier;
+    ASSERT_TRUE((*db)->record(sample, {oldTool}, TickGroups::fresh, now).ok());
+  }
+  UsageLedger ledger;
+  ledger.record(earlier, now);
+  ledger.record({oldTool}, TickGroups::fresh, earlier, now);
+  ASSERT_TRUE(ledger.save(data / "usage.json").ok());
+  WorthALook insights;
+  insights.note({Insight{.id = UUID::random(), .date = now, .appID = "exec:/opt/old/tool", .title = "From before"}});
+  ASSERT_TRUE(insights.save(data / "insights.json").ok());
+
+  RunningOmnira omnira(root);
+  // It has ticked, continuing this hour's rows, when they hold more than the earlier run's.
+  ASSERT_TRUE(waitForRecorded(history, HistoryDatabase::SystemTable::hours, earlier + 1.5)) << slurp(root / "omnira.log");
+  const Date deletedAt = std::chrono::system_clock::now();
+  const auto deleted = run("history delete --all --yes");
+  ASSERT_EQ(deleted.status, 0) << deleted.out;
+  // A few ticks after the deletion; with the old totals back this holds at once, and fails below.
+  ASSERT_TRUE(waitForRecorded(history, HistoryDatabase::SystemTable::minutes, 2.5)) << slurp(root / "omnira.log");
+  ASSERT_EQ(omnira.stop(), 0) << slurp(root / "omnira.log");
+
+  auto db = HistoryDatabase::open(history);
+  ASSERT_TRUE(db.ok());
+  EXPECT_LT(recordedSeconds(history, HistoryDatabase::SystemTable::hours), earlier / 2);
+  EXPECT_GE((*db)->recordingSince().value().value(), deletedAt - std::chrono::seconds(1));
+  const auto days = (*db)->apps(HistoryDatabase::AppTable::days, 0, INT64_MAX).value();
+  for (const auto& row : days) {
+    EXPECT_NE(row.appId, oldTool.id);
+    EXPECT_LT(row.seconds, earlier / 2) << row.appId;
+  }
+  // The running application saved its ledger and insights on quitting: only what came after.
+  auto saved = UsageLedger::load(data / "usage.json");
+  ASSERT_TRUE(saved.ok()) << saved.error().message;
+  for (const auto& [key, day] : saved->days()) {
+    EXPECT_LT(day.seconds, earlier / 2) << key;
+    EXPECT_FALSE(day.apps.contains(oldTool.id)) << key;
+  }
+  auto kept = WorthALook::load(data / "insights.json");
+  ASSERT_TRUE(kept.ok()) << kept.error().message;
+  for (const auto& insight : kept->insights()) EXPECT_NE(insight.title, "From before");
 }
 
 }  // namespace

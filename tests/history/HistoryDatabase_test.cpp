@@ -9,6 +9,7 @@
 
 #include <fstream>
 
+#include "OmniraCore/history/HistoryRetention.h"
 #include "tests/history/HistoryFiles.h"
 
 namespace omnira {
@@ -32,7 +33,7 @@ TEST_F(HistoryDatabaseFile, CreatesAFileInWALWithTheSchemaAndReopensKeepingRows)
     ASSERT_TRUE(database);
     EXPECT_EQ(database->url(), file);
     EXPECT_TRUE(database->isEmpty().value());
-    ASSERT_TRUE(database->record(tick(5), {app("/a.desktop", "A", 50, 100)}, at(noon + 1)));
+    ASSERT_TRUE(database->record(tick(5), {app("/a.desktop", "A", 50, 100)}, TickGroups::fresh, at(noon + 1)));
   }
   EXPECT_EQ(query("PRAGMA journal_mode"), "wal");
   EXPECT_EQ(query("PRAGMA user_version"), std::to_string(HistoryDatabase::schemaVersion));
@@ -75,10 +76,10 @@ TEST_F(HistoryDatabaseFile, TicksFoldIntoTheOpenPeriodsWeightedByTheirInterval) 
   auto database = open();
   ASSERT_TRUE(database);
   // Two ticks in the first minute, one in the next; the hour and day rows take all three.
-  ASSERT_TRUE(database->record(tick(5, 0.5), {app("a", "A", 50, 100, 2)}, at(noon + 10)));
-  ASSERT_TRUE(database->record(tick(5, 1.0), {app("a", "A", 150, 300, 2), app("b", "B", 10, 7)}, at(noon + 15)));
-  ASSERT_TRUE(database->record(tick(10, 0.25), {app("a", "A", 100, 200, 2)}, at(noon + 70)));
-  ASSERT_TRUE(database->record(tick(0), {app("a", "A", 100, 900)}, at(noon + 75)));  // no interval: nothing
+  ASSERT_TRUE(database->record(tick(5, 0.5), {app("a", "A", 50, 100, 2)}, TickGroups::fresh, at(noon + 10)));
+  ASSERT_TRUE(database->record(tick(5, 1.0), {app("a", "A", 150, 300, 2), app("b", "B", 10, 7)}, TickGroups::fresh, at(noon + 15)));
+  ASSERT_TRUE(database->record(tick(10, 0.25), {app("a", "A", 100, 200, 2)}, TickGroups::fresh, at(noon + 70)));
+  ASSERT_TRUE(database->record(tick(0), {app("a", "A", 100, 900)}, TickGroups::fresh, at(noon + 75)));  // no interval: nothing
 
   auto minutes = database->system(System::minutes, noon, noon + 3600).value();
   ASSERT_EQ(minutes.size(), 2u);
@@ -112,11 +113,32 @@ TEST_F(HistoryDatabaseFile, TicksFoldIntoTheOpenPeriodsWeightedByTheirInterval) 
   }
 }
 
-TEST_F(HistoryDatabaseFile, AnOpenPeriodContinuesAcrossAReopen) {
-  ASSERT_TRUE(open()->record(tick(5), {app("a", "A", 100, 500)}, at(noon + 1)));
+TEST_F(HistoryDatabaseFile, EnergyOfOneProcessSampleCountsOnceHoweverManyTicksRepeatIt) {
   auto database = open();
   ASSERT_TRUE(database);
-  ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, at(noon + 6)));
+  // Processes are sampled on every sixth tick; the five between repeat the last groups,
+  // whose 12 J were measured over the whole 30 s of their sample.
+  const std::vector<AppGroup> groups{app("a", "A", 100, 100, 12)};
+  for (int i = 0; i < 12; ++i) {
+    const auto freshness = i % 6 == 0 ? TickGroups::fresh : TickGroups::repeated;
+    ASSERT_TRUE(database->record(tick(5), groups, freshness, at(noon + 5 * i)));
+  }
+  EXPECT_DOUBLE_EQ(database->loadSystem(System::hours, noon)->value().energyJoules, 24);
+  EXPECT_DOUBLE_EQ(database->loadSystem(System::minutes, noon)->value().energyJoules, 24);
+  for (auto table : {Apps::hours, Apps::days}) {
+    auto rows = database->loadApps(table, HistoryDatabase::periodStart(table, at(noon))).value();
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_DOUBLE_EQ(rows[0].energyJoules, 24);
+    EXPECT_DOUBLE_EQ(rows[0].cpuSeconds, 60);  // a rate: every tick's interval counts
+    EXPECT_DOUBLE_EQ(rows[0].seconds, 60);
+  }
+}
+
+TEST_F(HistoryDatabaseFile, AnOpenPeriodContinuesAcrossAReopen) {
+  ASSERT_TRUE(open()->record(tick(5), {app("a", "A", 100, 500)}, TickGroups::fresh, at(noon + 1)));
+  auto database = open();
+  ASSERT_TRUE(database);
+  ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, TickGroups::fresh, at(noon + 6)));
   EXPECT_DOUBLE_EQ(database->loadSystem(System::minutes, noon)->value().seconds, 10);
   auto rows = database->loadApps(Apps::hours, noon).value();
   ASSERT_EQ(rows.size(), 1u);
@@ -135,6 +157,34 @@ TEST_F(HistoryDatabaseFile, DayRowsStartAtLocalMidnight) {
   EXPECT_GT(start + 25 * 3600, noon + 5 * 3600 + 17);
   EXPECT_EQ(HistoryDatabase::periodStart(System::fiveMinutes, at(noon + 299)), noon);
   EXPECT_EQ(HistoryDatabase::periodStart(System::fiveMinutes, at(noon + 300)), noon + 300);
+}
+
+TEST_F(HistoryDatabaseFile, HoursAndDaysFollowTheLocalClockWhereTheZoneIsOffByPartOfAnHour) {
+  for (const auto& zone : history_testing::offHourZones) {
+    SCOPED_TRACE(zone.rule);
+    history_testing::LocalZone local(zone.rule);
+    for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + suffix);
+    auto database = open();
+    ASSERT_TRUE(database);
+    // 11:50 and 12:10 UTC lie in one local hour in each of these zones.
+    ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, TickGroups::fresh, at(noon - 600)));
+    ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, TickGroups::fresh, at(noon + 600)));
+    const int64_t localClock = noon + 600 + zone.offset;
+    const int64_t hour = noon + 600 - localClock % 3600;
+
+    auto hours = database->system(System::hours, noon - 7200, noon + 7200).value();
+    ASSERT_EQ(hours.size(), 1u);
+    EXPECT_EQ(hours[0].start, hour);
+    EXPECT_DOUBLE_EQ(hours[0].seconds, 10);
+    auto appHours = database->apps(Apps::hours, noon - 7200, noon + 7200).value();
+    ASSERT_EQ(appHours.size(), 1u);
+    EXPECT_EQ(appHours[0].start, hour);
+    EXPECT_DOUBLE_EQ(appHours[0].seconds, 10);
+
+    auto days = database->apps(Apps::days, noon - 86'400 * 2, noon + 86'400 * 2).value();
+    ASSERT_EQ(days.size(), 1u);
+    EXPECT_EQ(days[0].start, noon + 600 - localClock % 86'400);
+  }
 }
 
 TEST_F(HistoryDatabaseFile, ReadingsKeepEveryColumnAndTheirGaps) {
@@ -191,7 +241,7 @@ TEST_F(HistoryDatabaseFile, PruningDeletesOnlyRowsBeforeEachTablesBound) {
 TEST_F(HistoryDatabaseFile, DeletingEverythingStartsTheRecordAgainAtOnce) {
   auto database = open();
   ASSERT_TRUE(database);
-  ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, at(noon + 1)));
+  ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, TickGroups::fresh, at(noon + 1)));
   ASSERT_TRUE(database->writeReading({.start = noon}));
   const Date now = at(noon + 2);
   ASSERT_TRUE(database->deleteAll(now));
@@ -201,9 +251,57 @@ TEST_F(HistoryDatabaseFile, DeletingEverythingStartsTheRecordAgainAtOnce) {
   EXPECT_EQ(query("SELECT count(*) FROM system_minutes"), "0");
 
   // The same periods begin again from nothing, not from the totals held before.
-  ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, at(noon + 6)));
+  ASSERT_TRUE(database->record(tick(5), {app("a", "A", 100, 100)}, TickGroups::fresh, at(noon + 6)));
   EXPECT_DOUBLE_EQ(database->loadSystem(System::minutes, noon)->value().seconds, 5);
   EXPECT_DOUBLE_EQ(database->loadApps(Apps::hours, noon)->at(0).seconds, 5);
+}
+
+// The application records through one connection while `omnira history delete` deletes
+// through another, as two programs on one file do.
+TEST_F(HistoryDatabaseFile, AnotherProgramsDeletionStartsTheOpenPeriodsAfresh) {
+  auto running = open();
+  ASSERT_TRUE(running);
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(running->record(tick(5), {app("a", "A", 100, 100, 1)}, TickGroups::fresh, at(noon + 1 + 5 * i)));
+  }
+  const uint64_t restarts = running->restarts().value();
+  const Date deletedAt = at(noon + 12);
+  {
+    auto command = open();
+    ASSERT_TRUE(command);
+    ASSERT_TRUE(command->deleteAll(deletedAt));
+  }
+  EXPECT_EQ(running->restarts().value(), restarts + 1);
+  EXPECT_EQ(running->recordingSince().value(), deletedAt);
+
+  ASSERT_TRUE(running->record(tick(5), {app("a", "A", 100, 100, 1)}, TickGroups::fresh, at(noon + 16)));
+  for (auto table : {System::minutes, System::fiveMinutes, System::hours}) {
+    EXPECT_DOUBLE_EQ(running->loadSystem(table, noon)->value().seconds, 5) << HistoryDatabase::tableName(table);
+    EXPECT_DOUBLE_EQ(running->loadSystem(table, noon)->value().energyJoules, 1);
+  }
+  for (auto table : {Apps::hours, Apps::days}) {
+    auto rows = running->loadApps(table, HistoryDatabase::periodStart(table, at(noon))).value();
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_DOUBLE_EQ(rows[0].seconds, 5) << HistoryDatabase::tableName(table);
+  }
+  EXPECT_EQ(query("SELECT sum(seconds) FROM system_hours"), "5.0");
+
+  // Reading, or deleting only the older rows, starts nothing again: the open rows go on.
+  {
+    auto command = open();
+    ASSERT_TRUE(command);
+    ASSERT_TRUE(command->system(System::hours, 0, noon + 3600));
+    ASSERT_TRUE(HistoryRetention::deleteOlder(*command, 30, at(noon + 17)));
+  }
+  ASSERT_TRUE(running->record(tick(5), {app("a", "A", 100, 100, 1)}, TickGroups::fresh, at(noon + 21)));
+  EXPECT_EQ(running->restarts().value(), restarts + 1);
+  EXPECT_DOUBLE_EQ(running->loadSystem(System::minutes, noon)->value().seconds, 10);
+  EXPECT_DOUBLE_EQ(running->loadApps(Apps::hours, HistoryDatabase::periodStart(Apps::hours, at(noon)))->at(0).seconds,
+                   10);
+
+  // A deletion through this same object counts as a restart too.
+  ASSERT_TRUE(running->deleteAll(at(noon + 22)));
+  EXPECT_EQ(running->restarts().value(), restarts + 2);
 }
 
 TEST_F(HistoryDatabaseFile, AFileThatIsNotADatabaseCannotBeOpened) {
@@ -244,7 +342,7 @@ TEST_F(HistoryDatabaseFile, AProcessKilledWhileWritingLeavesAnIntactFile) {
     std::vector<AppGroup> groups;
     for (int i = 0; i < 50; ++i) groups.push_back(app(fmt::format("app{}", i), "App", i, 1000 * i));
     for (int64_t n = 0;; ++n) {
-      if (!(*database)->record(tick(5), groups, at(noon + 5 * n))) ::_exit(3);
+      if (!(*database)->record(tick(5), groups, TickGroups::fresh, at(noon + 5 * n))) ::_exit(3);
       if (n % 60 == 0 && !(*database)->checkpoint()) ::_exit(4);
       if (n == 50 && ::write(ready[1], "x", 1) != 1) ::_exit(5);
     }

@@ -41,7 +41,7 @@ TEST_F(HistoryExportFile, WritesTheMachineByFiveMinutesAndTheAppsByDay) {
   const std::string awkward = "Tools, \"Pro\"\nEdition";
   // Two cores half busy for 300 s: one core's worth, 100 %; 60 ticks of 36 J are 0.6 Wh.
   for (int i = 0; i < 60; ++i) {
-    ASSERT_TRUE(database->record(tick(5, 0.5), {app("/x.desktop", awkward, 25, 2'000'000, 36)}, at(noon + 5 * i)));
+    ASSERT_TRUE(database->record(tick(5, 0.5), {app("/x.desktop", awkward, 25, 2'000'000, 36)}, TickGroups::fresh, at(noon + 5 * i)));
   }
   ASSERT_TRUE(database->writeReading({.start = noon, .seconds = 300, .memoryUsedBytesPeak = 1'500'000'000,
                                       .memoryPressurePercentAverage = 12.34}));

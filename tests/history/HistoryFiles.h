@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <stdlib.h>
+#include <time.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "OmniraCore/foundation/AppPaths.h"
@@ -48,6 +50,39 @@ struct HistoryFolder : ::testing::Test {
     sqlite3_close(db);
     return value;
   }
+};
+
+// The process's time zone for as long as it lives, as a person's session sets TZ; POSIX
+// rules, so no zone database is needed.
+class LocalZone {
+ public:
+  explicit LocalZone(const char* zone) {
+    if (const char* old = ::getenv("TZ")) previous_ = old;
+    ::setenv("TZ", zone, 1);
+    ::tzset();
+  }
+  ~LocalZone() {
+    if (previous_) ::setenv("TZ", previous_->c_str(), 1);
+    else ::unsetenv("TZ");
+    ::tzset();
+  }
+  LocalZone(const LocalZone&) = delete;
+  LocalZone& operator=(const LocalZone&) = delete;
+
+ private:
+  std::optional<std::string> previous_;
+};
+
+// Zones whose hours do not start on UTC hours, with their offset from UTC in late November
+// (Adelaide's summer time; in its winter the hours are off by the same half hour).
+struct OffHourZone {
+  const char* rule;
+  int64_t offset;  // seconds east of UTC
+};
+inline constexpr OffHourZone offHourZones[] = {
+    {"IST-5:30", 19'800},                        // Asia/Kolkata
+    {"NPT-5:45", 20'700},                        // Asia/Kathmandu
+    {"ACST-9:30ACDT,M10.1.0,M4.1.0/3", 37'800},  // Australia/Adelaide, on summer time
 };
 
 inline Date at(int64_t secondsSinceEpoch) { return Date(std::chrono::seconds(secondsSinceEpoch)); }

@@ -94,5 +94,80 @@ TEST_F(ReadingsRecorderFile, AClosedPeriodIsWrittenAndReadBackWhole) {
   EXPECT_EQ(database->readings(noon).value(), std::vector{*closed});
 }
 
+// The application quits inside a five-minute period and starts again within it: the row
+// holds both runs' parts, not only the second's.
+TEST_F(ReadingsRecorderFile, ARestartInsideAPeriodMergesBothRunsParts) {
+  {
+    auto database = open();
+    ASSERT_TRUE(database);
+    ReadingsRecorder first;
+    auto calm = sample(10, 0.2, 1000);
+    calm.battery = BatterySample{.level = 0.9, .pluggedIn = true};
+    ASSERT_FALSE(first.record(calm, {.thermalState = State::serious}, at(noon + 10)));
+    auto busier = sample(20, 0.4, 2000);
+    busier.battery = BatterySample{.level = 0.85, .pluggedIn = false};
+    ASSERT_FALSE(first.record(busier, {}, at(noon + 30)));
+    auto quitting = first.close();  // as on quit
+    ASSERT_TRUE(quitting);
+    ASSERT_TRUE(database->writeReading(*quitting));
+  }
+  auto database = open();
+  ASSERT_TRUE(database);
+  ReadingsRecorder second;  // the next run's
+  auto busy = sample(30, 0.8, 4000);
+  busy.battery = BatterySample{.level = 0.8, .pluggedIn = true};
+  busy.gpuUtilization = 0.5;
+  ASSERT_FALSE(second.record(busy, {.thermal = ThermalSample{.cpuCelsius = 70}, .thermalState = State::fair},
+                             at(noon + 100)));
+  auto closed = second.record(sample(5, 0.1, 1), {}, at(noon + 300));
+  ASSERT_TRUE(closed);
+  ASSERT_TRUE(database->writeReading(*closed));
+
+  auto rows = database->readings(noon).value();
+  ASSERT_EQ(rows.size(), 1u);
+  const auto& row = rows[0];
+  EXPECT_EQ(row.start, noon);
+  EXPECT_DOUBLE_EQ(row.seconds, 60);
+  EXPECT_NEAR(row.cpuPercentAverage, (20 * 10 + 40 * 20 + 80 * 30) / 60.0, 1e-9);
+  EXPECT_DOUBLE_EQ(row.cpuPercentPeak, 80);
+  EXPECT_NEAR(static_cast<double>(row.memoryUsedBytesAverage), (1000 * 10 + 2000 * 20 + 4000 * 30) / 60.0, 1);
+  EXPECT_EQ(row.memoryUsedBytesPeak, 4000);
+  EXPECT_NEAR(*row.memoryPressurePercentAverage, (10 * 10 + 20 * 20 + 40 * 30) / 60.0, 1e-9);
+  EXPECT_DOUBLE_EQ(*row.gpuPercentAverage, 50);  // measured in the second part only
+  EXPECT_DOUBLE_EQ(*row.cpuCelsiusPeak, 70);
+  EXPECT_EQ(row.thermalStatePeak, "serious");
+  EXPECT_DOUBLE_EQ(*row.batteryPercent, 80);
+  EXPECT_DOUBLE_EQ(row.pluggedInSeconds, 10 + 30);
+}
+
+// `omnira history delete --all` runs while the period is open: what the running
+// application read before the deletion must not come back when the period closes.
+TEST_F(ReadingsRecorderFile, ReadingsFromBeforeADeletionElsewhereDoNotComeBack) {
+  auto running = open();
+  ASSERT_TRUE(running);
+  uint64_t seen = running->restarts().value();
+  ReadingsRecorder recorder;
+  // What the store does before each tick's readings.
+  const auto follow = [&] {
+    const uint64_t now = running->restarts().value();
+    if (now != seen) recorder.startAfresh();
+    seen = now;
+  };
+  follow();
+  ASSERT_FALSE(recorder.record(sample(10, 0.9, 9000), {}, at(noon + 10)));
+  ASSERT_TRUE(open()->deleteAll(at(noon + 20)));
+  follow();
+  ASSERT_FALSE(recorder.record(sample(20, 0.1, 1000), {}, at(noon + 40)));
+  auto closed = recorder.close();
+  ASSERT_TRUE(closed);
+  ASSERT_TRUE(running->writeReading(*closed));
+
+  auto rows = running->readings(0).value();
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_DOUBLE_EQ(rows[0].seconds, 20);
+  EXPECT_DOUBLE_EQ(rows[0].cpuPercentPeak, 10);
+  EXPECT_EQ(rows[0].memoryUsedBytesPeak, 1000);
+}
+
 }  // namespace
 }  // namespace omnira

@@ -18,10 +18,10 @@ constexpr int64_t day = 86'400;
 TEST(UsageLedger, AddsEachTickToTheAppsOfItsLocalDay) {
   UsageLedger ledger;
   ledger.record(5, at(noon));
-  ledger.record({app("a", "A", 50, 100, 2), app("b", "B", 10, 5)}, 5, at(noon));
-  ledger.record({app("a", "A renamed", 150, 300, 3)}, 10, at(noon + 10));
-  ledger.record({app("a", "A", 150, 900, 3)}, 0, at(noon + 20));  // no interval: nothing
-  ledger.record({app("a", "A", 100, 50, 1)}, 5, at(noon + day));
+  ledger.record({app("a", "A", 50, 100, 2), app("b", "B", 10, 5)}, TickGroups::fresh, 5, at(noon));
+  ledger.record({app("a", "A renamed", 150, 300, 3)}, TickGroups::fresh, 10, at(noon + 10));
+  ledger.record({app("a", "A", 150, 900, 3)}, TickGroups::fresh, 0, at(noon + 20));  // no interval: nothing
+  ledger.record({app("a", "A", 100, 50, 1)}, TickGroups::fresh, 5, at(noon + day));
 
   const auto& today = ledger.day(UsageLedger::dayKey(at(noon)));
   EXPECT_DOUBLE_EQ(today.seconds, 5);
@@ -35,6 +35,18 @@ TEST(UsageLedger, AddsEachTickToTheAppsOfItsLocalDay) {
   EXPECT_EQ(ledger.day(UsageLedger::dayKey(at(noon + day))).apps.at("a").peakMemoryBytes, 50u);
   EXPECT_TRUE(ledger.day("1999-01-01").apps.empty());
   EXPECT_EQ(UsageLedger::dayKey(at(noon)).size(), 10u);
+}
+
+TEST(UsageLedger, EnergyOfOneProcessSampleCountsOnceHoweverManyTicksRepeatIt) {
+  UsageLedger ledger;
+  const std::vector<AppGroup> groups{app("a", "A", 50, 100, 12)};
+  for (int i = 0; i < 12; ++i) {
+    ledger.record(groups, i % 6 == 0 ? TickGroups::fresh : TickGroups::repeated, 5, at(noon + 5 * i));
+  }
+  const auto& a = ledger.day(UsageLedger::dayKey(at(noon))).apps.at("a");
+  EXPECT_DOUBLE_EQ(a.energyJoules, 24);
+  EXPECT_DOUBLE_EQ(a.cpuSeconds, 0.5 * 60);
+  EXPECT_DOUBLE_EQ(a.seconds, 60);
 }
 
 TEST(UsageLedger, KeepsOnlyTheLastDays) {
@@ -52,7 +64,7 @@ TEST_F(UsageLedgerFile, SavesAndLoadsWithFixedKeys) {
   EXPECT_TRUE(UsageLedger::load(usage()).value().days().empty());  // no file yet
   UsageLedger ledger;
   ledger.record(5, at(noon));
-  ledger.record({app("/x.desktop", "X", 20, 1234, 0.5)}, 5, at(noon));
+  ledger.record({app("/x.desktop", "X", 20, 1234, 0.5)}, TickGroups::fresh, 5, at(noon));
   ASSERT_TRUE(ledger.save(usage()));
   EXPECT_EQ(UsageLedger::load(usage()).value(), ledger);
 

@@ -38,6 +38,32 @@ std::optional<std::string_view> channelOfCommitFolder(std::string_view piece) {
   return channel;
 }
 
+// Nix writes store hashes in its own base 32, which leaves out e, o, u and t.
+bool isNixStoreHash(std::string_view text) {
+  constexpr std::string_view digits = "0123456789abcdfghijklmnpqrsvwxyz";
+  return text.size() == 32 && text.find_first_not_of(digits) == std::string_view::npos;
+}
+
+// "<hash>-nodejs-slim-20.11.0" becomes "*-nodejs-slim-*": the name ends where Nix says the
+// version begins, at the first dash that a letter does not follow.
+std::optional<std::string> foldedNixStoreEntry(std::string_view piece) {
+  if (piece.size() < 34 || piece[32] != '-' || !isNixStoreHash(piece.substr(0, 32))) return std::nullopt;
+  const auto name = piece.substr(33);
+  for (size_t dash = name.find('-'); dash != std::string_view::npos; dash = name.find('-', dash + 1)) {
+    if (dash + 1 < name.size() && !std::isalpha(static_cast<unsigned char>(name[dash + 1]))) {
+      return "*-" + std::string(name.substr(0, dash)) + "-*";
+    }
+  }
+  return "*-" + std::string(name);
+}
+
+// An AppImage mounts itself at ".mount_" + up to six letters of its file name + six random
+// characters, anew at every launch.
+bool isAppImageMount(std::string_view piece) {
+  constexpr std::string_view prefix = ".mount_";
+  return piece.starts_with(prefix) && piece.size() >= prefix.size() + 7 && piece.size() <= prefix.size() + 12;
+}
+
 void addAbsolute(std::vector<fs::path>& dirs, const fs::path& dir) {
   if (!dir.is_absolute()) return;
   auto normal = dir.lexically_normal();
@@ -123,6 +149,10 @@ std::optional<AppIdentifier::Verdict> LinuxAppIdentifier::identify(const Process
     if (const auto* app = apps->forExecutable(*executable)) return appOf(*app);
   }
   if (sample.sessionService && !sample.hasTerminal) return System{};
+  // Run as root, root is the person, yet what the service manager started for the machine
+  // (no terminal, no app unit) is still the system's, not a tool of root's own.
+  const bool machineDaemon = sample.uid == 0 && !sample.hasTerminal && !sample.appUnitID && !sample.flatpakAppID;
+  if (machineDaemon) return System{};
   // An executable run from an anonymous memory file has a made-up, often random path.
   if (executable && executable->starts_with(anonymousFilePrefix)) {
     if (sample.name.empty()) return System{};
@@ -141,16 +171,24 @@ std::string LinuxAppIdentifier::foldInstallFolders(std::string_view path) {
   out.reserve(path.size());
   size_t index = 0;
   bool inSnap = false;
+  bool inNix = false;
   while (true) {
     const auto slash = path.find('/');
     const bool last = slash == std::string_view::npos;
     const auto piece = path.substr(0, slash);
     // The executable's own name is never folded, only the folders above it.
     if (!last && index == 1) inSnap = piece == "snap";
+    if (!last && index == 1) inNix = piece == "nix";
+    if (!last && index == 2) inNix = inNix && piece == "store";
+    const auto nixEntry = !last && inNix && index == 3 ? foldedNixStoreEntry(piece) : std::nullopt;
     if (last) {
       out += piece;
     } else if (inSnap && index == 3 && (isDigits(piece) || (piece.size() > 1 && piece[0] == 'x' && isDigits(piece.substr(1))))) {
       out += '*';
+    } else if (nixEntry) {
+      out += *nixEntry;
+    } else if (isAppImageMount(piece)) {
+      out += ".mount_*";
     } else if (isCommitHash(piece)) {
       out += '*';
     } else if (const auto channel = channelOfCommitFolder(piece)) {

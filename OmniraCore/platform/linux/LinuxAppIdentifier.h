@@ -14,7 +14,9 @@
 //  5. its executable is what an entry's Exec starts (Terminal entries excepted, see
 //     DesktopEntries): that entry, with or without a unit, so apps started by launchers
 //     that make no unit, or from a shell, still find their app;
-//  6. in one of the desktop session's own units, without a terminal: system;
+//  6. in one of the desktop session's own units, without a terminal: system; so is a
+//     process of root's without a terminal or an app unit (a daemon the service manager
+//     started), which matters when the monitor runs as root and root is the person;
 //  7. an executable run from an anonymous memory file ("/memfd:..."), whose path is
 //     made up: "name:" + the process name, as for a process without a path;
 //  8. otherwise the path rules, with systemPathPrefixes() and foldInstallFolders().
@@ -67,10 +69,13 @@ class LinuxAppIdentifier final : public AppIdentifier {
   // Outside app bundles only these are the system's; /usr/bin is not, since the
   // person's own command-line tools live there.
   static std::vector<std::string> systemPathPrefixes();
-  // Folds the folders that change with every update, so ids outlive updates:
+  // Folds the folders that change with every update or launch, so ids outlive them:
   // /snap/<name>/<revision>/ and commit folders (40 or 64 hex digits: Flatpak
   // deployments, editors' remote servers; "Stable-<hash>" keeps its "Stable-") become
-  // "*". Also drops the " (deleted)" the kernel appends to a replaced executable.
+  // "*"; a Nix store entry "/nix/store/<hash>-<name>-<version>" keeps only its name
+  // ("*-<name>-*"); an AppImage's mount folder ".mount_<random>", wherever the temporary
+  // folder is, becomes ".mount_*". Also drops the " (deleted)" the kernel appends to a
+  // replaced executable.
   static std::string foldInstallFolders(std::string_view path);
   // The grouper options that put this identifier and the rules above in place.
   static AppGrouper::Options grouperOptions(std::shared_ptr<LinuxAppIdentifier> identifier);

@@ -149,6 +149,13 @@ TEST(LinuxAppIdentifier, GroupsWhatAPersonRuns) {
       {"Snap app", "/snap/spotify/68/usr/share/spotify/spotify", spotify},
       {"Snap tool without an entry", "/snap/hello/42/bin/hello", "exec:/snap/hello/*/bin/hello"},
       {"nvm's node", nvmNode, "exec:/home/ada/.nvm/versions/node/*/bin/node"},
+      {"node from the Nix store", "/nix/store/0c0qnpkrhmc1yhwb8ihm5q2vqsa9lsvr-nodejs-20.11.0/bin/node",
+       "exec:/nix/store/*-nodejs-*/bin/node"},
+      {"node after a Nix update", "/nix/store/yw4i0ynbiq2ijp4ib0gyw5b7bdzr2dn8-nodejs-20.11.1/bin/node",
+       "exec:/nix/store/*-nodejs-*/bin/node"},
+      {"an AppImage", "/tmp/.mount_CursorAb12Cd/usr/share/cursor/cursor", "exec:/tmp/.mount_*/usr/share/cursor/cursor"},
+      {"the same AppImage launched again", "/tmp/.mount_CursorQ9x2Lp/usr/share/cursor/cursor",
+       "exec:/tmp/.mount_*/usr/share/cursor/cursor"},
       {"an editor's remote server", "/home/ada/.vscode-server/bin/" + std::string(40, 'a') + "/node",
        "exec:/home/ada/.vscode-server/bin/*/node"},
       {"Konsole itself", "/usr/bin/konsole", entryFile("home/applications/org.kde.konsole.desktop"),
@@ -186,13 +193,39 @@ TEST(LinuxAppIdentifier, GroupsWhatAPersonRuns) {
   EXPECT_EQ(grouper->descriptor(process(nvmNode)).name, "node");
 }
 
-TEST(LinuxAppIdentifier, RootIsAPersonWhenTheMonitorRunsAsRoot) {
+// Run as root, the monitor's person is root: what root starts by hand is root's own, while
+// the daemons the service manager starts for the machine stay the system's.
+TEST(LinuxAppIdentifier, RootsOwnProgramsAndTheMachinesDaemonsWhenTheMonitorRunsAsRoot) {
   auto config = fixtureConfig();
   config.personUID = 0;
   const auto grouper = makeLinuxAppGrouper("Debian GNU/Linux", config);
-  EXPECT_EQ(grouper->descriptor(process("/opt/agent/bin/agent", {.uid = 0})).id, "exec:/opt/agent/bin/agent");
-  EXPECT_EQ(grouper->descriptor(process("/usr/sbin/sshd", {.uid = 0})).id, "system");
-  EXPECT_EQ(grouper->descriptor(process("/usr/bin/dbus-daemon", {.uid = 100})).id, "system");
+  const std::string firefoxESR = entryFile("usr-share/applications/firefox-esr.desktop");
+  struct Case {
+    std::string_view what;
+    std::string path;
+    std::string group;
+    Launch launch = {};
+  };
+  const Case cases[] = {
+      {"a daemon outside the system folders", "/opt/agent/bin/agent", "system", {.uid = 0}},
+      {"a daemon in /usr/bin", "/usr/bin/dockerd", "system", {.uid = 0}},
+      {"a daemon from a Nix profile", "/nix/store/" + std::string(32, 'a') + "-tailscale-1.56.1/bin/tailscaled",
+       "system", {.uid = 0}},
+      {"a daemon in /usr/sbin", "/usr/sbin/sshd", "system", {.uid = 0}},
+      {"root's tool started in a terminal", "/opt/agent/bin/agent", "exec:/opt/agent/bin/agent",
+       {.terminal = true, .uid = 0}},
+      {"root's editor in its app unit", "/usr/lib/firefox-esr/firefox-esr", firefoxESR,
+       {.unit = "firefox-esr", .uid = 0}},
+      {"root's app started by a launcher without a unit", "/usr/lib/firefox-esr/firefox-esr", firefoxESR, {.uid = 0}},
+      {"a program in an app unit without an entry", "/opt/thing/thing", "exec:/opt/thing/thing",
+       {.unit = "thing", .uid = 0}},
+      {"a system user's daemon", "/usr/bin/dbus-daemon", "system", {.uid = 100}},
+      {"a person's program", "/opt/agent/bin/agent", "exec:/opt/agent/bin/agent", {.uid = person}},
+  };
+  int32_t pid = 10;
+  for (const auto& c : cases) {
+    EXPECT_EQ(grouper->descriptor(process(c.path, c.launch, pid++)).id, c.group) << c.what;
+  }
 }
 
 // A launcher that made no unit: Chromium's helpers still join it.
@@ -218,6 +251,8 @@ TEST(LinuxAppIdentifier, GroupsHelpersWithTheirApp) {
 TEST(LinuxAppIdentifier, FoldsInstallFolders) {
   const std::string commit(64, 'c');
   const std::string hash = "0123456789abcdef0123456789abcdef01234567";
+  const std::string nixHash = "0c0qnpkrhmc1yhwb8ihm5q2vqsa9lsvr";
+  const std::string otherNixHash = "yw4i0ynbiq2ijp4ib0gyw5b7bdzr2dn8";
   struct Case {
     std::string path, folded;
   };
@@ -235,6 +270,26 @@ TEST(LinuxAppIdentifier, FoldsInstallFolders) {
       {"/opt/x/abcdefg/bin/x", "/opt/x/abcdefg/bin/x"},
       {"/opt/tools/" + hash, "/opt/tools/" + hash},  // the executable's own name stays
       {"/usr/bin/tool (deleted)", "/usr/bin/tool"},
+      // Nix: the store hash and the version change with every update; the package name stays.
+      {"/nix/store/" + nixHash + "-nodejs-20.11.0/bin/node", "/nix/store/*-nodejs-*/bin/node"},
+      {"/nix/store/" + otherNixHash + "-nodejs-20.11.1/bin/node", "/nix/store/*-nodejs-*/bin/node"},
+      {"/nix/store/" + nixHash + "-nodejs-slim-20.11.0/bin/node", "/nix/store/*-nodejs-slim-*/bin/node"},
+      {"/nix/store/" + nixHash + "-python3-3.11.7/bin/python3.11", "/nix/store/*-python3-*/bin/python3.11"},
+      {"/nix/store/" + nixHash + "-bash-interactive-5.2-p15/bin/bash", "/nix/store/*-bash-interactive-*/bin/bash"},
+      {"/nix/store/" + nixHash + "-firefox-unwrapped-121.0/lib/firefox/firefox",
+       "/nix/store/*-firefox-unwrapped-*/lib/firefox/firefox"},
+      {"/nix/store/" + nixHash + "-source/bin/run", "/nix/store/*-source/bin/run"},
+      {"/nix/store/" + nixHash + "-hello-2.12.1/bin/hello (deleted)", "/nix/store/*-hello-*/bin/hello"},
+      {"/nix/store/not-a-store-hash-1.0/bin/x", "/nix/store/not-a-store-hash-1.0/bin/x"},
+      {"/nix/store/" + std::string(32, 'e') + "-x-1.0/bin/x", "/nix/store/" + std::string(32, 'e') + "-x-1.0/bin/x"},
+      {"/opt/nix/store/" + nixHash + "-x-1.0/bin/x", "/opt/nix/store/" + nixHash + "-x-1.0/bin/x"},
+      // AppImage: each launch mounts the image under a fresh random folder.
+      {"/tmp/.mount_CursorAb12Cd/usr/share/cursor/cursor", "/tmp/.mount_*/usr/share/cursor/cursor"},
+      {"/tmp/.mount_CursorZz99Yy/usr/share/cursor/cursor", "/tmp/.mount_*/usr/share/cursor/cursor"},
+      {"/tmp/.mount_apprWq1xX/usr/bin/app", "/tmp/.mount_*/usr/bin/app"},
+      {"/run/user/1000/tmp/.mount_ObsidixY7kLm/obsidian", "/run/user/1000/tmp/.mount_*/obsidian"},
+      {"/tmp/.mount_short/x", "/tmp/.mount_short/x"},
+      {"/tmp/.mount_CursorAb12Cd", "/tmp/.mount_CursorAb12Cd"},
   };
   for (const auto& c : cases) EXPECT_EQ(LinuxAppIdentifier::foldInstallFolders(c.path), c.folded) << c.path;
 }
