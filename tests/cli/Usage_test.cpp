@@ -225,7 +225,7 @@ TEST_F(UsageCommand, LimitsFromCodexLogsSignInsAndTheCache) {
        {{"type", "token_count"},
         {"info", nullptr},
         {"rate_limits",
-         {{"primary", {{"used_percent", 38.0}, {"window_minutes", 300}, {"resets_at", unix(seconds(12450))}}},
+         {{"primary", {{"used_percent", 38.0}, {"window_minutes", 300}, {"resets_at", unix(seconds(12466))}}},
           {"secondary",
            {{"used_percent", 20.0}, {"window_minutes", 10080}, {"resets_at", unix(seconds(117 * 3600 + 1800))}}}}}}}};
   writeText(root / "codex" / "sessions" / "rollout-limits.jsonl", line.dump() + "\n");
@@ -246,7 +246,8 @@ TEST_F(UsageCommand, LimitsFromCodexLogsSignInsAndTheCache) {
   ASSERT_EQ(text.status, 0) << text.out;
   for (const char* part :
        {"Claude · ann@example.com · Max", "Session  50% left  Resets any moment", "Codex · Codex on this computer",
-        // Columns line up under the longest reset text.
+        // Columns line up under the longest reset text. The reset is 3h 27m 46s away and the
+        // session runs out in 2h 30m 29s, so seconds spent starting the command change neither.
         "62% left  Resets in 3h 27m   Runs out in 2h 30m at this rate",
         "80% left  Resets in 4d 21h   On pace · 33% to spare",
         "Claude is throttling the question. The last figures are kept.\n",
