@@ -68,7 +68,8 @@ void UsageLimitsStore::refresh() {
   if (worker_.joinable()) worker_.join();
   setRefreshing(true);
 
-  UsageRefresh::Request request{tools_, state_.accounts, state_.ledgers, now(), TokenSummary::weekDays};
+  UsageRefresh::Request request{tools_, state_.accounts, state_.ledgers, now(), TokenSummary::weekDays,
+                                options_.clock};
   worker_ = std::thread([this, request = std::move(request), fetcher = options_.fetcher,
                          environment = options_.environment, calendar = options_.calendar]() mutable {
     auto outcome = UsageRefresh::run(std::move(request), *fetcher, environment, calendar);

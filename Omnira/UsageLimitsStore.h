@@ -64,7 +64,9 @@ class UsageLimitsStore : public QObject {
     AppPaths::Environment environment;
     // Asks the providers; one with a CurlTransport when empty. Used by one refresh at a time.
     std::shared_ptr<UsageFetcher> fetcher;
-    std::function<Date()> clock;  // the system clock when empty
+    // The system clock when empty. Called on the main thread, and on a refresh's worker
+    // thread to date the refresh when it ends.
+    std::function<Date()> clock;
     DayCalendar calendar = DayCalendar::local();
   };
 

@@ -1,6 +1,6 @@
 // Token logs as Claude Code and Codex leave them: a first full read of generated logs
 // (many projects and sessions, replies streamed over several lines with partial output,
-// resumed sessions repeating earlier replies), and refreshes of 5,000 files with nothing
+// resumed sessions repeating earlier replies; the model before the id, as 2.x writes), and refreshes of 5,000 files with nothing
 // or a few lines new. Generated once per size into a temporary folder, read warm.
 // peakMB is the process's peak resident memory while the timed reads ran.
 
@@ -85,8 +85,10 @@ class Corpus {
 
 class ClaudeGenerator {
  public:
-  // `scale` shrinks the content of each line (1: as large as real ones get).
-  explicit ClaudeGenerator(double scale = 1) : corpus_(rng_), scale_(scale) {}
+  // `scale` shrinks the content of each line (1: as large as real ones get). Claude Code 2.x
+  // names a reply's model before its id; 1.x wrote the id first.
+  explicit ClaudeGenerator(double scale = 1, bool modelFirst = true)
+      : corpus_(rng_), scale_(scale), modelFirst_(modelFirst) {}
 
   // Writes about `bytes` of logs, in at most `sessions` files, into `projects` folders
   // under root/projects.
@@ -186,29 +188,34 @@ class ClaudeGenerator {
                   text(50, 3000) + R"(","new_string":")" + text(50, 3000) + "\"}}";
     }
     const int64_t cacheWrite = static_cast<int64_t>(rng_() % 6000);
-    return head("c3d4") +
+    const char* model = rng_() % 5 == 0 ? "claude-opus-4-1-20250805" : "claude-sonnet-4-5-20250929";
+    const std::string opening =
+        modelFirst_ ? fmt::format(R"("message":{{"model":"{}","id":"{}","type":"message","role":"assistant",)", model, message)
+                    : fmt::format(R"("message":{{"id":"{}","type":"message","role":"assistant","model":"{}",)", message, model);
+    return head("c3d4") + opening +
            fmt::format(
-               R"("message":{{"id":"{}","type":"message","role":"assistant","model":"{}","content":[{}],"stop_reason":{},"stop_sequence":null,"usage":{{"input_tokens":{},"cache_creation_input_tokens":{},"cache_read_input_tokens":{},"cache_creation":{{"ephemeral_5m_input_tokens":{},"ephemeral_1h_input_tokens":0}},"output_tokens":{},"service_tier":"standard"}}}},"requestId":"{}",)",
-               message, rng_() % 5 == 0 ? "claude-opus-4-1-20250805" : "claude-sonnet-4-5-20250929", content,
-               last ? "\"tool_use\"" : "null", 1 + rng_() % 9, cacheWrite, 10000 + rng_() % 120000, cacheWrite,
-               output, request) +
+               R"("content":[{}],"stop_reason":{},"stop_sequence":null,"usage":{{"input_tokens":{},"cache_creation_input_tokens":{},"cache_read_input_tokens":{},"cache_creation":{{"ephemeral_5m_input_tokens":{},"ephemeral_1h_input_tokens":0}},"output_tokens":{},"service_tier":"standard"}}}},"requestId":"{}",)",
+               content, last ? "\"tool_use\"" : "null", 1 + rng_() % 9, cacheWrite, 10000 + rng_() % 120000,
+               cacheWrite, output, request) +
            tail("assistant");
   }
 
   std::mt19937_64 rng_{20261122};
   Corpus corpus_;
   double scale_;
+  bool modelFirst_;
   Date clock_ = std::chrono::system_clock::now() - 24h * 6;
   uint64_t replies_ = 0;
 };
 
 // One generated tree per shape, kept for the whole run.
-const fs::path& claudeLogs(uint64_t megabytes, int sessions, int projects, uint64_t meanSession, double scale = 1) {
-  static std::map<std::tuple<uint64_t, int, int, uint64_t, double>, std::unique_ptr<TemporaryFolder>> made;
-  auto& folder = made[{megabytes, sessions, projects, meanSession, scale}];
+const fs::path& claudeLogs(uint64_t megabytes, int sessions, int projects, uint64_t meanSession, double scale = 1,
+                           bool modelFirst = true) {
+  static std::map<std::tuple<uint64_t, int, int, uint64_t, double, bool>, std::unique_ptr<TemporaryFolder>> made;
+  auto& folder = made[{megabytes, sessions, projects, meanSession, scale, modelFirst}];
   if (!folder) {
     folder = std::make_unique<TemporaryFolder>();
-    ClaudeGenerator(scale).write(folder->path, megabytes * MB, sessions, projects, meanSession);
+    ClaudeGenerator(scale, modelFirst).write(folder->path, megabytes * MB, sessions, projects, meanSession);
   }
   return folder->path;
 }
@@ -222,9 +229,10 @@ uint64_t treeBytes(const fs::path& root) {
 
 const Date longAgo = dateFromSecondsSinceEpoch(0);
 
-// A first full read of `range(0)` MB in sessions of about 200 KB over 60 projects.
+// A first full read of `range(0)` MB in sessions of about 200 KB over 60 projects, in
+// today's line layout (range(1) 1) or the older one, id first (0).
 void claudeFirstRead(benchmark::State& state) {
-  const auto& root = claudeLogs(static_cast<uint64_t>(state.range(0)), 1 << 30, 60, 200'000);
+  const auto& root = claudeLogs(static_cast<uint64_t>(state.range(0)), 1 << 30, 60, 200'000, 1, state.range(1) == 1);
   const uint64_t bytes = treeBytes(root / "projects");
   { TokenLedger warm; TokenLogs::update(warm, UsageTool::claude, {root}, longAgo); }
   resetPeakMemory();
@@ -242,7 +250,13 @@ void claudeFirstRead(benchmark::State& state) {
   state.counters["replies"] = static_cast<double>(replies);
   state.counters["peakMB"] = peakMemoryMB();
 }
-BENCHMARK(claudeFirstRead)->Arg(64)->Arg(400)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(claudeFirstRead)
+    ->Args({64, 1})
+    ->Args({64, 0})
+    ->Args({400, 1})
+    ->ArgNames({"MB", "modelFirst"})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // The same bytes in a few large sessions: memory stays at a chunk and the ledger.
 void claudeFirstReadLargeFiles(benchmark::State& state) {

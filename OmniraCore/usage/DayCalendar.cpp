@@ -31,6 +31,9 @@ DayCalendar::CivilDay DayCalendar::civilDay(Date date) const {
   if (offset_) return civilFromDays(floorDiv(seconds + offset_->count(), 86400));
   const std::time_t t = static_cast<std::time_t>(seconds);
   std::tm local{};
+  // localtime_r keeps the zone it first saw; tzset takes up a changed TZ, or a changed zone
+  // file when TZ is unset (it looks at the file's identity, a stat).
+  ::tzset();
   localtime_r(&t, &local);
   return {local.tm_year + 1900, static_cast<unsigned>(local.tm_mon + 1), static_cast<unsigned>(local.tm_mday)};
 }

@@ -1,7 +1,9 @@
 #pragma once
 // Which calendar day a moment falls on, and when a day starts: the system's local time by
 // default (with its daylight-saving rules), or a fixed offset from UTC so that a caller (or
-// a test) can pin the zone. Day keys are written "%04d-%02d-%02d".
+// a test) can pin the zone. Day keys are written "%04d-%02d-%02d". The local calendar
+// follows the system's zone as it is at each call, so a zone changed while the program runs
+// (TZ, or the zone file) reaches the day keys.
 // A small value; copy it to any thread.
 
 #include <chrono>

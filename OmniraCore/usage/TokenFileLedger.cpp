@@ -4,6 +4,35 @@
 
 namespace omnira {
 
+namespace {
+
+nlohmann::json repliesJSON(const TokenFileLedger::Counted& replies) {
+  nlohmann::json json = nlohmann::json::object();
+  for (const auto& [key, booked] : replies) {
+    const TokenUsage& u = booked.usage;
+    json[key] = nlohmann::json::array({booked.day, booked.model, u.input, u.output, u.cacheRead, u.cacheWrite});
+  }
+  return json;
+}
+
+std::optional<UsageDecodeFailure> readReplies(const nlohmann::json& json, const char* what,
+                                              TokenFileLedger::Counted& replies) {
+  replies.reserve(json.size());
+  for (const auto& [key, entry] : json.items()) {
+    const bool wellFormed = entry.is_array() && entry.size() == 6 && entry[0].is_string() && entry[1].is_string() &&
+                            entry[2].is_number_integer() && entry[3].is_number_integer() &&
+                            entry[4].is_number_integer() && entry[5].is_number_integer();
+    if (!wellFormed) return UsageDecodeFailure{fmt::format("the {} reply {} is not [day, model, four counts]", what, key)};
+    replies.emplace(key, TokenFileLedger::Booked{{entry[2].get<int64_t>(), entry[3].get<int64_t>(),
+                                                  entry[4].get<int64_t>(), entry[5].get<int64_t>()},
+                                                 entry[0].get<std::string>(),
+                                                 entry[1].get<std::string>()});
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
 void TokenFileLedger::add(const TokenUsage& usage, std::string_view modelName, std::string_view day) {
   auto dayIt = days.find(day);
   if (dayIt == days.end()) dayIt = days.emplace(std::string(day), Models{}).first;
@@ -26,16 +55,12 @@ nlohmann::json TokenFileLedger::toJSON() const {
     for (const auto& [name, usage] : models) modelsJSON[name] = usage.toJSON();
     daysJSON[day] = std::move(modelsJSON);
   }
-  nlohmann::json countedJSON = nlohmann::json::object();
-  for (const auto& [key, booked] : counted) {
-    const TokenUsage& u = booked.usage;
-    countedJSON[key] = nlohmann::json::array({booked.day, booked.model, u.input, u.output, u.cacheRead, u.cacheWrite});
-  }
   nlohmann::json json = {{"size", size},
                          {"offset", offset},
                          {"days", std::move(daysJSON)},
-                         {"counted", std::move(countedJSON)},
+                         {"counted", repliesJSON(counted)},
                          {"lastTotal", lastTotal.toJSON()}};
+  if (!copies.empty()) json["copies"] = repliesJSON(copies);
   if (model) json["model"] = *model;
   return json;
 }
@@ -64,17 +89,10 @@ Result<TokenFileLedger, UsageDecodeFailure> TokenFileLedger::fromJSON(const nloh
   auto countedJSON = json.find("counted");
   if (countedJSON == json.end() || !countedJSON->is_object())
     return fail(wrong("counted", "is missing or not an object"));
-  ledger.counted.reserve(countedJSON->size());
-  for (const auto& [key, entry] : countedJSON->items()) {
-    const bool wellFormed = entry.is_array() && entry.size() == 6 && entry[0].is_string() && entry[1].is_string() &&
-                            entry[2].is_number_integer() && entry[3].is_number_integer() &&
-                            entry[4].is_number_integer() && entry[5].is_number_integer();
-    if (!wellFormed)
-      return fail(UsageDecodeFailure{fmt::format("the counted reply {} is not [day, model, four counts]", key)});
-    ledger.counted.emplace(key, Booked{{entry[2].get<int64_t>(), entry[3].get<int64_t>(), entry[4].get<int64_t>(),
-                                        entry[5].get<int64_t>()},
-                                       entry[0].get<std::string>(),
-                                       entry[1].get<std::string>()});
+  if (auto failure = readReplies(*countedJSON, "counted", ledger.counted)) return fail(*failure);
+  if (auto copiesJSON = json.find("copies"); copiesJSON != json.end()) {
+    if (!copiesJSON->is_object()) return fail(wrong("copies", "is not an object"));
+    if (auto failure = readReplies(*copiesJSON, "copied", ledger.copies)) return fail(*failure);
   }
 
   auto lastTotalJSON = json.find("lastTotal");

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "OmniraCore/usage/UsageText.h"
+
 namespace omnira {
 
 namespace {
@@ -73,7 +75,7 @@ size_t TokenLedger::replies() const {
 
 nlohmann::json TokenLedger::toJSON() const {
   nlohmann::json files = nlohmann::json::object();
-  for (const auto& [path, file] : files_) files[path] = file.toJSON();
+  for (const auto& [path, file] : files_) files[usage_text::pathKey(path)] = file.toJSON();
   return {{"files", std::move(files)}};
 }
 
@@ -83,10 +85,12 @@ Result<TokenLedger, UsageDecodeFailure> TokenLedger::fromJSON(const nlohmann::js
   if (files == json.end() || !files->is_object())
     return fail(UsageDecodeFailure{"\"files\" is missing or not an object"});
   TokenLedger ledger;
-  for (const auto& [path, fileJSON] : files->items()) {
+  for (const auto& [key, fileJSON] : files->items()) {
+    auto path = usage_text::pathFromKey(key);
+    if (!path) return fail(UsageDecodeFailure{fmt::format("the file key {} is not a path", usage_text::valid(key))});
     auto file = TokenFileLedger::fromJSON(fileJSON);
-    if (!file) return fail(UsageDecodeFailure{fmt::format("{}: {}", path, file.error().message)});
-    ledger.files_.emplace(path, std::move(*file));
+    if (!file) return fail(UsageDecodeFailure{fmt::format("{}: {}", usage_text::valid(*path), file.error().message)});
+    ledger.files_.emplace(std::move(*path), std::move(*file));
   }
   return ledger;
 }

@@ -2,6 +2,8 @@
 // The tokens of one tool (Claude Code or Codex) per log file, day and model, as read by
 // TokenLogs::update. A plain value: the usage-limits store owns one per tool, hands it to
 // one worker thread at a time for `update`, and keeps it in its cache as JSON {"files": …}.
+// The files are keyed by their paths as bytes; a path that is not UTF-8 is saved under the
+// key usage_text::pathKey gives it, so that it comes back the same.
 //
 // Beside the files the ledger keeps an index of the replies counted in any of them, so
 // that a reply Claude Code copies into another file (it repeats earlier replies when a

@@ -10,15 +10,18 @@
 #include <cerrno>
 #include <cctype>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <system_error>
 #include <thread>
+#include <unordered_map>
 #include <unordered_set>
 
 #include <spdlog/spdlog.h>
 
 #include "OmniraCore/usage/UsageLogins.h"
+#include "OmniraCore/usage/UsageText.h"
 
 namespace omnira {
 
@@ -26,7 +29,7 @@ namespace {
 
 constexpr std::string_view assistantKey = "\"type\":\"assistant\"";
 constexpr std::string_view usageKey = "\"usage\":{";
-constexpr std::string_view messageIDKey = "\"message\":{\"id\":\"";
+constexpr std::string_view messageKey = "\"message\":{";
 constexpr std::string_view requestIDKey = "\"requestId\":\"";
 constexpr std::string_view timestampKey = "\"timestamp\":\"";
 constexpr std::string_view modelKey = "\"model\":\"";
@@ -90,6 +93,91 @@ const char* objectEnd(const char* open, const char* to) {
   return to;
 }
 
+// Just past the quote that closes the string opening at `quote`; null when it does not close.
+const char* stringEnd(const char* quote, const char* to) {
+  for (const char* p = quote + 1; p < to; ++p) {
+    if (*p == '\\') ++p;
+    else if (*p == '"') return p + 1;
+  }
+  return nullptr;
+}
+
+// Just past the bracket that closes the object or array opening at `open`; null when it
+// does not close.
+const char* containerEnd(const char* open, const char* to) {
+  int depth = 0;
+  for (const char* p = open; p < to; ++p) {
+    const char c = *p;
+    if (c == '"') {
+      p = stringEnd(p, to);
+      if (!p) return nullptr;
+      --p;
+    } else if (c == '{' || c == '[') {
+      ++depth;
+    } else if ((c == '}' || c == ']') && --depth == 0) {
+      return p + 1;
+    }
+  }
+  return nullptr;
+}
+
+const char* skipSpace(const char* p, const char* to) {
+  while (p < to && (*p == ' ' || *p == '\t' || *p == '\r' || *p == '\n')) ++p;
+  return p;
+}
+
+struct MessageFields {
+  std::string_view id;
+  std::string_view model;
+};
+
+// The message's own "id" and "model", wherever they stand among its members: Claude Code
+// 1.x writes the id first, 2.x the model first. The members' values are stepped over, so
+// a content block's "id" or a task's "model" is never taken. Both come before the content
+// in every layout seen, so the walk rarely goes far.
+MessageFields messageFields(const char* open, const char* to) {
+  MessageFields fields;
+  const char* p = open + 1;
+  while (true) {
+    p = skipSpace(p, to);
+    if (p >= to || *p != '"') return fields;
+    const char* keyEnd = stringEnd(p, to);
+    if (!keyEnd) return fields;
+    const std::string_view key(p + 1, static_cast<size_t>(keyEnd - p - 2));
+    p = skipSpace(keyEnd, to);
+    if (p >= to || *p != ':') return fields;
+    p = skipSpace(p + 1, to);
+    if (p >= to) return fields;
+    if (*p == '"') {
+      const char* valueEnd = stringEnd(p, to);
+      if (!valueEnd) return fields;
+      const std::string_view value(p + 1, static_cast<size_t>(valueEnd - p - 2));
+      if (key == "id" && fields.id.empty()) fields.id = value;
+      else if (key == "model" && fields.model.empty()) fields.model = value;
+      if (!fields.id.empty() && !fields.model.empty()) return fields;
+      p = valueEnd;
+    } else if (*p == '{' || *p == '[') {
+      p = containerEnd(p, to);
+      if (!p) return fields;
+    } else {
+      while (p < to && *p != ',' && *p != '}') ++p;
+    }
+    p = skipSpace(p, to);
+    if (p >= to || *p != ',') return fields;
+    ++p;
+  }
+}
+
+// A reply's key: the message id and the request id, or the message id alone where a line
+// has no request id (sub-agents, other endpoints). Made UTF-8, as everything kept is.
+void appendKey(std::string& key, std::string_view message, std::string_view request) {
+  usage_text::appendValid(key, message);
+  if (!request.empty()) {
+    key += ':';
+    usage_text::appendValid(key, request);
+  }
+}
+
 // Reads a Claude Code line whose own `"type":"assistant"` stands at `hit`.
 TokenLogs::ClaudeLine scanClaudeLine(const char* begin, const char* end, const char* hit) {
   using Line = TokenLogs::ClaudeLine;
@@ -107,24 +195,27 @@ TokenLogs::ClaudeLine scanClaudeLine(const char* begin, const char* end, const c
   }
   TokenUsage& usage = line.usage;
   int64_t fiveMinutes = 0, oneHour = 0;
-  bool hasFiveMinutes = false, hasOneHour = false;
+  bool hasCacheWrite = false, hasSplit = false;
   if (!countAfter(from, to, "\"input_tokens\":", usage.input) ||
       !countAfter(from, to, "\"output_tokens\":", usage.output) ||
       !countAfter(from, to, "\"cache_read_input_tokens\":", usage.cacheRead) ||
-      !countAfter(from, to, "\"cache_creation_input_tokens\":", usage.cacheWrite) ||
-      !countAfter(from, to, "\"ephemeral_5m_input_tokens\":", fiveMinutes, &hasFiveMinutes) ||
-      !countAfter(from, to, "\"ephemeral_1h_input_tokens\":", oneHour, &hasOneHour)) {
+      !countAfter(from, to, "\"cache_creation_input_tokens\":", usage.cacheWrite, &hasCacheWrite) ||
+      !countAfter(from, to, "\"ephemeral_5m_input_tokens\":", fiveMinutes, &hasSplit) ||
+      !countAfter(from, to, "\"ephemeral_1h_input_tokens\":", oneHour, &hasSplit)) {
     line.kind = Line::Kind::unknown;
     return line;
   }
-  if (hasFiveMinutes && hasOneHour) usage.cacheWrite = fiveMinutes + oneHour;
+  // The reply's own count of cache writes; its split by lifetime only stands in for it.
+  if (!hasCacheWrite && hasSplit) usage.cacheWrite = TokenUsage::sum(fiveMinutes, oneHour);
 
-  const char* messageAt = find(begin, end, messageIDKey);
-  line.messageID = quotedAfter(messageAt, messageIDKey.size(), end);
+  if (const char* messageAt = find(begin, end, messageKey)) {
+    const MessageFields fields = messageFields(messageAt + messageKey.size() - 1, end);
+    line.messageID = fields.id;
+    line.model = fields.model;
+  }
   const char* requestAt = find(usageAt ? to : begin, end, requestIDKey);
   if (!requestAt && usageAt) requestAt = find(begin, end, requestIDKey);
   line.requestID = quotedAfter(requestAt, requestIDKey.size(), end);
-  line.model = quotedAfter(find(messageAt ? messageAt : begin, end, modelKey), modelKey.size(), end);
   if (line.model == syntheticModel) {
     line.kind = Line::Kind::skip;
     return line;
@@ -292,6 +383,41 @@ void walk(int parent, const char* name, std::string& path, int depth, Found& fou
   ::closedir(dir);
 }
 
+bool isWithin(std::string_view path, std::string_view folder) {
+  return path.starts_with(folder) &&
+         (path.size() == folder.size() || folder.back() == '/' || path[folder.size()] == '/');
+}
+
+// The folders to walk, each real folder once: a folder that is, or lies inside, one listed
+// before it (through a link such as ~/.config/claude → ~/.claude) would give the same logs
+// twice. The walk follows no links to folders, so a folder's real path says which logs it
+// gives. Each keeps the path it was given; one that does not exist is left out.
+std::vector<std::string> distinctFolders(const std::vector<std::filesystem::path>& roots) {
+  std::vector<std::string> folders, real;
+  for (const auto& root : roots) {
+    std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(root.c_str(), nullptr), &std::free);
+    if (!resolved) continue;
+    const std::string_view resolvedPath(resolved.get());
+    bool covered = false;
+    for (size_t i = 0; i < real.size() && !covered;) {
+      if (isWithin(resolvedPath, real[i])) {
+        covered = true;
+      } else if (isWithin(real[i], resolvedPath)) {  // the new one holds an earlier one
+        real.erase(real.begin() + static_cast<ptrdiff_t>(i));
+        folders.erase(folders.begin() + static_cast<ptrdiff_t>(i));
+      } else {
+        ++i;
+      }
+    }
+    if (covered) continue;
+    std::string path = root.string();
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    folders.push_back(std::move(path));
+    real.emplace_back(resolvedPath);
+  }
+  return folders;
+}
+
 // Walks the folders with a few threads. Nearly all of a refresh with nothing new is the
 // kernel's time in one stat per log file, and stats in different folders do not wait on
 // each other. The top levels are listed first, until there are enough folders to share;
@@ -300,12 +426,7 @@ void walk(int parent, const char* name, std::string& path, int depth, Found& fou
 Found walkShared(const std::vector<std::filesystem::path>& roots) {
   constexpr size_t enoughFolders = 16;
   Found found;
-  std::vector<std::string> folders;
-  for (const auto& root : roots) {
-    std::string path = root.string();
-    while (path.size() > 1 && path.back() == '/') path.pop_back();
-    folders.push_back(std::move(path));
-  }
+  std::vector<std::string> folders = distinctFolders(roots);
   int depth = 0;
   while (!folders.empty() && folders.size() < enoughFolders && depth < deepestFolder) {
     std::vector<std::string> next;
@@ -378,6 +499,47 @@ void visitEntries(TokenLedger::Files& files, const std::vector<std::string>& pat
   }
 }
 
+std::string_view fileName(std::string_view path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+// A log moved to another folder (Codex archives a finished session) keeps its name: the
+// entry of a file that the walk no longer sees goes to a new file of the same name that
+// is at least as large, and reading goes on where it stopped. A name that two such
+// entries share tells nothing. Gives the number of entries moved; a file moved with
+// nothing new leaves `toRead`.
+size_t adoptMoved(TokenLedger::Files& files, const std::vector<std::string>& paths,
+                  const std::vector<Candidate>& candidates, const std::vector<size_t>& newcomers,
+                  std::vector<size_t>& toRead) {
+  const std::unordered_set<std::string_view> seen(paths.begin(), paths.end());
+  // By file name, the path of an entry whose file is gone; null where two share the name.
+  // Paths, not iterators: moving an entry may rehash the table, but keeps its nodes.
+  std::unordered_map<std::string_view, const std::string*> gone;
+  for (const auto& [path, entry] : files) {
+    if (seen.count(path)) continue;
+    auto [known, added] = gone.try_emplace(fileName(path), &path);
+    if (!added) known->second = nullptr;
+  }
+  size_t moved = 0;
+  std::unordered_set<size_t> whole;
+  for (const size_t i : newcomers) {
+    if (gone.empty()) break;
+    auto match = gone.find(fileName(paths[i]));
+    if (match == gone.end() || !match->second) continue;
+    auto entry = files.find(*match->second);
+    if (entry == files.end() || candidates[i].size < entry->second.size) continue;
+    gone.erase(match);
+    if (candidates[i].size == entry->second.size) whole.insert(i);
+    auto node = files.extract(entry);
+    node.key() = paths[i];
+    files.insert(std::move(node));
+    ++moved;
+  }
+  if (!whole.empty()) std::erase_if(toRead, [&](size_t i) { return whole.count(i) > 0; });
+  return moved;
+}
+
 class Reader {
  public:
   Reader(TokenLedger::Files& files, TokenLedger::Index& index, bool& indexed, UsageTool tool,
@@ -397,8 +559,9 @@ class Reader {
       restart = ::pread(fd.get(), &before, 1, static_cast<off_t>(entry.offset - 1)) != 1 || before != '\n';
     }
     if (restart) {
-      forget(entry);
+      Orphans orphans = forget(entry);
       entry = TokenFileLedger{};
+      handOver(orphans);
     }
     ::posix_fadvise(fd.get(), static_cast<off_t>(entry.offset), 0, POSIX_FADV_SEQUENTIAL);
     ++update.filesRead;
@@ -431,12 +594,40 @@ class Reader {
     return inserted;
   }
 
-  // Drops the entry's replies from the ledger's index before the entry is cleared or erased.
-  void forget(const TokenFileLedger& entry) {
-    if (!indexed_) return;
+  using Orphans = std::unordered_set<std::string>;
+
+  // Drops the entry's replies from the ledger's index before the entry is cleared or
+  // erased, and gives their keys back: handOver books them where a copy of them is.
+  Orphans forget(const TokenFileLedger& entry) {
+    Orphans orphans;
     for (const auto& [key, booked] : entry.counted) {
+      orphans.insert(key);
+      if (!indexed_) continue;
       auto found = index_.find(std::string_view(key));
       if (found != index_.end() && found->second == &entry) index_.erase(found);
+    }
+    return orphans;
+  }
+
+  // Replies whose file lost them are booked in a file that holds a copy, with the copy's
+  // figures, so that a reply outlives the file that first had it.
+  void handOver(Orphans& orphans) {
+    for (auto& [path, file] : files_) {
+      if (orphans.empty()) return;
+      for (auto copy = file.copies.begin(); copy != file.copies.end();) {
+        auto orphan = orphans.find(copy->first);
+        if (orphan == orphans.end()) {
+          ++copy;
+          continue;
+        }
+        orphans.erase(orphan);
+        auto node = file.copies.extract(copy++);
+        if (file.counted.contains(node.key())) continue;
+        const TokenFileLedger::Booked& booked = node.mapped();
+        file.add(booked.usage, booked.model, booked.day);
+        auto inserted = file.counted.insert(std::move(node));
+        if (indexed_) index_.emplace(std::string_view(inserted.position->first), &file);
+      }
     }
   }
 
@@ -467,14 +658,17 @@ class Reader {
   void book(const TokenLogs::ClaudeLine& line, TokenFileLedger& entry) {
     if (line.kind != TokenLogs::ClaudeLine::Kind::counted) return;
     const std::string_view day = days_.of(line.timestamp);
-    const std::string_view model = line.model.empty() ? TokenLogs::unknownModel : line.model;
+    std::string_view model = line.model.empty() ? TokenLogs::unknownModel : line.model;
+    if (!usage_text::isUTF8(model)) {
+      model_ = usage_text::valid(model);
+      model = model_;
+    }
     if (!line.hasKey()) {
       entry.add(line.usage, model, day);
       return;
     }
-    key_.assign(line.messageID);
-    key_ += ':';
-    key_ += line.requestID;
+    key_.clear();
+    appendKey(key_, line.messageID, line.requestID);
     index();
     auto found = index_.find(std::string_view(key_));
     if (found == index_.end()) {
@@ -484,6 +678,10 @@ class Reader {
       return;
     }
     TokenFileLedger& owner = *found->second;
+    if (&owner != &entry) {
+      auto [copy, inserted] = entry.copies.try_emplace(key_, TokenFileLedger::Booked{line.usage, std::string(day), std::string(model)});
+      if (!inserted) copy->second.usage = fullest(copy->second.usage, line.usage);
+    }
     TokenFileLedger::Booked& booked = owner.counted.find(std::string_view(key_))->second;
     const TokenUsage beyond{std::max<int64_t>(0, line.usage.input - booked.usage.input),
                             std::max<int64_t>(0, line.usage.output - booked.usage.output),
@@ -492,6 +690,11 @@ class Reader {
     if (beyond.isZero()) return;
     owner.add(beyond, booked.model, booked.day);
     booked.usage += beyond;
+  }
+
+  static TokenUsage fullest(const TokenUsage& a, const TokenUsage& b) {
+    return {std::max(a.input, b.input), std::max(a.output, b.output), std::max(a.cacheRead, b.cacheRead),
+            std::max(a.cacheWrite, b.cacheWrite)};
   }
 
   void index() {
@@ -533,7 +736,7 @@ class Reader {
     if (find(begin, end, "\"type\":\"turn_context\"")) {
       const char* payload = find(begin, end, "\"payload\":{");
       const auto model = quotedAfter(find(payload ? payload : begin, end, modelKey), modelKey.size(), end);
-      if (!model.empty()) entry.model = std::string(model);
+      if (!model.empty()) entry.model = usage_text::valid(model);
       return;
     }
     if (!find(begin, end, "\"type\":\"token_count\"")) return;
@@ -567,6 +770,7 @@ class Reader {
   DayKeys days_;
   Buffer buffer_;
   std::string key_;
+  std::string model_;  // a model name made UTF-8
 };
 
 bool keepsLogs(UsageTool tool) { return tool == UsageTool::claude || tool == UsageTool::codex; }
@@ -574,10 +778,8 @@ bool keepsLogs(UsageTool tool) { return tool == UsageTool::claude || tool == Usa
 }  // namespace
 
 std::string TokenLogs::ClaudeLine::key() const {
-  if (!hasKey()) return {};
-  std::string key(messageID);
-  key += ':';
-  key += requestID;
+  std::string key;
+  if (hasKey()) appendKey(key, messageID, requestID);
   return key;
 }
 
@@ -612,15 +814,21 @@ TokenLogs::Update TokenLogs::updateFolders(TokenLedger& ledger, UsageTool tool,
     ledger.files_.reserve(ledger.files_.size());
   }
   std::vector<size_t> toRead;
-  size_t currentEntries = 0;  // entries of files modified since `since`
+  std::vector<size_t> newcomers;  // current files without an entry
+  size_t currentEntries = 0;      // entries of files modified since `since`
   visitEntries(ledger.files_, paths, current, [&](size_t i, const TokenFileLedger* known) {
     if (known) {
       ++currentEntries;
       // Logs only grow; the same size means nothing new.
       if (known->size == candidates[current[i]].size) return;
+    } else {
+      newcomers.push_back(current[i]);
     }
     toRead.push_back(current[i]);
   });
+  // Only when there are new files and entries beside the current ones can a file have moved.
+  if (!newcomers.empty() && currentEntries < ledger.files_.size())
+    currentEntries += adoptMoved(ledger.files_, paths, candidates, newcomers, toRead);
   // The oldest first, so that a reply copied into a later session is booked where it was written.
   std::stable_sort(toRead.begin(), toRead.end(),
                    [&](size_t a, size_t b) { return candidates[a].modified < candidates[b].modified; });
@@ -628,29 +836,25 @@ TokenLogs::Update TokenLogs::updateFolders(TokenLedger& ledger, UsageTool tool,
   for (const size_t i : toRead)
     if (reader.read(paths[i], candidates[i].size, update)) ++currentEntries;
 
-  // Entries that hold nothing from `since` on are kept only while their file is still read;
-  // when every entry is such a file's, there is nothing to look at.
+  // Entries go with their files, and once they hold nothing from `since` on, unless their
+  // file is still read; when every entry is a current file's, there is nothing to look at.
   if (currentEntries == ledger.files_.size()) return update;
   const std::string firstDay(reader.days().of(since));
+  const std::unordered_set<std::string_view> seen(paths.begin(), paths.end());
   std::unordered_set<std::string_view> currentPaths;
-  bool listed = false;
+  for (const size_t i : current) currentPaths.insert(paths[i]);
+  Reader::Orphans orphans;
   for (auto it = ledger.files_.begin(); currentEntries != ledger.files_.size() && it != ledger.files_.end();) {
     const auto& days = it->second.days;
-    if (!days.empty() && days.rbegin()->first >= firstDay) {
+    const bool recent = !days.empty() && days.rbegin()->first >= firstDay;
+    if (seen.count(it->first) && (recent || currentPaths.count(it->first))) {
       ++it;
       continue;
     }
-    if (!listed) {
-      for (const size_t i : current) currentPaths.insert(paths[i]);
-      listed = true;
-    }
-    if (currentPaths.count(it->first)) {
-      ++it;
-      continue;
-    }
-    reader.forget(it->second);
+    orphans.merge(reader.forget(it->second));
     it = ledger.files_.erase(it);
   }
+  reader.handOver(orphans);
   return update;
 }
 

@@ -10,13 +10,22 @@
 // whole lines are taken; a line longer than a chunk is held until it is complete, so
 // memory stays at one chunk plus the longest line.
 //
-// Claude Code lines are scanned as bytes for fixed keys, never parsed as JSON. A reply
-// (message id + request id) counts once across all files of a ledger, with the figures of
-// its most complete line. Lines without ids count as they come; the model "<synthetic>"
-// is no model and is left out. Codex lines are scanned the same way for their token
-// events, which carry running totals: a line's usage is the growth of those totals (the
-// last turn's usage where the totals start again), booked under the model of the latest
-// "turn_context" line.
+// Claude Code lines are scanned as bytes for fixed keys, never parsed as JSON; only the
+// message object's own members are stepped through, to find its id and model wherever
+// they stand (1.x writes the id first, 2.x the model). A reply (message id + request id,
+// or the message id alone where a line has none) counts once across all files of a
+// ledger, with the figures of its most complete line; a file that repeats a reply booked
+// elsewhere keeps it as a copy, booked should the first file lose it. Lines without a
+// message id count as they come; the model "<synthetic>" is no model and is left out.
+// Codex lines are scanned the same way for their token events, which carry running
+// totals: a line's usage is the growth of those totals (the last turn's usage where the
+// totals start again), booked under the model of the latest "turn_context" line.
+//
+// Folders are walked once per real folder (a home reached through a link is not walked
+// again). Ledger entries go with their files; a file that moved to another folder under
+// the same name (Codex archives finished sessions) keeps its entry and is read on from
+// where it was. Model names and reply ids that are not UTF-8 are kept with U+FFFD in
+// place of the odd bytes; paths keep their bytes.
 //
 // Failures are silent by design: an unreadable folder or file is skipped, an unreadable
 // line counts nothing and reading goes on.
@@ -60,9 +69,9 @@ struct TokenLogs {
     std::string_view model;  // empty when the line names none
     Date timestamp{};
 
-    // The reply's key needs both ids.
-    bool hasKey() const { return !messageID.empty() && !requestID.empty(); }
-    std::string key() const;  // "<message id>:<request id>"
+    // The reply's key needs its message id; the request id joins it where the line has one.
+    bool hasKey() const { return !messageID.empty(); }
+    std::string key() const;  // "<message id>:<request id>" or "<message id>", as UTF-8
   };
   static ClaudeLine readClaudeLine(std::string_view line);
 
@@ -76,8 +85,9 @@ struct TokenLogs {
   // Brings the ledger of `tool` up to date from its homes: "projects" inside each Claude
   // home, "sessions" and "archived_sessions" inside each Codex home; other tools keep no
   // logs. Files last modified before `since` are not opened. Ledger entries of files that
-  // were skipped or are gone, and that hold no day from `since` on, are dropped, so the
-  // ledger (and its index of replies) stays within the counted days.
+  // are gone (unless moved, see above) are dropped, and those of skipped files that hold
+  // no day from `since` on, so the ledger (and its index of replies) stays within the
+  // counted days.
   static Update update(TokenLedger& ledger, UsageTool tool, const std::vector<std::filesystem::path>& homes,
                        Date since, const DayCalendar& calendar = DayCalendar::local());
   // The same with the homes that UsageLogins finds in `environment`.

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include <nlohmann/json.hpp>
 
@@ -19,15 +20,22 @@ struct TokenUsage {
   int64_t cacheRead = 0;   // read from the prompt cache
   int64_t cacheWrite = 0;  // written to the prompt cache
 
-  int64_t total() const { return input + output + cacheRead + cacheWrite; }
+  // Sums stop at the largest count instead of wrapping round: a log may claim any number.
+  int64_t total() const { return sum(sum(input, output), sum(cacheRead, cacheWrite)); }
   bool isZero() const { return input == 0 && output == 0 && cacheRead == 0 && cacheWrite == 0; }
 
   TokenUsage& operator+=(const TokenUsage& other) {
-    input += other.input;
-    output += other.output;
-    cacheRead += other.cacheRead;
-    cacheWrite += other.cacheWrite;
+    input = sum(input, other.input);
+    output = sum(output, other.output);
+    cacheRead = sum(cacheRead, other.cacheRead);
+    cacheWrite = sum(cacheWrite, other.cacheWrite);
     return *this;
+  }
+  static int64_t sum(int64_t a, int64_t b) {
+    int64_t result;
+    if (__builtin_add_overflow(a, b, &result))
+      return b > 0 ? std::numeric_limits<int64_t>::max() : std::numeric_limits<int64_t>::min();
+    return result;
   }
   friend TokenUsage operator+(TokenUsage a, const TokenUsage& b) { return a += b; }
   friend bool operator==(const TokenUsage&, const TokenUsage&) = default;

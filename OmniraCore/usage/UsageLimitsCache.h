@@ -36,7 +36,7 @@ namespace omnira {
 struct UsageLimitsCache {
   // Raise whenever the reading of logs changes what a ledger holds; older ledgers are then
   // read again from the start instead of being continued with different rules.
-  static constexpr int64_t currentLedgerVersion = 1;
+  static constexpr int64_t currentLedgerVersion = 2;
   static constexpr const char* fileName = "usage-limits.json";
 
   using Ledgers = std::map<UsageTool, TokenLedger>;  // only claude and codex keep logs

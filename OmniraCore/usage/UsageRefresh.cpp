@@ -3,6 +3,7 @@
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 
 #include "OmniraCore/usage/CodexLocalLimits.h"
@@ -32,7 +33,8 @@ UsageRefresh::Outcome UsageRefresh::run(Request request, UsageFetcher& fetcher,
 
   updateLedgers(request.ledgers, request.tools, environment, now, request.daysBack, calendar);
   outcome.ledgers = std::move(request.ledgers);
-  outcome.refreshedAt = now;
+  // The next refresh is due a minute after this one ended, however long it took.
+  outcome.refreshedAt = request.clock ? request.clock() : std::chrono::system_clock::now();
   return outcome;
 }
 

@@ -15,6 +15,7 @@
 // Threads: run() blocks on files and the network; call it off the main thread. It touches
 // only what it is given, and the fetcher must not be used by anyone else meanwhile.
 
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -37,15 +38,18 @@ struct UsageRefresh {
     std::vector<UsageTool> tools;                // turned on, in UsageTool order
     std::vector<UsageAccount> lastAccounts;      // what the throttled rule keeps
     UsageLimitsCache::Ledgers ledgers;           // brought up to date and handed back
-    Date now{};
+    Date now{};  // when the refresh starts: the moment the sign-ins and days are judged at
     int daysBack = TokenSummary::weekDays;
+    // Dates the outcome when the work is done; the system clock when empty. Called on the
+    // refresh's own thread.
+    std::function<Date()> clock;
   };
 
   struct Outcome {
     std::vector<UsageAccount> accounts;
     std::vector<UsageProblem> problems;
     UsageLimitsCache::Ledgers ledgers;
-    Date refreshedAt{};
+    Date refreshedAt{};  // when the work was done
   };
 
   static Outcome run(Request request, UsageFetcher& fetcher, const AppPaths::Environment& environment,

@@ -14,7 +14,7 @@ What real logs throw at a reader, and so these do too:
   have "stop_reason" null and only part of the output tokens (--duplicates streamed) or the
   full figures (--duplicates exact); sessions resumed into a new file that first copies
   earlier replies; "<synthetic>" replies with zero usage; replies without a request id (older
-  versions), each its own message; "cache_creation" split into 5-minute and 1-hour writes;
+  versions), each its own message and known by it alone; "cache_creation" split into 5-minute and 1-hour writes;
   sessions that run over local midnight; subagent files in a session's folder; summary and
   file-history-snapshot lines.
   Codex: session_meta with long instructions, turn_context lines naming the model (which may
@@ -229,7 +229,8 @@ class Generator:
              "cache_creation": {"ephemeral_5m_input_tokens": usage["cache5m"],
                                 "ephemeral_1h_input_tokens": usage["cache1h"]},
              "output_tokens": usage["output"], "service_tier": "standard"}
-        line["message"] = {"id": msg_id, "type": "message", "role": "assistant", "model": model,
+        # Claude Code 2.x names the model before the id.
+        line["message"] = {"model": model, "id": msg_id, "type": "message", "role": "assistant",
                            "content": [block], "stop_reason": stop, "stop_sequence": None, "usage": u}
         if req_id is not None:
             line["requestId"] = req_id
@@ -283,7 +284,6 @@ class Generator:
                 for line in reply:
                     lines.append(with_session(line, session))
                     size += len(line)
-                    self.book_copy_without_key(line)
             last_copied = json.loads(lines[-1])["timestamp"]
             t = max(t, dt.datetime.fromisoformat(last_copied.replace("Z", "+00:00")) + dt.timedelta(minutes=5))
             t = min(t, self.latest - dt.timedelta(minutes=30))
@@ -393,17 +393,6 @@ class Generator:
             t = self.step(t, 0.2, 3)
         self.book_claude(start, model, usage, first)
         return lines, t
-
-    def book_copy_without_key(self, line):
-        """A copied reply without a request id has no key to know it by, so it counts again."""
-        d = json.loads(line)
-        if "requestId" in d or d["message"]["model"] == "<synthetic>":
-            return
-        u = d["message"]["usage"]
-        usage = {"input": u["input_tokens"], "output": u["output_tokens"], "cacheRead": u["cache_read_input_tokens"],
-                 "cacheWrite": u["cache_creation_input_tokens"]}
-        t = dt.datetime.fromisoformat(d["timestamp"].replace("Z", "+00:00"))
-        self.book_claude(t, d["message"]["model"], usage, usage)
 
     def book_claude(self, t, model, counted, first):
         self.claude_counted.add(t, model, counted)

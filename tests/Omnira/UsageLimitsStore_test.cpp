@@ -14,6 +14,7 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -29,6 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 using usage_testing::assistantLine;
 using Clock = std::chrono::system_clock;
+using namespace std::chrono_literals;
 
 const DayCalendar utc = DayCalendar::fixed(std::chrono::seconds(0));
 constexpr const char* sonnet = "claude-sonnet-4-5-20250929";
@@ -141,6 +143,24 @@ TEST_F(UsageLimitsStoreTest, RefreshesAtMostOnceAMinuteAndCountsTheWeek) {
   ASSERT_EQ(store.problems().size(), 2u);
   EXPECT_EQ(store.problems()[1].line(), "Codex: no sign-in on this computer. Sign in with the codex command.");
   EXPECT_EQ(store.toolsShown(), (std::vector<UsageTool>{UsageTool::claude, UsageTool::codex}));
+}
+
+TEST_F(UsageLimitsStoreTest, ARefreshIsDatedWhenItEnds) {
+  writeClaudeLogs();
+  auto opts = options();
+  // By this clock the refresh's own work, off the main thread, takes 45 s.
+  const auto mainThread = std::this_thread::get_id();
+  opts.clock = [this, mainThread] { return std::this_thread::get_id() == mainThread ? now : now + 45s; };
+  UsageLimitsStore store(opts);
+  store.refresh();
+  ASSERT_TRUE(waitForRefresh(store));
+  EXPECT_EQ(store.refreshedAt(), now + 45s);
+  EXPECT_EQ(UsageLimitsCache::load(cacheFile())->refreshedAt, now + 45s);
+  now += 60s;  // a minute after it started, 15 s after it ended
+  EXPECT_FALSE(store.refreshIfStale());
+  now += 50s;
+  EXPECT_TRUE(store.refreshIfStale());
+  ASSERT_TRUE(waitForRefresh(store));
 }
 
 TEST_F(UsageLimitsStoreTest, AToolTurnedOffIsNeitherListedNorAsked) {

@@ -109,14 +109,14 @@ TEST_F(UsageCommand, TokensOfBothToolsAsJSONAndText) {
   const Json& claude = json["tools"][0];
   EXPECT_EQ(claude["tool"], "claude");
   EXPECT_EQ(claude["today"], usage(4, 90, 22000, 500));
-  EXPECT_EQ(claude["week"], usage(22, 532, 63000, 1850));  // each reply once, with its fullest line
+  EXPECT_EQ(claude["week"], usage(22, 532, 63000, 1800));  // each reply once, with its fullest line
   ASSERT_EQ(claude["days"].size(), 7u);
   EXPECT_EQ(claude["days"][6]["day"], today);
   EXPECT_EQ(claude["days"][5]["day"], daysAgo(1));
   EXPECT_EQ(claude["days"][5]["models"]["claude-opus-4-1-20250805"],
-            (Json{{"input", 5}, {"output", 42}, {"cacheRead", 21000}, {"cacheWrite", 350}}));
+            (Json{{"input", 5}, {"output", 42}, {"cacheRead", 21000}, {"cacheWrite", 300}}));
   EXPECT_TRUE(claude["days"][0]["models"].empty());
-  EXPECT_EQ(claude["daily"], (Json{0, 0, 0, 0, 0, 42810, 22594}));
+  EXPECT_EQ(claude["daily"], (Json{0, 0, 0, 0, 0, 42760, 22594}));
   ASSERT_EQ(claude["byModel"].size(), 3u);
   EXPECT_EQ(claude["byModel"][0]["model"], "claude-sonnet-4-5-20250929");
   EXPECT_EQ(claude["byModel"][0]["name"], "Sonnet 4.5");
@@ -130,7 +130,7 @@ TEST_F(UsageCommand, TokensOfBothToolsAsJSONAndText) {
 
   const auto text = run("tokens");
   ASSERT_EQ(text.status, 0) << text.out;
-  for (const char* part : {"Claude Code\n", "Codex\n", "This week by model", "Sonnet 4.5", "GPT-5 Codex", "65,404",
+  for (const char* part : {"Claude Code\n", "Codex\n", "This week by model", "Sonnet 4.5", "GPT-5 Codex", "65,354",
                            "42.8K", "████"})
     EXPECT_NE(text.out.find(part), std::string::npos) << part << "\n" << text.out;
   // The largest day fills the bar.
@@ -192,17 +192,18 @@ TEST_F(UsageCommand, SaysSoWithoutLogsOrWhenTurnedOff) {
 
 TEST_F(UsageCommand, TokensBuildOnTheApplicationsCacheWithoutWritingIt) {
   copyLogs();
-  // A file the running application read earlier and that is gone since: its figures stay in
-  // the cache's ledger, and the command counts them.
+  // The running application read today's session up to its end already: the command takes
+  // that file's figures from the cache's ledger instead of reading it again.
+  const fs::path resumed = root / "claude" / "projects" / "-home-dev-shop" / "resumed.jsonl";
   UsageLimitsCache cache;
-  TokenFileLedger gone;
-  gone.add({1, 2, 3, 4}, "claude-sonnet-4-5-20250929", today);
-  cache.ledgers[UsageTool::claude] =
-      TokenLedger::fromJSON(Json{{"files", {{"/gone/session.jsonl", gone.toJSON()}}}}).value();
+  TokenFileLedger read;
+  read.add({1, 2, 3, 4}, "claude-sonnet-4-5-20250929", today);
+  read.size = read.offset = fs::file_size(resumed);
+  cache.ledgers[UsageTool::claude] = TokenLedger::fromJSON(Json{{"files", {{resumed.string(), read.toJSON()}}}}).value();
   ASSERT_TRUE(cache.save(cacheFile()).ok());
   const std::string before = readText(cacheFile());
 
-  EXPECT_EQ(runJSON("tokens --json --tool claude")["tools"][0]["today"], usage(5, 92, 22003, 504));
+  EXPECT_EQ(runJSON("tokens --json --tool claude")["tools"][0]["today"], usage(1, 2, 3, 4));
   EXPECT_EQ(readText(cacheFile()), before);
 
   // Ledgers of another version are not continued: the logs alone count.
@@ -224,7 +225,7 @@ TEST_F(UsageCommand, LimitsFromCodexLogsSignInsAndTheCache) {
        {{"type", "token_count"},
         {"info", nullptr},
         {"rate_limits",
-         {{"primary", {{"used_percent", 38.0}, {"window_minutes", 300}, {"resets_at", unix(seconds(12450))}}},
+         {{"primary", {{"used_percent", 38.0}, {"window_minutes", 300}, {"resets_at", unix(seconds(12466))}}},
           {"secondary",
            {{"used_percent", 20.0}, {"window_minutes", 10080}, {"resets_at", unix(seconds(117 * 3600 + 1800))}}}}}}}};
   writeText(root / "codex" / "sessions" / "rollout-limits.jsonl", line.dump() + "\n");
@@ -245,7 +246,8 @@ TEST_F(UsageCommand, LimitsFromCodexLogsSignInsAndTheCache) {
   ASSERT_EQ(text.status, 0) << text.out;
   for (const char* part :
        {"Claude · ann@example.com · Max", "Session  50% left  Resets any moment", "Codex · Codex on this computer",
-        // Columns line up under the longest reset text.
+        // Columns line up under the longest reset text. The reset is 3h 27m 46s away and the
+        // session runs out in 2h 30m 29s, so seconds spent starting the command change neither.
         "62% left  Resets in 3h 27m   Runs out in 2h 30m at this rate",
         "80% left  Resets in 4d 21h   On pace · 33% to spare",
         "Claude is throttling the question. The last figures are kept.\n",

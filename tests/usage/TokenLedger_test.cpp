@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "OmniraCore/usage/TokenLogs.h"
+#include "OmniraCore/usage/UsageLimitsCache.h"
 #include "tests/usage/UsageLogFiles.h"
 
 namespace omnira {
@@ -34,7 +35,7 @@ TEST_F(TokenLedgerJSON, RoundTripsAndRefusesBrokenEntries) {
   EXPECT_EQ(file["counted"]["msg_01AAA:req_011AAA"],
             (nlohmann::json{"2025-03-14", "claude-sonnet-4-5-20250929", 3, 380, 20000, 1000}));
   EXPECT_EQ(file["days"]["2025-03-14"]["claude-opus-4-1-20250805"],
-            (nlohmann::json{{"input", 5}, {"output", 42}, {"cacheRead", 21000}, {"cacheWrite", 350}}));
+            (nlohmann::json{{"input", 5}, {"output", 42}, {"cacheRead", 21000}, {"cacheWrite", 300}}));
   EXPECT_FALSE(file.contains("model"));
   EXPECT_EQ(codex.toJSON()["files"][(codexHome() / "sessions" / "r.jsonl").string()]["model"], "gpt-5-codex");
 
@@ -54,6 +55,50 @@ TEST_F(TokenLedgerJSON, RoundTripsAndRefusesBrokenEntries) {
   EXPECT_NE(broken([](auto& f) { f.erase("lastTotal"); }).find("lastTotal"), std::string::npos);
   EXPECT_FALSE(TokenLedger::fromJSON({{"files", nlohmann::json::array()}}).ok());
   EXPECT_FALSE(SessionLedger::fromJSON({{"files", nlohmann::json::object()}}).ok());  // no "found"
+}
+
+// File names are bytes: a Latin-1 name, and a reply whose model and ids hold bytes that are
+// not UTF-8, go through a real save and load of the cache and are neither read again nor
+// counted twice.
+TEST_F(TokenLedgerJSON, KeepsANameThatIsNotUTF8ThroughTheCache) {
+  const DayCalendar utc = DayCalendar::fixed(std::chrono::seconds(0));
+  const Date longAgo = dateFromSecondsSinceEpoch(0);
+  const auto file = project("-home-dev-caf\xe9") / "caf\xe9 100%.jsonl";
+  std::string line = assistantLine("MSG", "REQ", "MODEL", {1, 2, 3, 4}, "2025-03-14T10:00:00Z");
+  line.replace(line.find("MSG"), 3, "msg_\xe9\xff");
+  line.replace(line.find("REQ"), 3, "req_\xe9");
+  line.replace(line.find("MODEL"), 5, "claude-caf\xe9-4");
+  append(file, line + line);
+  TokenLedger ledger;
+  TokenLogs::update(ledger, UsageTool::claude, {claudeHome()}, longAgo, utc);
+  ASSERT_TRUE(ledger.files().count(file.string()));
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{1, 2, 3, 4}));
+  EXPECT_EQ(ledger.byModel().at(0).first, "claude-caf\xEF\xBF\xBD-4");  // shown with a replacement character
+
+  UsageLimitsCache cache;
+  cache.ledgers[UsageTool::claude] = ledger;
+  const auto cacheFile = folder / "data" / UsageLimitsCache::fileName;
+  auto saved = cache.save(cacheFile);
+  ASSERT_TRUE(saved.ok()) << saved.error().message;
+  auto loaded = UsageLimitsCache::load(cacheFile);
+  ASSERT_TRUE(loaded.ok()) << loaded.error().message;
+  TokenLedger& again = loaded->ledgers.at(UsageTool::claude);
+  EXPECT_EQ(again, ledger);
+  ASSERT_TRUE(again.files().count(file.string()));
+
+  // After the restart: nothing new is nothing read; the reply streamed once more counts once.
+  EXPECT_EQ(TokenLogs::update(again, UsageTool::claude, {claudeHome()}, longAgo, utc).filesRead, 0u);
+  append(file, line);
+  TokenLogs::update(again, UsageTool::claude, {claudeHome()}, longAgo, utc);
+  EXPECT_EQ(again.usageOn("2025-03-14"), (TokenUsage{1, 2, 3, 4}));
+  EXPECT_EQ(again.files().size(), 1u);
+
+  // A saved key that is marked but broken is refused with a sentence, not taken for a path.
+  auto json = ledger.toJSON();
+  auto entry = json["files"].begin().value();
+  const auto broken = TokenLedger::fromJSON({{"files", {{std::string("\0/caf%E", 7), entry}}}});
+  ASSERT_FALSE(broken.ok());
+  EXPECT_NE(broken.error().message.find("not a path"), std::string::npos);
 }
 
 }  // namespace

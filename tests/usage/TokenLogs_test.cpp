@@ -6,6 +6,14 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <limits>
+#include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 
@@ -53,7 +61,11 @@ TEST(TokenLogs, ReadsAClaudeLineAsBytes) {
 
   // A tool result quoting log text is the person's line; its quotes are escaped.
   EXPECT_EQ(TokenLogs::readClaudeLine(lines[5]).kind, Line::Kind::skip);
-  EXPECT_EQ(TokenLogs::readClaudeLine(lines[6]).usage, (TokenUsage{5, 42, 21000, 350}));  // 200 + 150 written
+  // The written count is the reply's own; its split into 5-minute and 1-hour writes need not add up to it.
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[6]).usage, (TokenUsage{5, 42, 21000, 300}));
+  std::string splitOnly = lines[6];
+  splitOnly.erase(splitOnly.find("\"cache_creation_input_tokens\":300,"), 34);
+  EXPECT_EQ(TokenLogs::readClaudeLine(splitOnly).usage, (TokenUsage{5, 42, 21000, 350}));  // 200 + 150
   EXPECT_EQ(TokenLogs::readClaudeLine(lines[7]).kind, Line::Kind::skip);                  // "<synthetic>"
   auto old = TokenLogs::readClaudeLine(lines[8]);
   EXPECT_EQ(old.kind, Line::Kind::counted);
@@ -75,11 +87,11 @@ TEST_F(TokenLogsTest, CountsAStreamedReplyOnceWithItsMostCompleteLine) {
   EXPECT_EQ(first.filesRead, 1u);
 
   const std::vector<std::string> day{"2025-03-14"};
-  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{3 + 5 + 10, 380 + 42 + 20, 41000, 1350}));
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{3 + 5 + 10, 380 + 42 + 20, 41000, 1300}));
   auto models = ledger.byModel(day);
   ASSERT_EQ(models.size(), 3u);
-  EXPECT_EQ(models[0], (std::pair<std::string, TokenUsage>{"claude-opus-4-1-20250805", {5, 42, 21000, 350}}));
-  EXPECT_EQ(models[1], (std::pair<std::string, TokenUsage>{sonnet, {3, 380, 20000, 1000}}));
+  EXPECT_EQ(models[0], (std::pair<std::string, TokenUsage>{sonnet, {3, 380, 20000, 1000}}));
+  EXPECT_EQ(models[1], (std::pair<std::string, TokenUsage>{"claude-opus-4-1-20250805", {5, 42, 21000, 300}}));
   EXPECT_EQ(models[2].first, "claude-3-5-sonnet-20241022");
   EXPECT_EQ(ledger.replies(), 2u);
 
@@ -94,7 +106,7 @@ TEST_F(TokenLogsTest, CountsAStreamedReplyOnceWithItsMostCompleteLine) {
                              "2025-03-15T00:00:01Z"));
   update();
   EXPECT_EQ(ledger.usage(day).output, 380 + 50 + 20);
-  EXPECT_EQ(ledger.usage(day).cacheWrite, 1350);
+  EXPECT_EQ(ledger.usage(day).cacheWrite, 1300);
   EXPECT_TRUE(ledger.usageOn("2025-03-15").isZero());
   EXPECT_EQ(ledger.replies(), 2u);
 }
@@ -268,11 +280,11 @@ TEST_F(TokenLogsTest, LeavesOldFilesClosedAndDropsWhatFellOutOfTheDays) {
   EXPECT_EQ(ledger.usageOn("2025-03-01").input, 1);
   TokenLogs::update(ledger, UsageTool::claude, {claudeHome()}, since, utc);
   EXPECT_FALSE(ledger.files().count(old.string()));
-  // A deleted file whose figures are within the days keeps them.
+  // A deleted file's figures go with it.
   fs::remove(recent);
   auto last = TokenLogs::update(ledger, UsageTool::claude, {claudeHome()}, since, utc);
   EXPECT_EQ(last.filesRead, 0u);
-  EXPECT_EQ(ledger.usage(TokenLogs::days(7, now, utc)).input, 2);
+  EXPECT_TRUE(ledger.files().empty());
   EXPECT_TRUE(TokenLogs::update(ledger, UsageTool::cursor, {claudeHome()}, since, utc).seen.empty());
 }
 
@@ -321,10 +333,259 @@ TEST_F(TokenLogsTest, ReadsOneSessionsFiles) {
   TokenLogs::updateSession(session, UsageTool::claude, {main, agent, folder / "missing.jsonl"}, utc);
   EXPECT_TRUE(session.found());
   EXPECT_EQ(session.replies(), 3u);
-  EXPECT_EQ(session.total(), (TokenUsage{22, 532, 63000, 1850}));
+  EXPECT_EQ(session.total(), (TokenUsage{22, 532, 63000, 1800}));
   EXPECT_EQ(session.byModel().front().first, sonnet);
   EXPECT_EQ(SessionLedger::fromJSON(session.toJSON()).value(), session);
   EXPECT_EQ(session.toJSON()["found"], true);
+}
+
+// Claude Code 2.x: the model before the id, a reply streamed over three lines, and a
+// sub-agent in the session's own folder whose lines carry no request id.
+const std::string session2 = "7c1d2e3f-5a6b-4c7d-8e9f-0a1b2c3d4e5f";
+const std::string claude2Main = "claude2/projects/-home-dev-shop/" + session2 + ".jsonl";
+const std::string claude2Agent = "claude2/projects/-home-dev-shop/" + session2 + "/subagents/agent-a1b2c3d4.jsonl";
+const std::string haiku = "claude-haiku-4-5-20251001";
+const TokenUsage claude2Sonnet{10, 430, 32000, 2400};
+const TokenUsage claude2Haiku{5, 125, 19500, 1800};
+// Codex: a running session and an archived one.
+const std::string codex2Running = "rollout-2025-11-20T10-00-00-0199a8f1-7d2e-7c30-9b1a-5e6f7a8b9c0d.jsonl";
+const TokenUsage codex2Running20{3000, 230, 1200, 0};
+
+AppPaths::Environment environment(std::map<std::string, std::string> variables) {
+  return [variables = std::move(variables)](const std::string& name) -> std::optional<std::string> {
+    auto found = variables.find(name);
+    if (found == variables.end()) return std::nullopt;
+    return found->second;
+  };
+}
+
+TEST(TokenLogs, FindsTheMessageIdWhereverItStands) {
+  auto lines = fixtureLines(claude2Main);
+  ASSERT_EQ(lines.size(), 7u);
+  auto task = TokenLogs::readClaudeLine(lines[4]);
+  ASSERT_EQ(task.kind, Line::Kind::counted);
+  EXPECT_EQ(task.key(), "msg_01Q1:req_011Q1");
+  EXPECT_EQ(task.model, sonnet);  // not the "haiku" its task names
+  EXPECT_EQ(task.usage, (TokenUsage{4, 310, 15000, 2000}));
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[2]).key(), task.key());
+  EXPECT_EQ(TokenLogs::readClaudeLine(lines[5]).kind, Line::Kind::skip);  // a sub-agent's usage in a tool result
+
+  // The id after the content, whose tool call has an id of its own.
+  auto json = nlohmann::ordered_json::parse(lines[4]);
+  const std::string id = json["message"]["id"];
+  json["message"].erase("id");
+  json["message"]["id"] = id;
+  const std::string idLast = json.dump();
+  ASSERT_LT(idLast.find("toolu_01T"), idLast.find("msg_01Q1"));
+  EXPECT_EQ(TokenLogs::readClaudeLine(idLast).key(), task.key());
+  EXPECT_EQ(TokenLogs::readClaudeLine(idLast).model, sonnet);
+
+  // Without a request id the message id alone is the key.
+  const auto agentLines = fixtureLines(claude2Agent);
+  auto agent = TokenLogs::readClaudeLine(agentLines[2]);
+  EXPECT_TRUE(agent.hasKey());
+  EXPECT_EQ(agent.key(), "msg_01S1");
+  EXPECT_EQ(agent.model, haiku);
+  EXPECT_EQ(agent.usage, (TokenUsage{3, 85, 9000, 1500}));
+}
+
+TEST_F(TokenLogsTest, CountsModelFirstRepliesAndSubagentsOnce) {
+  auto first = TokenLogs::update(ledger, UsageTool::claude, {fixtures / "claude2"}, longAgo, utc);
+  EXPECT_EQ(first.seen.size(), 2u);
+  auto models = ledger.byModel({"2025-11-20"});
+  ASSERT_EQ(models.size(), 2u);
+  EXPECT_EQ(models[0], (std::pair<std::string, TokenUsage>{sonnet, claude2Sonnet}));
+  EXPECT_EQ(models[1], (std::pair<std::string, TokenUsage>{haiku, claude2Haiku}));
+  EXPECT_EQ(ledger.replies(), 4u);
+
+  // The same files as one agent session's.
+  SessionLedger session;
+  TokenLogs::updateSession(session, UsageTool::claude, {fixtures / claude2Main, fixtures / claude2Agent}, utc);
+  EXPECT_EQ(session.replies(), 4u);
+  EXPECT_EQ(session.total(), claude2Sonnet + claude2Haiku);
+
+  // Old and new layouts side by side, a reply of each copied into the other's file.
+  ledger = TokenLedger{};
+  auto old = fixtureLines("claude/streamed.jsonl");
+  append(project("p") / "old.jsonl", old[2] + old[3] + old[4] + fixtureLines(claude2Main)[4]);
+  append(project("p") / "new.jsonl", read(fixtures / claude2Main) + old[4]);
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{3, 380, 20000, 1000}));
+  EXPECT_EQ(ledger.usageOn("2025-11-20"), claude2Sonnet);
+}
+
+TEST_F(TokenLogsTest, WalksAHomeReachedThroughALinkOnce) {
+  const auto home = folder / "home";
+  fs::create_directories(home / ".config");
+  fs::copy(fixtures / "claude2", home / ".claude", fs::copy_options::recursive);
+  fs::create_directory_symlink(home / ".claude", home / ".config" / "claude");
+  fs::copy(fixtures / "codex2", home / ".codex", fs::copy_options::recursive);
+  fs::create_directory_symlink(home / ".codex", home / "codex-again");
+  const auto env = environment({{"HOME", home.string()}, {"CODEX_HOME", "~/.codex,~/codex-again"}});
+
+  auto claude = TokenLogs::update(ledger, UsageTool::claude, env, longAgo, utc);
+  EXPECT_EQ(claude.seen.size(), 2u);
+  EXPECT_EQ(ledger.usageOn("2025-11-20"), claude2Sonnet + claude2Haiku);
+  TokenLedger codex;
+  auto codexUpdate = TokenLogs::update(codex, UsageTool::codex, env, longAgo, utc);
+  EXPECT_EQ(codexUpdate.seen.size(), 2u);
+  EXPECT_EQ(codex.usageOn("2025-11-20"), codex2Running20);
+  EXPECT_EQ(codex.usageOn("2025-11-19"), (TokenUsage{500, 20, 0, 0}));
+}
+
+TEST_F(TokenLogsTest, AnArchivedCodexSessionCountsOnce) {
+  fs::copy(fixtures / "codex2", codexHome(), fs::copy_options::recursive);
+  const auto running = codexHome() / "sessions" / "2025" / "11" / "20" / codex2Running;
+  const auto archived = codexHome() / "archived_sessions" / codex2Running;
+  update(UsageTool::codex);
+  EXPECT_EQ(ledger.usageOn("2025-11-20"), codex2Running20);
+  EXPECT_EQ(ledger.usageOn("2025-11-19"), (TokenUsage{500, 20, 0, 0}));
+
+  // Codex moves a finished session: the same log under another folder, not read again.
+  fs::rename(running, archived);
+  auto moved = update(UsageTool::codex);
+  EXPECT_EQ(moved.filesRead, 0u);
+  EXPECT_EQ(ledger.usageOn("2025-11-20"), codex2Running20);
+  EXPECT_FALSE(ledger.files().count(running.string()));
+  EXPECT_TRUE(ledger.files().count(archived.string()));
+
+  // Written on after the move, only the growth counts.
+  append(archived,
+         R"({"timestamp":"2025-11-20T10:09:05.000Z","type":"event_msg","payload":{"type":"token_count","info":{"total_token_usage":{"input_tokens":4700,"cached_input_tokens":1300,"output_tokens":260,"reasoning_output_tokens":0,"total_tokens":4960},"last_token_usage":{"input_tokens":500,"cached_input_tokens":100,"output_tokens":30,"reasoning_output_tokens":0,"total_tokens":530},"model_context_window":272000},"rate_limits":null}})"
+         "\n");
+  auto grown = update(UsageTool::codex);
+  EXPECT_EQ(grown.filesRead, 1u);
+  EXPECT_EQ(ledger.usageOn("2025-11-20"), (codex2Running20 + TokenUsage{400, 30, 100, 0}));
+
+  // Moved again, into another day's folder: still the same log.
+  const auto back = codexHome() / "sessions" / "2025" / "11" / "21" / codex2Running;
+  fs::create_directories(back.parent_path());
+  fs::rename(archived, back);
+  EXPECT_EQ(update(UsageTool::codex).filesRead, 0u);
+  EXPECT_EQ(ledger.usageOn("2025-11-20"), (codex2Running20 + TokenUsage{400, 30, 100, 0}));
+  EXPECT_EQ(ledger.files().size(), 2u);
+
+  // Gone, its figures go.
+  fs::remove(back);
+  update(UsageTool::codex);
+  EXPECT_TRUE(ledger.usageOn("2025-11-20").isZero());
+  EXPECT_EQ(ledger.files().size(), 1u);
+}
+
+TEST_F(TokenLogsTest, ACopiedReplyOutlivesTheFileThatBookedIt) {
+  auto lines = fixtureLines("claude/streamed.jsonl");
+  const auto first = project("-home-dev-shop") / "first.jsonl";
+  const auto resumed = project("-home-dev-shop") / "resumed.jsonl";
+  append(first, lines[1] + lines[2] + lines[3] + lines[4]);  // the prompt and msg_01AAA, whole
+  update();
+  append(resumed, read(fixtures / "claude/resumed.jsonl"));  // msg_01AAA again, then its own
+  update();
+  const TokenUsage copied{3, 380, 20000, 1000}, own{4, 90, 22000, 500};
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), copied);
+  EXPECT_EQ(ledger.usageOn("2025-03-15"), own);
+
+  // The first file is written again, shorter and without the reply: the copy counts it now.
+  replace(first, lines[1]);
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), copied);
+  EXPECT_EQ(ledger.usageOn("2025-03-15"), own);
+  EXPECT_EQ(ledger.replies(), 2u);
+
+  // Through the cache; then the reply comes back to the first file, and the second file goes.
+  ledger = TokenLedger::fromJSON(nlohmann::json::parse(ledger.toJSON().dump())).value();
+  append(first, lines[2] + lines[3] + lines[4]);
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), copied);
+  fs::remove(resumed);
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), copied);
+  EXPECT_TRUE(ledger.usageOn("2025-03-15").isZero());
+  EXPECT_EQ(ledger.replies(), 1u);
+}
+
+TEST_F(TokenLogsTest, SumsStopAtTheLargestCount) {
+  constexpr int64_t huge = 9'000'000'000'000'000'000;
+  constexpr int64_t most = std::numeric_limits<int64_t>::max();
+  append(project("p") / "s.jsonl",
+         assistantLine("msg_1", "req_1", sonnet, {huge, huge, 0, 0}, "2025-03-14T10:00:00Z") +
+             assistantLine("msg_2", "req_2", sonnet, {huge, 1, 0, 0}, "2025-03-14T11:00:00Z") +
+             assistantLine("msg_3", "req_3", sonnet, {huge, 0, 0, 0}, "2025-03-15T11:00:00Z"));
+  update();
+  const TokenUsage day = ledger.usageOn("2025-03-14");
+  EXPECT_EQ(day.input, most);
+  EXPECT_EQ(day.output, huge + 1);
+  EXPECT_EQ(day.total(), most);
+  EXPECT_EQ(ledger.usage({"2025-03-14", "2025-03-15"}).input, most);
+  EXPECT_EQ(ledger.byModel().front().second.input, most);
+}
+
+// Sets TZ for one test and puts the old value back.
+struct ZoneForTest {
+  std::optional<std::string> saved;
+  ZoneForTest() {
+    if (const char* value = getenv("TZ")) saved = value;
+  }
+  ~ZoneForTest() {
+    if (saved) setenv("TZ", saved->c_str(), 1);
+    else unsetenv("TZ");
+    tzset();
+  }
+};
+
+TEST_F(TokenLogsTest, DayKeysFollowAZoneChangedWhileRunning) {
+  ZoneForTest zone;
+  setenv("TZ", "UTC0", 1);
+  tzset();
+  const auto local = DayCalendar::local();
+  const Date late = *parseISO8601("2025-03-14T23:30:00Z");
+  EXPECT_EQ(TokenLogs::day(late, local), "2025-03-14");
+
+  // Changed in the environment; nothing here calls tzset.
+  setenv("TZ", "JST-9", 1);
+  EXPECT_EQ(TokenLogs::day(late, local), "2025-03-15");
+  EXPECT_EQ(TokenLogs::days(2, late, local), (std::vector<std::string>{"2025-03-14", "2025-03-15"}));
+  EXPECT_EQ(TokenLogs::start(1, late, local), parseISO8601("2025-03-14T15:00:00Z"));
+  append(project("p") / "s.jsonl", assistantLine("msg_1", "req_1", sonnet, {1, 0, 0, 0}, "2025-03-14T23:30:00Z"));
+  update(UsageTool::claude, local);
+  EXPECT_EQ(ledger.usageOn("2025-03-15").input, 1);
+}
+
+// The system's zone is the file /etc/localtime; a child with a mount namespace of its own
+// puts other zones' files over it, as a change of the system's zone does.
+TEST(TokenLogs, DayKeysFollowTheSystemZoneFileWhileRunning) {
+  const fs::path tokyo = "/usr/share/zoneinfo/Asia/Tokyo", newYork = "/usr/share/zoneinfo/America/New_York";
+  if (!fs::exists(tokyo) || !fs::exists(newYork) || !fs::exists("/etc/localtime"))
+    GTEST_SKIP() << "no zone files on this system";
+  int results[2];
+  ASSERT_EQ(::pipe(results), 0);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ::close(results[0]);
+    const auto fail = [](int code) { ::_exit(code); };
+    if (::unshare(CLONE_NEWNS) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) fail(77);
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) fail(77);
+    ::unsetenv("TZ");
+    if (::mount(tokyo.c_str(), "/etc/localtime", nullptr, MS_BIND, nullptr) != 0) fail(77);
+    ::tzset();
+    const auto local = DayCalendar::local();
+    const Date late = *parseISO8601("2025-03-14T23:30:00Z");
+    std::string keys = TokenLogs::day(late, local);
+    if (::mount(newYork.c_str(), "/etc/localtime", nullptr, MS_BIND, nullptr) != 0) fail(77);
+    keys += " " + TokenLogs::day(late, local);
+    if (::write(results[1], keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) fail(1);
+    ::_exit(0);
+  }
+  ::close(results[1]);
+  char buffer[64] = {};
+  const ssize_t n = ::read(results[0], buffer, sizeof buffer - 1);
+  ::close(results[0]);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no mount namespace for this user";
+  ASSERT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(std::string(buffer, n > 0 ? static_cast<size_t>(n) : 0), "2025-03-15 2025-03-14");
 }
 
 TEST(TokenLogs, ShortensModelNames) {

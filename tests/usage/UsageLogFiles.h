@@ -8,11 +8,21 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
 #include "OmniraCore/usage/TokenUsage.h"
+
+namespace omnira {
+
+// Failures show the four counts, not the bytes.
+inline void PrintTo(const TokenUsage& usage, std::ostream* out) {
+  *out << "{" << usage.input << ", " << usage.output << ", " << usage.cacheRead << ", " << usage.cacheWrite << "}";
+}
+
+}  // namespace omnira
 
 namespace omnira::usage_testing {
 
