@@ -127,7 +127,7 @@ SamplingLoop::Conditions MonitorStore::conditions() const {
 }
 
 std::optional<double> MonitorStore::refreshSetting() const {
-  return static_cast<double>(settings_.integer(SettingsKeys::refreshSeconds));
+  return settings_.number(SettingsKeys::refreshSeconds);
 }
 
 void MonitorStore::step() {
