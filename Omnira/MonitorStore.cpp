@@ -167,11 +167,23 @@ void MonitorStore::received(const SamplingResult& result) {
   inFlight_ = false;
   if (result.primed) {
     if (assign(isPrimed_, true)) emit isPrimedChanged();
+  } else if (result.system.sleptSeconds > 0) {
+    resumed(result.system.sleptSeconds);
+    return;
   } else {
     refresh(result);
     lastTickEnd_ = BootClockTimer::now();
   }
   step();
+}
+
+void MonitorStore::resumed(double sleptSeconds) {
+  // Nothing of this tick is booked: its figures would spread the last awake seconds over
+  // the whole sleep. Both samplers take a new baseline, as at start, and the app rows are
+  // measured afresh on the tick after it.
+  spdlog::info("The computer slept for {:.0f} s; measuring afresh.", sleptSeconds);
+  if (assign(isPrimed_, false)) emit isPrimedChanged();
+  restartLoop();
 }
 
 void MonitorStore::rearmSleep() {
@@ -257,12 +269,15 @@ void MonitorStore::publishGroups(std::vector<AppGroup> groups, Date at) {
     it = points.empty() ? groupHistory_.erase(it) : std::next(it);
   }
   emit groupHistoryChanged();
-
-  AppGroups listed;
-  listed.reserve(groups.size());
-  for (const auto& group : groups)
-    if (showsSystemInLists_ || group.kind != GroupKind::system) listed.push_back(group);
   allGroups_ = std::move(groups);
+  listGroups();
+}
+
+void MonitorStore::listGroups() {
+  AppGroups listed;
+  listed.reserve(allGroups_.size());
+  for (const auto& group : allGroups_)
+    if (showsSystemInLists_ || group.kind != GroupKind::system) listed.push_back(group);
   if (assign(groups_, std::move(listed))) emit groupsChanged();
 }
 
@@ -300,7 +315,8 @@ void MonitorStore::applySettings(const Settings& settings) {
   settings_ = settings;
   if (assign(showsSystemInLists_, settings_.boolean(SettingsKeys::showsSystemInLists))) {
     emit showsSystemInListsChanged();
-    publishGroups(allGroups_, system_ ? system_->timestamp : std::chrono::system_clock::now());
+    // Only the list changes: the chart points were taken at the last tick.
+    listGroups();
   }
   if (oldRefresh != refreshSetting() || oldSpan != historySpan()) {
     const size_t limit = static_cast<size_t>(std::max(1, HistorySpans::samples(historySpan(), refreshSetting())));

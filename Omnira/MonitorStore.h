@@ -184,8 +184,10 @@ class MonitorStore : public QObject {
   void send(SamplingRequest request);
   void received(const SamplingResult& result);
   void refresh(const SamplingResult& result);
+  void resumed(double sleptSeconds);
   void publishSystem(const SystemSample& sample, Date at);
   void publishGroups(std::vector<AppGroup> groups, Date at);
+  void listGroups();
   void recordHistory(const SystemSample& sample, Date at);
   void runInsights(const SystemSample& sample, Date at);
   void rearmSleep();
