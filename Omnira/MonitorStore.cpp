@@ -60,6 +60,9 @@ void MonitorStore::start() {
   connect(worker_, &SamplingWorker::sampled, this, &MonitorStore::received, Qt::QueuedConnection);
   workerThread_.setObjectName("Omnira sampler");
   workerThread_.start(QThread::LowPriority);
+  insightsWatcher_ = std::make_unique<SavedFileWatcher>(options_.paths.dataFile(insightsFile));
+  connect(insightsWatcher_.get(), &SavedFileWatcher::changed, this, &MonitorStore::reloadInsights);
+  saveInsights();  // strain that a run which crashed left in the file is not ours
   restartLoop();
 }
 
@@ -95,6 +98,7 @@ void MonitorStore::stop() {
   workerThread_.quit();
   workerThread_.wait();
   worker_ = nullptr;
+  insightsWatcher_.reset();
 
   if (history_) {
     if (auto row = readings_.close()) {
@@ -205,8 +209,10 @@ void MonitorStore::refresh(const SamplingResult& result) {
   // Strain: no temperature sensors are read yet, so the temperature test stays off.
   const double hotCelsius = settings_.number(SettingsKeys::insightHotCelsius);
   if (strainTracker_.note(Strain::kinds(sample, std::nullopt, hotCelsius), at) &&
-      assign(strainSince_, strainTracker_.since()))
+      assign(strainSince_, strainTracker_.since())) {
     emit strainSinceChanged();
+    saveInsights();  // `omnira insights` and `omnira snapshot` show it from there
+  }
   if (history_) {
     if (auto row = readings_.record(sample, ReadingsRecorder::Tick{}, at)) {
       if (auto written = history_->writeReading(*row); !written)
@@ -353,25 +359,62 @@ void MonitorStore::requestDetails(const std::string& requester, ProcessDetails d
 }
 
 void MonitorStore::noteInsights(const std::vector<Insight>& fresh) {
-  if (!worthALook_.note(fresh)) return;
-  emit insightsChanged();
-  emit pinnedInsightIDsChanged();
+  if (fresh.empty()) return;
+  unsavedInsights_.insert(unsavedInsights_.end(), fresh.begin(), fresh.end());
+  WorthALook next = worthALook_;
+  next.note(fresh);
+  adoptInsights(std::move(next));
   saveInsights();
   emit insightsRaised(fresh);
 }
 
 void MonitorStore::clearInsights() {
-  const auto before = worthALook_.insights().size();
-  worthALook_.clear();
-  if (worthALook_.insights().size() == before) return;
-  emit insightsChanged();
-  saveInsights();
+  changeInsights([](WorthALook& list) { list.clear(); });
 }
 
 void MonitorStore::togglePin(const UUID& id) {
-  if (!worthALook_.togglePin(id)) return;
-  emit pinnedInsightIDsChanged();
-  saveInsights();
+  changeInsights([&](WorthALook& list) { list.togglePin(id); });
+}
+
+void MonitorStore::changeInsights(const std::function<void(WorthALook&)>& change) {
+  // The file, not our copy, is where a change starts: `omnira insights` may have pinned or
+  // dismissed something since we last read it.
+  const StrainSince strain = stopped_ ? StrainSince{} : strainSince_;
+  auto apply = [&](WorthALook& list) {
+    list.note(unsavedInsights_);
+    list.setStrain(strain);
+    if (change) change(list);
+  };
+  auto updated = WorthALook::update(options_.paths.dataFile(insightsFile), apply, &worthALook_);
+  if (!updated) {
+    spdlog::warn("Could not save the insights: {}", updated.error().message);
+    WorthALook next = worthALook_;
+    apply(next);
+    adoptInsights(std::move(next));
+    return;
+  }
+  unsavedInsights_.clear();
+  adoptInsights(std::move(*updated));
+}
+
+void MonitorStore::reloadInsights() {
+  if (stopped_) return;
+  auto loaded = WorthALook::load(options_.paths.dataFile(insightsFile));
+  if (!loaded) {
+    spdlog::warn("Keeping the insights read before: {}", loaded.error().message);
+    return;
+  }
+  loaded->note(unsavedInsights_);
+  adoptInsights(std::move(*loaded));
+}
+
+void MonitorStore::adoptInsights(WorthALook next) {
+  next.setStrain(strainSince_);  // ours is the live one; the file's is only ever shown
+  const bool listChanged = next.insights() != worthALook_.insights();
+  const bool pinsChanged = next.pinned() != worthALook_.pinned();
+  worthALook_ = std::move(next);
+  if (listChanged) emit insightsChanged();
+  if (pinsChanged) emit pinnedInsightIDsChanged();
 }
 
 void MonitorStore::saveLedger() {
@@ -380,10 +423,7 @@ void MonitorStore::saveLedger() {
     spdlog::warn("Could not save the usage ledger: {}", saved.error().message);
 }
 
-void MonitorStore::saveInsights() {
-  if (auto saved = worthALook_.save(options_.paths.dataFile(insightsFile)); !saved)
-    spdlog::warn("Could not save the insights: {}", saved.error().message);
-}
+void MonitorStore::saveInsights() { changeInsights({}); }
 
 void MonitorStore::saveLiveHistory() {
   LiveHistory live;

@@ -16,6 +16,7 @@
 #include "OmniraCore/platform/linux/LinuxSystemSource.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 #include "tests/Omnira/QtTestApp.h"
+#include "tests/cli/CommandRun.h"
 
 namespace omnira {
 namespace {
@@ -101,7 +102,7 @@ class StoreTest : public ::testing::Test {
   }
 
   fs::path root_;
-  fs::path data_;
+  fs::path data_;  // where the omnira command finds it too
   std::shared_ptr<std::atomic<uint64_t>> sleptNs_ = std::make_shared<std::atomic<uint64_t>>(0);
   std::unique_ptr<MonitorStore> store_;
   int ticks_ = 0;
@@ -160,6 +161,64 @@ TEST_F(StoreTest, ShowingTheSystemGroupChangesTheListButNotTheCharts) {
   store.applySettings(Settings::load(root_ / "config" / "settings.json"));
   EXPECT_EQ(store.groups().size(), listedBefore);
   EXPECT_EQ(points(), charts);
+}
+
+Insight insight(const std::string& id, const std::string& title) {
+  Insight i;
+  i.id = *UUID::parse(id);
+  i.date = std::chrono::system_clock::now() - std::chrono::minutes(5);
+  i.kind = Insight::Kind::networkBurst;
+  i.appID = "exec:/usr/bin/curl";
+  i.appName = "curl";
+  i.title = title;
+  i.detail = "1.2 GB over the network in the last 10 minutes.";
+  return i;
+}
+
+TEST_F(StoreTest, ADismissalWithTheCommandReachesTheRunningStoreAndStays) {
+  const UUID kept = *UUID::parse("11111111-0000-4000-8000-000000000001");
+  const UUID dismissed = *UUID::parse("22222222-0000-4000-8000-000000000002");
+  WorthALook before;
+  before.note({insight(kept.string(), "curl is moving a lot of data"),
+               insight(dismissed.string(), "wget is moving a lot of data")});
+  ASSERT_TRUE(before.save(data_ / "insights.json"));
+
+  auto& store = start(R"({"refreshSeconds": 1})");
+  ASSERT_TRUE(runTicks(1));
+  ASSERT_EQ(store.insights().size(), 2u);
+
+  const auto command = [&](const std::string& arguments) {
+    return testing::runShell("XDG_DATA_HOME='" + (root_ / "data").string() + "' XDG_CONFIG_HOME='" +
+                             (root_ / "config").string() + "' " + OMNIRA_CLI_PATH + " insights " + arguments +
+                             " 2>&1");
+  };
+  auto done = command("dismiss 2222");
+  ASSERT_EQ(done.status, 0) << done.out;
+  done = command("pin 1111");
+  ASSERT_EQ(done.status, 0) << done.out;
+
+  // The store saves before it has heard of the change: what the person did stays done.
+  store.saveInsights();
+  auto onDisk = WorthALook::load(data_ / "insights.json");
+  ASSERT_TRUE(onDisk) << onDisk.error().message;
+  ASSERT_EQ(onDisk->insights().size(), 1u);
+  EXPECT_EQ(onDisk->insights()[0].id, kept);
+  EXPECT_TRUE(onDisk->isPinned(kept));
+
+  // And it follows the file, as it follows the settings.
+  EXPECT_TRUE(runUntil([&] { return store.insights().size() == 1; }));
+  EXPECT_EQ(store.insights()[0].id, kept);
+  EXPECT_TRUE(store.isPinned(kept));
+
+  ASSERT_EQ(command("dismiss --all").status, 0);  // the pinned one stays
+  ASSERT_EQ(command("unpin 1111").status, 0);
+  EXPECT_TRUE(runUntil([&] { return store.pinnedInsightIDs().empty(); }));
+  store.stop();
+  onDisk = WorthALook::load(data_ / "insights.json");
+  ASSERT_TRUE(onDisk);
+  EXPECT_EQ(onDisk->insights().size(), 1u);
+  EXPECT_TRUE(onDisk->pinned().empty());
+  EXPECT_TRUE(onDisk->strain().empty());  // a stopped Omnira watches no strain
 }
 
 }  // namespace
