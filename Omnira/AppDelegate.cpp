@@ -112,7 +112,8 @@ void AppDelegate::listenForStopSignals() {
 
 void AppDelegate::printTick() {
   if (!store_->system()) return;
-  std::fputs((TickLine::format(*store_->system(), store_->groups(), store_->system()->timestamp) + "\n").c_str(), stdout);
+  std::fputs((TickLine::format(*store_->system(), store_->groups(), store_->strainSince(),
+                               store_->system()->timestamp) + "\n").c_str(), stdout);
   std::fflush(stdout);
 }
 

@@ -60,6 +60,9 @@ void MonitorStore::start() {
   connect(worker_, &SamplingWorker::sampled, this, &MonitorStore::received, Qt::QueuedConnection);
   workerThread_.setObjectName("Omnira sampler");
   workerThread_.start(QThread::LowPriority);
+  insightsWatcher_ = std::make_unique<SavedFileWatcher>(options_.paths.dataFile(insightsFile));
+  connect(insightsWatcher_.get(), &SavedFileWatcher::changed, this, &MonitorStore::reloadInsights);
+  saveInsights();  // strain that a run which crashed left in the file is not ours
   restartLoop();
 }
 
@@ -95,6 +98,7 @@ void MonitorStore::stop() {
   workerThread_.quit();
   workerThread_.wait();
   worker_ = nullptr;
+  insightsWatcher_.reset();
 
   followHistory();
   if (history_) {
@@ -128,7 +132,7 @@ SamplingLoop::Conditions MonitorStore::conditions() const {
 }
 
 std::optional<double> MonitorStore::refreshSetting() const {
-  return static_cast<double>(settings_.integer(SettingsKeys::refreshSeconds));
+  return settings_.number(SettingsKeys::refreshSeconds);
 }
 
 void MonitorStore::step() {
@@ -168,11 +172,23 @@ void MonitorStore::received(const SamplingResult& result) {
   inFlight_ = false;
   if (result.primed) {
     if (assign(isPrimed_, true)) emit isPrimedChanged();
+  } else if (result.system.sleptSeconds > 0) {
+    resumed(result.system.sleptSeconds);
+    return;
   } else {
     refresh(result);
     lastTickEnd_ = BootClockTimer::now();
   }
   step();
+}
+
+void MonitorStore::resumed(double sleptSeconds) {
+  // Nothing of this tick is booked: its figures would spread the last awake seconds over
+  // the whole sleep. Both samplers take a new baseline, as at start, and the app rows are
+  // measured afresh on the tick after it.
+  spdlog::info("The computer slept for {:.0f} s; measuring afresh.", sleptSeconds);
+  if (assign(isPrimed_, false)) emit isPrimedChanged();
+  restartLoop();
 }
 
 void MonitorStore::rearmSleep() {
@@ -195,8 +211,10 @@ void MonitorStore::refresh(const SamplingResult& result) {
   // Strain: no temperature sensors are read yet, so the temperature test stays off.
   const double hotCelsius = settings_.number(SettingsKeys::insightHotCelsius);
   if (strainTracker_.note(Strain::kinds(sample, std::nullopt, hotCelsius), at) &&
-      assign(strainSince_, strainTracker_.since()))
+      assign(strainSince_, strainTracker_.since())) {
     emit strainSinceChanged();
+    saveInsights();  // `omnira insights` and `omnira snapshot` show it from there
+  }
   if (history_) {
     if (auto row = readings_.record(sample, ReadingsRecorder::Tick{}, at)) {
       if (auto written = history_->writeReading(*row); !written)
@@ -260,12 +278,15 @@ void MonitorStore::publishGroups(std::vector<AppGroup> groups, Date at) {
     it = points.empty() ? groupHistory_.erase(it) : std::next(it);
   }
   emit groupHistoryChanged();
-
-  AppGroups listed;
-  listed.reserve(groups.size());
-  for (const auto& group : groups)
-    if (showsSystemInLists_ || group.kind != GroupKind::system) listed.push_back(group);
   allGroups_ = std::move(groups);
+  listGroups();
+}
+
+void MonitorStore::listGroups() {
+  AppGroups listed;
+  listed.reserve(allGroups_.size());
+  for (const auto& group : allGroups_)
+    if (showsSystemInLists_ || group.kind != GroupKind::system) listed.push_back(group);
   if (assign(groups_, std::move(listed))) emit groupsChanged();
 }
 
@@ -291,10 +312,11 @@ void MonitorStore::followHistory() {
   liveLedger_ = UsageLedger();
   if (assign(ledger_, liveLedger_)) emit ledgerChanged();
   saveLedger();
-  worthALook_ = WorthALook();
-  emit insightsChanged();
-  emit pinnedInsightIDsChanged();
-  saveInsights();
+  unsavedInsights_.clear();
+  changeInsights([strain = strainSince_](WorthALook& list) {
+    list = WorthALook();
+    list.setStrain(strain);
+  });
 }
 
 void MonitorStore::runInsights(const SystemSample& sample, Date at) {
@@ -323,7 +345,8 @@ void MonitorStore::applySettings(const Settings& settings) {
   settings_ = settings;
   if (assign(showsSystemInLists_, settings_.boolean(SettingsKeys::showsSystemInLists))) {
     emit showsSystemInListsChanged();
-    publishGroups(allGroups_, system_ ? system_->timestamp : std::chrono::system_clock::now());
+    // Only the list changes: the chart points were taken at the last tick.
+    listGroups();
   }
   if (oldRefresh != refreshSetting() || oldSpan != historySpan()) {
     const size_t limit = static_cast<size_t>(std::max(1, HistorySpans::samples(historySpan(), refreshSetting())));
@@ -360,25 +383,62 @@ void MonitorStore::requestDetails(const std::string& requester, ProcessDetails d
 }
 
 void MonitorStore::noteInsights(const std::vector<Insight>& fresh) {
-  if (!worthALook_.note(fresh)) return;
-  emit insightsChanged();
-  emit pinnedInsightIDsChanged();
+  if (fresh.empty()) return;
+  unsavedInsights_.insert(unsavedInsights_.end(), fresh.begin(), fresh.end());
+  WorthALook next = worthALook_;
+  next.note(fresh);
+  adoptInsights(std::move(next));
   saveInsights();
   emit insightsRaised(fresh);
 }
 
 void MonitorStore::clearInsights() {
-  const auto before = worthALook_.insights().size();
-  worthALook_.clear();
-  if (worthALook_.insights().size() == before) return;
-  emit insightsChanged();
-  saveInsights();
+  changeInsights([](WorthALook& list) { list.clear(); });
 }
 
 void MonitorStore::togglePin(const UUID& id) {
-  if (!worthALook_.togglePin(id)) return;
-  emit pinnedInsightIDsChanged();
-  saveInsights();
+  changeInsights([&](WorthALook& list) { list.togglePin(id); });
+}
+
+void MonitorStore::changeInsights(const std::function<void(WorthALook&)>& change) {
+  // The file, not our copy, is where a change starts: `omnira insights` may have pinned or
+  // dismissed something since we last read it.
+  const StrainSince strain = stopped_ ? StrainSince{} : strainSince_;
+  auto apply = [&](WorthALook& list) {
+    list.note(unsavedInsights_);
+    list.setStrain(strain);
+    if (change) change(list);
+  };
+  auto updated = WorthALook::update(options_.paths.dataFile(insightsFile), apply, &worthALook_);
+  if (!updated) {
+    spdlog::warn("Could not save the insights: {}", updated.error().message);
+    WorthALook next = worthALook_;
+    apply(next);
+    adoptInsights(std::move(next));
+    return;
+  }
+  unsavedInsights_.clear();
+  adoptInsights(std::move(*updated));
+}
+
+void MonitorStore::reloadInsights() {
+  if (stopped_) return;
+  auto loaded = WorthALook::load(options_.paths.dataFile(insightsFile));
+  if (!loaded) {
+    spdlog::warn("Keeping the insights read before: {}", loaded.error().message);
+    return;
+  }
+  loaded->note(unsavedInsights_);
+  adoptInsights(std::move(*loaded));
+}
+
+void MonitorStore::adoptInsights(WorthALook next) {
+  next.setStrain(strainSince_);  // ours is the live one; the file's is only ever shown
+  const bool listChanged = next.insights() != worthALook_.insights();
+  const bool pinsChanged = next.pinned() != worthALook_.pinned();
+  worthALook_ = std::move(next);
+  if (listChanged) emit insightsChanged();
+  if (pinsChanged) emit pinnedInsightIDsChanged();
 }
 
 void MonitorStore::saveLedger() {
@@ -387,10 +447,7 @@ void MonitorStore::saveLedger() {
     spdlog::warn("Could not save the usage ledger: {}", saved.error().message);
 }
 
-void MonitorStore::saveInsights() {
-  if (auto saved = worthALook_.save(options_.paths.dataFile(insightsFile)); !saved)
-    spdlog::warn("Could not save the insights: {}", saved.error().message);
-}
+void MonitorStore::saveInsights() { changeInsights({}); }
 
 void MonitorStore::saveLiveHistory() {
   LiveHistory live;

@@ -15,6 +15,7 @@
 #include <QObject>
 #include <QThread>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -27,7 +28,8 @@
 #include "Omnira/LiveHistory.h"
 #include "Omnira/SamplingSchedule.h"
 #include "Omnira/SamplingWorker.h"
-#include "Omnira/WorthALook.h"
+#include "Omnira/SavedFileWatcher.h"
+#include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/foundation/AppPaths.h"
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/foundation/Settings.h"
@@ -52,7 +54,6 @@ using AppGroups = std::vector<AppGroup>;
 using GroupHistory = std::map<std::string, std::vector<GroupPoint>>;
 using Insights = std::vector<Insight>;
 using InsightIDs = std::set<UUID>;
-using StrainSince = std::map<StrainKind, Date>;
 using OptionalFlag = std::optional<bool>;
 
 class MonitorStore : public QObject {
@@ -145,6 +146,7 @@ class MonitorStore : public QObject {
   void togglePin(const UUID& id);
   bool isPinned(const UUID& id) const { return worthALook_.isPinned(id); }
   void saveLedger();
+  // Writes new insights and the strain into the file, on top of what it says now.
   void saveInsights();
   void saveLiveHistory();
   Result<HistoryExport::Files, HistoryExport::Failure> exportHistory(const std::filesystem::path& folder, Date since);
@@ -184,8 +186,10 @@ class MonitorStore : public QObject {
   void send(SamplingRequest request);
   void received(const SamplingResult& result);
   void refresh(const SamplingResult& result);
+  void resumed(double sleptSeconds);
   void publishSystem(const SystemSample& sample, Date at);
   void publishGroups(std::vector<AppGroup> groups, Date at);
+  void listGroups();
   void recordHistory(const SystemSample& sample, TickGroups freshness, Date at);
   // The history was deleted (here or by `omnira history delete --all`): drops what is held
   // from before it, so it is not written back.
@@ -195,6 +199,9 @@ class MonitorStore : public QObject {
   SamplingLoop::Conditions conditions() const;
   std::optional<double> refreshSetting() const;
   void loadSavedState();
+  void changeInsights(const std::function<void(WorthALook&)>& change);
+  void reloadInsights();
+  void adoptInsights(WorthALook next);
 
   Options options_;
   Settings settings_;
@@ -212,6 +219,8 @@ class MonitorStore : public QObject {
   UsageLedger liveLedger_;
   std::optional<Date> ledgerPublishedAt_;
   WorthALook worthALook_;
+  std::vector<Insight> unsavedInsights_;  // raised but not yet in the file
+  std::unique_ptr<SavedFileWatcher> insightsWatcher_;
   bool powerIsEstimated_ = false;
   OptionalFlag hasGPUReading_, hasNeuralEngine_, hasBattery_;
   StrainSince strainSince_;

@@ -79,7 +79,8 @@ bool SamplingSchedule::savesLedger(std::optional<Date> savedAt, Date now, bool o
 double SamplingSchedule::coalescedDeadline(double target, double tolerance) {
   if (!(tolerance > 0)) return target;
   for (double grid : {1.0, 0.5, 0.25, 0.1}) {
-    const double candidate = std::ceil((target - tolerance) / grid) * grid;
+    // Rounding may land a hair before the target; a wake-up may only come late.
+    const double candidate = std::max(target, std::ceil(target / grid) * grid);
     if (candidate <= target + tolerance) return candidate;
   }
   return target;

@@ -58,9 +58,10 @@ struct SamplingSchedule {
   static bool publishesLedger(std::optional<Date> publishedAt, Date now);
   static bool savesLedger(std::optional<Date> savedAt, Date now, bool onBattery);
 
-  // A wake-up time within [target − tolerance, target + tolerance] that lies on the
-  // coarsest round boundary (1 s, 0.5 s, 0.25 s, 0.1 s) the window holds, so that wake-ups
-  // of this and other programs fall together. Times are seconds of one clock.
+  // A wake-up time within [target, target + tolerance] that lies on the coarsest round
+  // boundary (1 s, 0.5 s, 0.25 s, 0.1 s) the window holds, so that wake-ups of this and
+  // other programs fall together; never before the target, so no sleep is cut short.
+  // Times are seconds of one clock.
   static double coalescedDeadline(double target, double tolerance);
 };
 

@@ -17,7 +17,8 @@ std::optional<AppGroup> TickLine::topApp(const std::vector<AppGroup>& groups) {
   return *top;
 }
 
-std::string TickLine::format(const SystemSample& system, const std::vector<AppGroup>& groups, Date at) {
+std::string TickLine::format(const SystemSample& system, const std::vector<AppGroup>& groups,
+                             const StrainSince& strain, Date at) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
   std::tm local{};
   localtime_r(&seconds, &local);
@@ -28,6 +29,7 @@ std::string TickLine::format(const SystemSample& system, const std::vector<AppGr
                                  static_cast<double>(system.memoryTotal) / gigabyte,
                                  memoryPressureName(system.pressure));
   if (auto top = topApp(groups)) line += fmt::format("  Top {} {:.1f}%", top->name, top->cpuPercent());
+  if (const auto strained = WorthALook::strainLine(strain, at); !strained.empty()) line += "  " + strained;
   return line;
 }
 

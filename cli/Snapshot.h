@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/sampling/AppGroup.h"
 #include "OmniraCore/sampling/SystemSample.h"
 
@@ -15,12 +16,13 @@ struct Snapshot {
   SystemSample system;
   std::vector<AppGroup> groups;  // sorted by memory, largest first
   size_t unmeasuredProcesses = 0;
+  StrainSince strain;  // filled by the caller, which knows the data folder
 };
 
 // Primes the samplers, waits a second, samples again and groups.
 Snapshot takeSnapshot();
 
-// {"system": <sample as persisted>, "groups": [...]}
+// {"system": <sample as persisted>, "strain": {"memory": "<since>"}, "groups": [...]}
 nlohmann::ordered_json snapshotJSON(const Snapshot& snapshot);
 // What a person reads at a glance; `topApps` rows of apps at most.
 std::string snapshotText(const Snapshot& snapshot, size_t topApps);

@@ -56,6 +56,8 @@ std::string snapshotText(const Snapshot& snap, size_t topApps) {
   line("Network", fmt::format("in {} · out {}", rate(s.networkInBytesPerSec), rate(s.networkOutBytesPerSec)));
   line("Battery", s.battery ? batteryLine(*s.battery) : std::string("none"));
   line("Uptime", duration(s.uptime));
+  const std::string strain = WorthALook::strainLine(snap.strain, s.timestamp);
+  line("Strain", strain.empty() ? std::string("none") : strain.substr(strain.find(' ') + 1));
 
   size_t apps = 0, processes = 0;
   for (const auto& g : snap.groups) processes += g.processCount();
@@ -80,6 +82,8 @@ std::string snapshotText(const Snapshot& snap, size_t topApps) {
 nlohmann::ordered_json snapshotJSON(const Snapshot& snap) {
   nlohmann::ordered_json out = nlohmann::ordered_json::object();
   out["system"] = snap.system.toJSON();
+  out["strain"] = nlohmann::ordered_json::object();
+  for (const auto& [kind, since] : snap.strain) out["strain"][std::string(rawValue(kind))] = formatISO8601(since);
   auto groups = nlohmann::ordered_json::array();
   for (const auto& g : snap.groups) groups.push_back(g.toJSON());
   out["groups"] = std::move(groups);

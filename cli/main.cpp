@@ -10,6 +10,7 @@
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/AppPaths.h"
 #include "cli/History.h"
+#include "cli/Insights.h"
 #include "cli/Run.h"
 #include "cli/SettingsCommand.h"
 #include "cli/Snapshot.h"
@@ -75,6 +76,18 @@ int main(int argc, char** argv) {
   auto* settingsUnset = settings->add_subcommand("unset", "Put a setting back to its default");
   settingsUnset->add_option("KEY", settingsRequest.key, "The setting")->required();
 
+  auto* insights = app.add_subcommand("insights", "Worth a Look and the strain; pin and dismiss insights");
+  insights->require_subcommand(0, 1);
+  omnira::cli::InsightsRequest insightsRequest;
+  insights->add_flag("--json", insightsRequest.json, "Print JSON");
+  auto* insightsPin = insights->add_subcommand("pin", "Keep an insight in the list until it is unpinned");
+  insightsPin->add_option("ID", insightsRequest.id, "The insight's id or its first characters")->required();
+  auto* insightsUnpin = insights->add_subcommand("unpin", "Let a pinned insight go like the others");
+  insightsUnpin->add_option("ID", insightsRequest.id, "The insight's id or its first characters")->required();
+  auto* insightsDismiss = insights->add_subcommand("dismiss", "Remove an insight, or every one that is not pinned");
+  insightsDismiss->add_option("ID", insightsRequest.id, "The insight's id or its first characters");
+  insightsDismiss->add_flag("--all", insightsRequest.all, "Every insight that is not pinned");
+
   omnira::cli::UsageCommandLine usage(app);  // tokens, limits
 
   try {
@@ -124,8 +137,25 @@ int main(int argc, char** argv) {
     return omnira::cli::runSettings(settingsRequest, *paths, stdout, stderr);
   }
 
+  if (insights->parsed()) {
+    using Command = omnira::cli::InsightsRequest::Command;
+    insightsRequest.command = insightsPin->parsed()       ? Command::pin
+                              : insightsUnpin->parsed()   ? Command::unpin
+                              : insightsDismiss->parsed() ? Command::dismiss
+                                                          : Command::list;
+    auto paths = omnira::AppPaths::fromProcessEnvironment();
+    if (!paths) {
+      fmt::print(stderr, "omnira: {}\n", paths.error().message);
+      return 1;
+    }
+    return omnira::cli::runInsights(insightsRequest, *paths, std::chrono::system_clock::now(), stdout, stderr);
+  }
+
   if (snapshot->parsed()) {
-    const auto snap = omnira::cli::takeSnapshot();
+    auto snap = omnira::cli::takeSnapshot();
+    if (auto paths = omnira::AppPaths::fromProcessEnvironment())
+      snap.strain = omnira::cli::sampleStrain(snap.system, *paths, omnira::Settings::load(paths->settingsFile()),
+                                              snap.system.timestamp);
     if (json) {
       fmt::print("{}\n", omnira::jsonText(omnira::cli::snapshotJSON(snap), 2));
     } else {

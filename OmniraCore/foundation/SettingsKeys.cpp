@@ -51,8 +51,9 @@ SettingSpec positiveNumber(std::string_view key, int64_t fallback, std::string_v
 
 std::vector<SettingSpec> buildTable() {
   std::vector<SettingSpec> table;
+  // Fractions are fine: 2.5 s is a cadence a person may well want.
   table.push_back({.key = "refreshSeconds",
-                   .type = Type::integer,
+                   .type = Type::number,
                    .defaultValue = 1,
                    .minimum = 1,
                    .maximum = 10,
@@ -132,7 +133,9 @@ std::string SettingSpec::accepts() const {
   switch (type) {
     case Type::boolean: return "true or false";
     case Type::integer: return fmt::format("a whole number from {} to {}", minimum, maximum);
-    case Type::number: return "a positive number";
+    case Type::number:
+      if (ranged()) return fmt::format("a number from {} to {}", minimum, maximum);
+      return "a positive number";
     case Type::choice: return joinChoices(choices);
     case Type::json: return std::string(shape);
   }
@@ -152,7 +155,13 @@ std::optional<std::string> SettingSpec::refusal(const json& value) const {
         allowed = value.get<int64_t>() >= minimum && value.get<int64_t>() <= maximum;
       }
       break;
-    case Type::number: allowed = value.is_number() && std::isfinite(value.get<double>()) && value.get<double>() > 0; break;
+    case Type::number: {
+      if (!value.is_number()) break;
+      const double number = value.get<double>();
+      allowed = std::isfinite(number) && number > 0 &&
+                (!ranged() || (number >= static_cast<double>(minimum) && number <= static_cast<double>(maximum)));
+      break;
+    }
     case Type::choice: allowed = std::find(choices.begin(), choices.end(), value) != choices.end(); break;
     case Type::json:
       if (auto reason = check ? check(value) : std::nullopt) return fmt::format("\"{}\" takes {}; {}.", key, shape, *reason);
@@ -213,6 +222,13 @@ std::optional<json> SettingSpec::reading(const json& stored) const {
       if (!stored.is_number_integer()) return std::nullopt;
       if (stored.is_number_unsigned() && stored.get<uint64_t>() > static_cast<uint64_t>(maximum)) return maximum;
       return std::clamp(stored.get<int64_t>(), minimum, maximum);
+    }
+    case Type::number: {
+      if (!ranged() || !stored.is_number() || !std::isfinite(stored.get<double>())) break;
+      const double number = stored.get<double>();
+      if (number < static_cast<double>(minimum)) return minimum;
+      if (number > static_cast<double>(maximum)) return maximum;
+      return stored;
     }
     case Type::choice: {
       if (!numericChoices(*this) || !stored.is_number()) break;

@@ -37,11 +37,13 @@ struct SettingSpec {
   std::string_view key;
   Type type = Type::boolean;
   nlohmann::json defaultValue;
-  int64_t minimum = 0, maximum = 0;     // integer: the inclusive range
+  int64_t minimum = 0, maximum = 0;     // integer, and number when maximum is set: the inclusive range
   std::vector<nlohmann::json> choices;  // choice: all texts or all whole numbers, in the order shown
   Check check = nullptr;                // json
   std::string_view shape;               // json: what the value is, for people
   std::string_view description;
+
+  bool ranged() const { return maximum > minimum; }
 
   // What the key takes, for people: "a whole number from 1 to 10", "5, 15 or 30".
   std::string accepts() const;
@@ -51,15 +53,15 @@ struct SettingSpec {
   // The same check for a value that is already JSON.
   std::optional<std::string> refusal(const nlohmann::json& value) const;
 
-  // How a stored value reads, leniently, since people edit the file by hand: an integer is
-  // clamped into its range, a number becomes the nearest numeric choice; anything else that
+  // How a stored value reads, leniently, since people edit the file by hand: an integer or a
+  // ranged number is clamped into its range, a number becomes the nearest numeric choice; anything else that
   // the key does not allow reads as nothing, and the caller uses the default.
   std::optional<nlohmann::json> reading(const nlohmann::json& stored) const;
 };
 
 namespace SettingsKeys {
 
-inline constexpr SettingKey<int64_t> refreshSeconds{"refreshSeconds"};
+inline constexpr SettingKey<double> refreshSeconds{"refreshSeconds"};
 inline constexpr SettingKey<bool> showsSystemInLists{"showsSystemInLists"};
 inline constexpr SettingKey<int64_t> historySpan{"historySpan"};  // minutes
 inline constexpr SettingKey<int64_t> historyDays{"historyDays"};

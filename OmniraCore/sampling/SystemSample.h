@@ -47,6 +47,10 @@ struct SystemSample {
   double memoryPressureFraction = 0;
   uint64_t networkBytesReceived = 0;  // bytes behind the rates, for session totals
   uint64_t networkBytesSent = 0;
+  // The computer was suspended this long since the previous sample. Such a sample is a new
+  // baseline, like the first: interval 0 and no rates, since the counters stood still
+  // while the clock ran on.
+  double sleptSeconds = 0;
 
   double cpu() const { return cpuUser + cpuSystem; }
   // Aborts on overflow: three byte counts of one machine cannot exceed 2^64.

@@ -115,7 +115,16 @@ MemoryPressure SystemSampler::samplePressure(const MemoryReading& memory) {
 SystemSample SystemSampler::sample() {
   const uint64_t now = source_->monotonicNanoseconds();
   if (lastSample_ && lastSampleAt_ != 0 && now - lastSampleAt_ < reuseWindowNanoseconds) return *lastSample_;
-  const double interval = lastSampleAt_ == 0 ? 0.0 : secondsBetween(lastSampleAt_, now);
+  const uint64_t awake = source_->awakeNanoseconds();
+  double interval = lastSampleAt_ == 0 ? 0.0 : secondsBetween(lastSampleAt_, now);
+  double slept = 0;
+  if (lastSampleAt_ != 0 && interval - secondsBetween(lastSampleAwakeAt_, awake) >= suspendedSeconds) {
+    // The counters stood still while the clock ran on: rates over this span would spread
+    // the last awake seconds over the whole night.
+    slept = interval - secondsBetween(lastSampleAwakeAt_, awake);
+    interval = 0;
+    lastCoreTicks_.clear();
+  }
 
   SystemSample s;
   const auto cpu = sampleCPU();
@@ -178,8 +187,10 @@ SystemSample SystemSampler::sample() {
 
   s.timestamp = date;
   s.interval = interval;
+  s.sleptSeconds = slept;
   lastSample_ = s;
   lastSampleAt_ = now == 0 ? 1 : now;
+  lastSampleAwakeAt_ = awake;
   return s;
 }
 

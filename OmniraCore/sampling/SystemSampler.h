@@ -50,7 +50,8 @@ class SystemSampler {
  public:
   explicit SystemSampler(std::unique_ptr<SystemSource> source);
 
-  // Callers within 0.5 s of the last sample share it, timestamp and all.
+  // Callers within 0.5 s of the last sample share it, timestamp and all. A sample taken
+  // after the computer slept is a new baseline (see SystemSample::sleptSeconds).
   SystemSample sample();
 
   // The steps of sample(), each usable alone. They update the stored counters.
@@ -64,6 +65,9 @@ class SystemSampler {
   static constexpr uint64_t reuseWindowNanoseconds = 500'000'000;
   static constexpr double diskSpaceMaxAgeSeconds = 120;
   static constexpr double batteryMaxAgeSeconds = 10;
+  // The two clocks are read one after the other, so they drift apart by microseconds
+  // between samples; a second apart is a suspend.
+  static constexpr double suspendedSeconds = 1;
 
  private:
   std::unique_ptr<SystemSource> source_;
@@ -72,6 +76,7 @@ class SystemSampler {
   std::optional<ByteCounters> lastDisk_;
   std::optional<SystemSample> lastSample_;
   uint64_t lastSampleAt_ = 0;  // monotonic ns; 0 = never
+  uint64_t lastSampleAwakeAt_ = 0;
   std::optional<DiskSpace> diskSpace_;
   uint64_t diskSpaceAt_ = 0;
   std::optional<BatterySample> battery_;

@@ -73,6 +73,9 @@ class SystemSource {
 
   // Clocks, behind the seam so tests can step time.
   virtual uint64_t monotonicNanoseconds() = 0;  // counts time asleep
+  // Stands still while the computer is suspended; the gap between the two clocks over a
+  // tick is how long the computer slept in it.
+  virtual uint64_t awakeNanoseconds() = 0;
   virtual Date now() = 0;
 };
 

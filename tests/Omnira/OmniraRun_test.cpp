@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "Omnira/LiveHistory.h"
-#include "Omnira/WorthALook.h"
+#include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/history/HistoryDatabase.h"
 #include "OmniraCore/foundation/SystemText.h"
 #include "OmniraCore/history/UsageLedger.h"

@@ -97,14 +97,15 @@ TEST(SamplingSchedule, DetailThrottles) {
 }
 
 TEST(SamplingSchedule, CoalescedDeadlineStaysInTheWindowOnTheCoarsestGrid) {
-  EXPECT_DOUBLE_EQ(SamplingSchedule::coalescedDeadline(105.3, 1), 105);
+  EXPECT_DOUBLE_EQ(SamplingSchedule::coalescedDeadline(105.3, 1), 106);
   EXPECT_DOUBLE_EQ(SamplingSchedule::coalescedDeadline(105.3, 0.2), 105.5);
-  EXPECT_DOUBLE_EQ(SamplingSchedule::coalescedDeadline(105.3, 0.1), 105.25);
+  EXPECT_NEAR(SamplingSchedule::coalescedDeadline(105.33, 0.1), 105.4, 1e-9);
   EXPECT_DOUBLE_EQ(SamplingSchedule::coalescedDeadline(105.33, 0), 105.33);
+  EXPECT_DOUBLE_EQ(SamplingSchedule::coalescedDeadline(105.0, 0.5), 105);
   for (double target = 0; target < 50; target += 0.37) {
     for (double tolerance : {0.1, 0.2, 1.0, 2.0}) {
       const double deadline = SamplingSchedule::coalescedDeadline(target, tolerance);
-      EXPECT_GE(deadline, target - tolerance - 1e-9);
+      EXPECT_GE(deadline, target);
       EXPECT_LE(deadline, target + tolerance + 1e-9);
     }
   }

@@ -8,7 +8,7 @@
 
 #include "Omnira/InstanceLock.h"
 #include "Omnira/LiveHistory.h"
-#include "Omnira/WorthALook.h"
+#include "OmniraCore/history/WorthALook.h"
 
 namespace omnira {
 namespace {

@@ -69,29 +69,29 @@ TEST_F(SettingsWatcherTest, SeesSetsRenamesInPlaceWritesAndRemoval) {
   fs::create_directories(file.parent_path());
   SettingsWatcher watcher(file);
   Listener listener(watcher);
-  EXPECT_EQ(watcher.current().integer(SettingsKeys::refreshSeconds), 1);
+  EXPECT_EQ(watcher.current().number(SettingsKeys::refreshSeconds), 1);
 
   ASSERT_TRUE(SettingsFile(file).set("refreshSeconds", "5").ok());
   auto seen = listener.next();
   ASSERT_TRUE(seen) << "a set through the file was not seen";
-  EXPECT_EQ(seen->integer(SettingsKeys::refreshSeconds), 5);
+  EXPECT_EQ(seen->number(SettingsKeys::refreshSeconds), 5);
   EXPECT_EQ(watcher.current(), *seen);
 
   renameOver(R"({"refreshSeconds": 7})");
   seen = listener.next();
   ASSERT_TRUE(seen) << "a rename over the file was not seen";
-  EXPECT_EQ(seen->integer(SettingsKeys::refreshSeconds), 7);
+  EXPECT_EQ(seen->number(SettingsKeys::refreshSeconds), 7);
 
   // The watch must follow the new file, not the one the rename replaced.
   writeInPlace(R"({"refreshSeconds": 8})");
   seen = listener.next();
   ASSERT_TRUE(seen) << "a write in place after a rename was not seen";
-  EXPECT_EQ(seen->integer(SettingsKeys::refreshSeconds), 8);
+  EXPECT_EQ(seen->number(SettingsKeys::refreshSeconds), 8);
 
   // Half an edit: the last good settings stay, nothing is announced.
   writeInPlace(R"({"refreshSeconds": )");
   EXPECT_FALSE(listener.next(3 * SettingsWatcher::gatherMilliseconds));
-  EXPECT_EQ(watcher.current().integer(SettingsKeys::refreshSeconds), 8);
+  EXPECT_EQ(watcher.current().number(SettingsKeys::refreshSeconds), 8);
 
   writeInPlace(R"({"refreshSeconds": 9})");
   ASSERT_TRUE(listener.next());

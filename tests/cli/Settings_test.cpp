@@ -48,7 +48,7 @@ TEST_F(SettingsCommand, SetGetListUnset) {
   EXPECT_EQ(rows[0]["key"], "refreshSeconds");
   EXPECT_EQ(rows[0]["value"], 1);
   EXPECT_EQ(rows[0]["isDefault"], true);
-  EXPECT_EQ(rows[0]["accepts"], "a whole number from 1 to 10");
+  EXPECT_EQ(rows[0]["accepts"], "a number from 1 to 10");
   EXPECT_FALSE(fs::exists(file)) << "reading must not create the file";
 
   EXPECT_EQ(run("set refreshSeconds 5").out, "refreshSeconds = 5\n");
@@ -78,6 +78,21 @@ TEST_F(SettingsCommand, SetGetListUnset) {
   auto values = nlohmann::json::parse(contents());
   EXPECT_FALSE(values.contains("refreshSeconds"));
   EXPECT_EQ(values["temperatureUnit"], "fahrenheit");
+}
+
+TEST_F(SettingsCommand, RefreshSecondsTakesFractionsWithinItsRange) {
+  auto set = run("set refreshSeconds 2.5");
+  EXPECT_EQ(set.status, 0) << set.out;
+  EXPECT_EQ(set.out, "refreshSeconds = 2.5\n");
+  EXPECT_EQ(nlohmann::json::parse(contents())["refreshSeconds"], 2.5);
+  EXPECT_EQ(run("get refreshSeconds").out, "2.5\n");
+  const std::string before = contents();
+  for (const char* outside : {"0.5", "10.5", "-3"}) {
+    auto refused = run(std::string("set refreshSeconds -- ") + outside);
+    EXPECT_EQ(refused.status, 2) << outside << ": " << refused.out;
+    EXPECT_NE(refused.out.find("\"refreshSeconds\" takes a number from 1 to 10"), std::string::npos) << refused.out;
+  }
+  EXPECT_EQ(contents(), before);
 }
 
 TEST_F(SettingsCommand, MistakesAreSentencesAndChangeNothing) {
@@ -129,7 +144,7 @@ TEST_F(SettingsCommand, ListNamesHandEditedValuesThatReadOtherwise) {
   EXPECT_EQ(rows[0]["stored"], 25);
   const auto text = run("list").out;
   EXPECT_NE(text.find("adjusted"), std::string::npos) << text;
-  EXPECT_NE(text.find("the file holds 25: \"refreshSeconds\" takes a whole number from 1 to 10, not 25."),
+  EXPECT_NE(text.find("the file holds 25: \"refreshSeconds\" takes a number from 1 to 10, not 25."),
             std::string::npos)
       << text;
 }

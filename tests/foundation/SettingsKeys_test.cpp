@@ -45,7 +45,7 @@ TEST(SettingsKeys, EveryDefaultIsAllowedAndReadsBack) {
     EXPECT_EQ(SettingsKeys::find(spec.key), &spec);
   }
   // One key of each type through its typed getter.
-  EXPECT_EQ(defaults.integer(SettingsKeys::refreshSeconds), 1);  // unset: every second while watched
+  EXPECT_EQ(defaults.number(SettingsKeys::refreshSeconds), 1);  // unset: every second while watched
   EXPECT_EQ(defaults.integer(SettingsKeys::historySpan), 5);
   EXPECT_EQ(defaults.string(SettingsKeys::temperatureUnit), "celsius");
   EXPECT_EQ(defaults.number(SettingsKeys::insightHotMinutes), 3);
@@ -63,8 +63,14 @@ TEST(SettingsKeys, TypedTextIsCheckedStrictly) {
   EXPECT_EQ(parse("insightNotifications", "maybe").error(),
             "\"insightNotifications\" takes true or false, not \"maybe\".");
   EXPECT_EQ(*parse("refreshSeconds", "10"), 10);
-  EXPECT_EQ(parse("refreshSeconds", "0").error(), "\"refreshSeconds\" takes a whole number from 1 to 10, not 0.");
-  for (auto bad : {"11", "2.5", "2s", "", " 2", "99999999999999999999"}) EXPECT_FALSE(parse("refreshSeconds", bad).ok()) << bad;
+  const auto fraction = parse("refreshSeconds", "2.5");
+  ASSERT_TRUE(fraction.ok()) << fraction.error();
+  EXPECT_EQ(*fraction, 2.5);
+  EXPECT_EQ(*parse("refreshSeconds", "1.0"), 1.0);
+  EXPECT_EQ(parse("refreshSeconds", "0").error(), "\"refreshSeconds\" takes a number from 1 to 10, not 0.");
+  EXPECT_EQ(parse("refreshSeconds", "10.5").error(), "\"refreshSeconds\" takes a number from 1 to 10, not 10.5.");
+  for (auto bad : {"11", "0.5", "-2", "nan", "inf", "2s", "", " 2", "99999999999999999999"})
+    EXPECT_FALSE(parse("refreshSeconds", bad).ok()) << bad;
   EXPECT_EQ(*parse("historySpan", "15"), 15);
   EXPECT_EQ(parse("historySpan", "10").error(), "\"historySpan\" takes 5, 15 or 30, not 10.");
   EXPECT_EQ(*parse("historyDays", "365"), 365);
@@ -95,7 +101,7 @@ TEST_F(SettingsOnDisk, HandEditedValuesReadAsTheKeyAllows) {
             "showsSystemInLists": true, "insightAppLimits": [{"id": 1}],
             "insightMutedApps": {"exec:/usr/bin/make": null, "firefox": "2030-01-01T00:00:00Z"}})");
   const auto settings = Settings::load(file);
-  EXPECT_EQ(settings.integer(SettingsKeys::refreshSeconds), 10);  // clamped
+  EXPECT_EQ(settings.number(SettingsKeys::refreshSeconds), 10);  // clamped
   EXPECT_EQ(settings.integer(SettingsKeys::historySpan), 15);     // nearest choice
   EXPECT_EQ(settings.integer(SettingsKeys::historyDays), 90);
   EXPECT_EQ(settings.string(SettingsKeys::temperatureUnit), "celsius");
@@ -111,7 +117,9 @@ TEST_F(SettingsOnDisk, HandEditedValuesReadAsTheKeyAllows) {
   EXPECT_EQ(*settings.stored("refreshSeconds"), 25);  // the raw reads still see the file
   EXPECT_EQ(settings.integer("refreshSeconds", 1), 25);
   write(R"({"refreshSeconds": 0})");
-  EXPECT_EQ(Settings::load(file).integer(SettingsKeys::refreshSeconds), 1);
+  EXPECT_EQ(Settings::load(file).number(SettingsKeys::refreshSeconds), 1);
+  write(R"({"refreshSeconds": 2.5})");
+  EXPECT_EQ(Settings::load(file).number(SettingsKeys::refreshSeconds), 2.5);
   write(" \n");
   EXPECT_TRUE(Settings::read(file).ok());  // an empty file is one without settings
 }
@@ -138,7 +146,7 @@ TEST_F(SettingsOnDisk, SetAndUnsetKeepOtherKeysAndCreateTheFolder) {
 
   ASSERT_TRUE(settings.unset("refreshSeconds").ok());
   EXPECT_FALSE(stored().contains("refreshSeconds"));
-  EXPECT_EQ(Settings::load(file).integer(SettingsKeys::refreshSeconds), 1);
+  EXPECT_EQ(Settings::load(file).number(SettingsKeys::refreshSeconds), 1);
   ASSERT_TRUE(settings.unset("refreshSeconds").ok());  // already gone: nothing to do
   EXPECT_TRUE(stored().contains("bridgeEnabled"));
   for (const auto& entry : fs::directory_iterator(file.parent_path()))

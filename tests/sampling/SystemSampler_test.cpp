@@ -14,6 +14,7 @@ struct FakeMachine final : SystemSource {
   DiskSpace space{1'000'000, 400'000};
   std::optional<BatterySample> batteryState;
   uint64_t clockNs = 1'000'000'000;
+  uint64_t awakeNs = 700'000'000;  // another origin: only its steps count
   int diskSpaceReads = 0;
   int batteryReads = 0;
 
@@ -34,6 +35,7 @@ struct FakeMachine final : SystemSource {
   std::optional<Date> bootTime() override { return Date(std::chrono::seconds(1'000'000)); }
   std::optional<double> uptimeSeconds() override { return 42; }
   uint64_t monotonicNanoseconds() override { return clockNs; }
+  uint64_t awakeNanoseconds() override { return awakeNs; }
   Date now() override { return Date(std::chrono::seconds(1'000'000) + std::chrono::nanoseconds(clockNs)); }
 };
 
@@ -41,7 +43,12 @@ struct SamplerTest : ::testing::Test {
   std::unique_ptr<FakeMachine> owned = std::make_unique<FakeMachine>();
   FakeMachine& machine = *owned;  // owned by the sampler from here on
   SystemSampler sampler{std::move(owned)};
-  void advance(double seconds) { machine.clockNs += static_cast<uint64_t>(seconds * 1e9); }
+  void advance(double seconds) {
+    machine.clockNs += static_cast<uint64_t>(seconds * 1e9);
+    machine.awakeNs += static_cast<uint64_t>(seconds * 1e9);
+  }
+  // A suspend: the boot clock runs on, the awake clock and every counter stand still.
+  void suspend(double seconds) { machine.clockNs += static_cast<uint64_t>(seconds * 1e9); }
 };
 
 TEST_F(SamplerTest, FirstSampleHasNoRatesAndLaterOnesMeasureTheInterval) {
@@ -131,6 +138,47 @@ TEST_F(SamplerTest, DiskSpaceAndBatteryAreReadLessOften) {
   EXPECT_EQ(sampler.sample().diskAvailable, 1u);
 }
 
+TEST_F(SamplerTest, ASampleAfterASuspendIsANewBaseline) {
+  (void)sampler.sample();
+  advance(2);
+  (void)sampler.sample();
+
+  // Busy up to the lid close: 200 kB/s written for the last 3 s, then a night asleep.
+  machine.cores[0] = {250, 0, 100, 900};
+  machine.disk = ByteCounters{10'000, 20'000 + 600'000};
+  machine.interfaces["eth0"] = {1'000 + 300'000, 2'000};
+  advance(3);
+  suspend(28'800);
+  advance(0.5);
+  auto woke = sampler.sample();
+  EXPECT_EQ(woke.interval, 0);
+  EXPECT_NEAR(woke.sleptSeconds, 28'800, 1e-6);
+  EXPECT_EQ(woke.cpu(), 0);
+  EXPECT_TRUE(woke.cpuPerCore.empty());
+  EXPECT_EQ(woke.diskWriteBytesPerSec, 0);
+  EXPECT_EQ(woke.networkInBytesPerSec, 0);
+  EXPECT_EQ(woke.networkBytesReceived, 0u);
+  EXPECT_EQ(woke.uptime, static_cast<double>(machine.clockNs) / 1e9);  // uptime counts the night
+
+  // Measured again from the wake-up on.
+  machine.cores[0] = {290, 0, 120, 940};
+  machine.disk = ByteCounters{10'000, 20'000 + 600'000 + 40'000};
+  advance(2);
+  auto next = sampler.sample();
+  EXPECT_DOUBLE_EQ(next.interval, 2.0);
+  EXPECT_EQ(next.sleptSeconds, 0);
+  EXPECT_DOUBLE_EQ(next.diskWriteBytesPerSec, 20'000);
+  ASSERT_EQ(next.cpuPerCore.size(), 2u);
+  EXPECT_DOUBLE_EQ(next.cpuPerCore[0], 0.6);
+
+  // Clocks that drift apart by a little are no suspend.
+  machine.clockNs += 300'000'000;
+  advance(2);
+  auto drifted = sampler.sample();
+  EXPECT_DOUBLE_EQ(drifted.interval, 2.3);
+  EXPECT_EQ(drifted.sleptSeconds, 0);
+}
+
 TEST(MemoryPressure, StallFiguresAndAvailableMemoryDecide) {
   const uint64_t total = 1000;
   EXPECT_EQ(pressureLevel(std::nullopt, 500, total), MemoryPressure::normal);
@@ -157,6 +205,7 @@ TEST_F(SamplerTest, SampleRoundTripsThroughItsJSON) {
   // Not persisted: the fraction and the session byte counts.
   s.memoryPressureFraction = 0;
   s.networkBytesReceived = s.networkBytesSent = 0;
+  s.sleptSeconds = 0;
   s.timestamp = back->timestamp;  // persisted to the millisecond
   EXPECT_EQ(*back, s);
 

@@ -192,6 +192,12 @@ uint64_t LinuxSystemSource::monotonicNanoseconds() {
   return static_cast<uint64_t>(ts.tv_sec) * 1'000'000'000ULL + static_cast<uint64_t>(ts.tv_nsec);
 }
 
+uint64_t LinuxSystemSource::awakeNanoseconds() {
+  timespec ts{};
+  ::clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<uint64_t>(ts.tv_sec) * 1'000'000'000ULL + static_cast<uint64_t>(ts.tv_nsec);
+}
+
 Date LinuxSystemSource::now() { return std::chrono::system_clock::now(); }
 
 }  // namespace omnira::platform

@@ -27,6 +27,7 @@ class LinuxSystemSource : public SystemSource {
   std::optional<Date> bootTime() override;
   std::optional<double> uptimeSeconds() override;
   uint64_t monotonicNanoseconds() override;
+  uint64_t awakeNanoseconds() override;
   Date now() override;
 
   // Whether a mains or USB supply is online (the machine is not on battery).
