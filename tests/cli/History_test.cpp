@@ -17,7 +17,7 @@
 #include <sstream>
 #include <thread>
 
-#include "Omnira/WorthALook.h"
+#include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/history/HistoryDatabase.h"
 #include "OmniraCore/history/UsageLedger.h"
 #include "tests/cli/CommandRun.h"
