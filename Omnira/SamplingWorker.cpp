@@ -38,7 +38,7 @@ void SamplingWorker::sample(const SamplingRequest& request) {
     result.system = system_->sample();
     if (request.includeProcesses) {
       auto samples = processes_->sample(request.details);
-      result.measured = request.details;
+      result.measured = processes_->measuredDetails();
       result.unmeasured = processes_->unmeasuredCount();
       result.groups = grouper_->group(std::move(samples));
     }

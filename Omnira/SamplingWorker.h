@@ -47,7 +47,9 @@ struct SamplingResult {
   SystemSample system;
   // Present when processes were sampled this time.
   std::optional<std::vector<AppGroup>> groups;
+  // Of the details asked for, those the sample really filled.
   ProcessDetails measured;
+  // Processes left out because their figures could not be read (ProcessSampler).
   size_t unmeasured = 0;
   double seconds = 0;  // wall time the sampling took, for the log
 };

@@ -20,6 +20,7 @@ Snapshot takeSnapshot() {
   snap.system = system->sample();
   auto samples = processes->sample();
   snap.unmeasuredProcesses = processes->unmeasuredCount();
+  snap.processesWithoutDisk = processes->withoutDiskCount();
   snap.groups = grouper->group(std::move(samples));
   return snap;
 }

@@ -15,8 +15,11 @@ namespace omnira::cli {
 struct Snapshot {
   SystemSample system;
   std::vector<AppGroup> groups;  // sorted by memory, largest first
+  // Left out: their figures could not be read at all.
   size_t unmeasuredProcesses = 0;
   StrainSince strain;  // filled by the caller, which knows the data folder
+  // Shown, but without disk figures: other users' processes, read without root.
+  size_t processesWithoutDisk = 0;
 };
 
 // Primes the samplers, waits a second, samples again and groups.

@@ -63,9 +63,14 @@ std::string snapshotText(const Snapshot& snap, size_t topApps) {
   for (const auto& g : snap.groups) processes += g.processCount();
   apps = snap.groups.size();
   out += fmt::format("\n{} processes in {} groups", processes, apps);
-  if (snap.unmeasuredProcesses > 0)
-    out += fmt::format(" ({} could not be measured{})", snap.unmeasuredProcesses,
-                       ::geteuid() == 0 ? "" : "; run as root to see them");
+  std::string notes;
+  if (snap.unmeasuredProcesses > 0) notes = fmt::format("{} more could not be measured", snap.unmeasuredProcesses);
+  if (snap.processesWithoutDisk > 0) {
+    if (!notes.empty()) notes += "; ";
+    notes += fmt::format("{} of other users without disk figures{}", snap.processesWithoutDisk,
+                         ::geteuid() == 0 ? "" : ", run as root to see them");
+  }
+  if (!notes.empty()) out += " (" + notes + ")";
   out += "\n\n";
   out += fmt::format("  {:<34} {:>6} {:>7} {:>10}  {}\n", "APP", "PROCS", "CPU", "MEMORY", "KIND");
   const size_t shown = std::min(topApps, snap.groups.size());

@@ -17,4 +17,13 @@ std::vector<ProcessSample> EnergyEstimate::sharing(double cpuWatts, double over,
   return among;
 }
 
+std::vector<ProcessSample> EnergyEstimate::fromCPUTime(std::vector<ProcessSample> samples) {
+  for (auto& sample : samples) {
+    if (sample.delta.cpuNanoseconds == 0) continue;
+    sample.energyJoules = static_cast<double>(sample.delta.cpuNanoseconds) / 1e9 * wattsPerBusyCore;
+    sample.powerWatts = sample.cpuPercent / 100 * wattsPerBusyCore;
+  }
+  return samples;
+}
+
 }  // namespace omnira

@@ -39,7 +39,9 @@ struct ProcessSample {
   double gpuPercent = 0;
   double networkInBytesPerSec = 0;
   double networkOutBytesPerSec = 0;
-  bool hasMetrics = false;  // the usage could be read this tick
+  // Every figure could be read this tick, disk counters included; false for another
+  // user's process, whose CPU and memory are read but whose disk counters are not ours.
+  bool hasMetrics = false;
   UsageDelta delta;
   std::optional<std::string> projectPath;
   std::vector<uint16_t> listeningPorts;

@@ -11,6 +11,7 @@
 #include <spdlog/spdlog.h>
 
 #include "OmniraCore/sampling/CounterDelta.h"
+#include "OmniraCore/sampling/EnergyEstimate.h"
 
 namespace omnira {
 
@@ -107,6 +108,8 @@ ProcessSampler& ProcessSampler::operator=(ProcessSampler&& other) noexcept {
   markerChecks_ = std::move(other.markerChecks_);
   generation_ = other.generation_;
   unmeasured_ = other.unmeasured_;
+  withoutDisk_ = other.withoutDisk_;
+  measured_ = other.measured_;
   pids_ = std::move(other.pids_);
   sampled_ = std::move(other.sampled_);
   reading_ = std::move(other.reading_);
@@ -147,6 +150,8 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
   const uint64_t now = source_->monotonicNanoseconds();
   ++generation_;
   unmeasured_ = 0;
+  withoutDisk_ = 0;
+  measured_ = Details{};
   sampled_.clear();
   std::vector<ProcessSample> samples;
   if (auto listed = source_->listPIDs(pids_); !listed) {
@@ -205,7 +210,7 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
     s.appUnitID = tracked->facts.appUnitID;
     s.sessionService = tracked->facts.sessionService;
     s.flatpakAppID = tracked->facts.flatpakAppID;
-    if (!reading_.diskMeasured) ++unmeasured_;
+    if (!reading_.diskMeasured) ++withoutDisk_;
 
     if (!fresh && now > tracked->lastReadAt) {
       const double interval = seconds(now - tracked->lastReadAt);
@@ -237,6 +242,8 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
 
   refineMemory(samples, now);
   if (details.projects) findProjects(samples, now);
+  measured_.projects = details.projects;
+  if (!kernelCountsEnergy) samples = EnergyEstimate::fromCPUTime(std::move(samples));
 
   std::erase_if(tracked_, [this](const auto& entry) { return entry.second->generation != generation_; });
   return samples;

@@ -12,10 +12,14 @@
 // program (exec: same pid and start time, new name) keeps its counters and has its
 // path, arguments and helper role read again. Exited processes are forgotten.
 //
-// Failures: none reach the caller. A process that vanishes mid-read is left out; one
-// whose figures could not all be read is counted in unmeasuredCount(): it is left out
-// when even its CPU and memory could not be read, and kept with hasMetrics false when
-// only its disk counters could not (another user's process).
+// Failures: none reach the caller. A process that vanishes mid-read is left out. One
+// whose CPU and memory could not be read is left out too and counted as unmeasured:
+// no figure of it is shown. Another user's process, whose disk counters are not ours
+// to read, is measured all the same (CPU, memory, wake-ups): it is kept with
+// hasMetrics false, no disk rates, and counted in withoutDiskCount().
+//
+// Power: the kernel counts no energy per process, so each process's power and energy
+// are estimated from its CPU time (EnergyEstimate::fromCPUTime).
 
 #include <cstddef>
 #include <cstdint>
@@ -35,7 +39,7 @@ class ProcessSampler {
  public:
   using Details = ProcessDetails;
 
-  // Linux keeps no per-process energy counter: power comes from EnergyEstimate.
+  // Linux keeps no per-process energy counter: power is estimated from CPU time.
   static constexpr bool kernelCountsEnergy = false;
 
   // Files whose presence makes a folder the root of a developer project.
@@ -77,8 +81,15 @@ class ProcessSampler {
   // left empty otherwise.
   std::vector<ProcessSample> sample(Details details = {});
 
-  // Processes of the last sample whose figures could not all be read.
+  // The details the last sample really filled: of those asked for, the ones this
+  // platform measures (projects; network, GPU and Neural Engine not yet).
+  Details measuredDetails() const { return measured_; }
+  // Processes running at the last sample that it left out because their figures could
+  // not be read (not those that exited meanwhile).
   size_t unmeasuredCount() const { return unmeasured_; }
+  // Processes of the last sample shown without disk figures: another user's, read
+  // without the right to its I/O counters.
+  size_t withoutDiskCount() const { return withoutDisk_; }
   // Processes whose counters are kept for the next sample.
   size_t trackedCount() const { return tracked_.size(); }
 
@@ -101,6 +112,8 @@ class ProcessSampler {
   std::unordered_map<std::string, MarkerCheck> markerChecks_;
   uint64_t generation_ = 0;
   size_t unmeasured_ = 0;
+  size_t withoutDisk_ = 0;
+  Details measured_;
   // Reused between ticks so that a tick allocates little besides its samples.
   std::vector<int32_t> pids_;
   std::vector<Tracked*> sampled_;  // parallel to the samples of the tick

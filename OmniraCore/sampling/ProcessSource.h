@@ -7,7 +7,8 @@
 // that opened them and must be destroyed before it.
 //
 // Failures: reading one process fails with a ProcessReadFailure; the sampler skips a
-// vanished process and counts any other failure as unmeasured. The detail readings
+// vanished process and counts any other failure as unmeasured. A reading whose disk
+// counters alone were denied is no failure (diskMeasured false). The detail readings
 // (arguments, working directory, sockets, proportional memory) are best effort:
 // what cannot be read is absent, never an error.
 

@@ -107,6 +107,31 @@ TEST(SnapshotCommand, TextShowsTheMachineAndTheTopApps) {
   EXPECT_GE(rows, 1u);
 }
 
+// Run as a person without root, on a machine where root runs processes too: those are
+// shown with their CPU and memory, so they are not counted as unmeasured; what is
+// counted is what is missing from the list.
+TEST(SnapshotCommand, CountsAsUnmeasuredOnlyTheProcessesItLeavesOut) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to run the command as another user";
+  const CommandRun r = omnira::testing::runShell("setpriv --reuid=65534 --regid=65534 --clear-groups " +
+                                                 std::string(OMNIRA_CLI_PATH) + " snapshot --all 2>/dev/null");
+  ASSERT_EQ(r.status, 0) << r.out;
+  const auto at = r.out.find(" processes in ");
+  ASSERT_NE(at, std::string::npos) << r.out;
+  const auto lineStart = r.out.rfind('\n', at) + 1;
+  const std::string line = r.out.substr(lineStart, r.out.find('\n', at) - lineStart);
+  const size_t shown = std::stoul(line);
+  size_t unmeasured = 0;
+  if (const auto more = line.find(" more could not be measured"); more != std::string::npos) {
+    unmeasured = std::stoul(line.substr(line.rfind('(', more) + 1));
+  }
+  size_t running = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc"))
+    running += std::isdigit(static_cast<unsigned char>(entry.path().filename().string()[0])) ? 1 : 0;
+  // This test runs as root, so at least it is shown without its disk figures.
+  EXPECT_NE(line.find("of other users without disk figures, run as root to see them"), std::string::npos) << line;
+  EXPECT_NEAR(static_cast<double>(shown + unmeasured), static_cast<double>(running), 10 + running * 0.1) << line;
+}
+
 TEST(SnapshotCommand, UsageMistakesExitWithTwoAndHelpWithZero) {
   EXPECT_EQ(run("").status, 2);
   EXPECT_EQ(run("snapshto").status, 2);

@@ -223,7 +223,10 @@ TEST(ProcessSampler, PrunesExitedProcessesAndCountsTheUnmeasured) {
   EXPECT_FALSE(has(samples, 13) || has(samples, 14) || has(samples, 15));
   EXPECT_FALSE(only(samples, 12).hasMetrics);
   EXPECT_TRUE(only(samples, 10).hasMetrics);
-  EXPECT_EQ(f.sampler.unmeasuredCount(), 3u);  // 12, 13, 14; a vanished one is no failure
+  // 13 and 14 are not shown; 12 is, with CPU and memory, only without disk figures.
+  // A vanished one is no failure.
+  EXPECT_EQ(f.sampler.unmeasuredCount(), 2u);
+  EXPECT_EQ(f.sampler.withoutDiskCount(), 1u);
   EXPECT_EQ(f.sampler.trackedCount(), 3u);
 
   f.world->processes.erase(11);
@@ -236,6 +239,7 @@ TEST(ProcessSampler, PrunesExitedProcessesAndCountsTheUnmeasured) {
   EXPECT_EQ(f.sampler.trackedCount(), 2u);
   EXPECT_EQ(only(samples, 12).diskReadBytesPerSec, 0);
   EXPECT_EQ(f.sampler.unmeasuredCount(), 2u);
+  EXPECT_EQ(f.sampler.withoutDiskCount(), 0u);
 
   // A tracked process that turns unreadable is dropped and counted.
   f.world->processes.at(10).failure = ProcessReadFailure{ProcessReadFailure::Kind::denied, EACCES};

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 
@@ -110,9 +111,12 @@ std::string_view withoutDeletedSuffix(std::string_view path) {
 
 class LibProc::ProcHandle final : public ProcessSource::Handle {
  public:
-  ProcHandle(LibProc& owner, int32_t pid) : owner_(owner), pid_(pid) {}
+  ProcHandle(LibProc& owner, int32_t pid) : owner_(owner), pid_(pid) {
+    // The kernel's CPU clock of a process covers all its threads to the nanosecond and
+    // costs one system call. It names pids of this program's own process table only.
+    if (owner_.ownProcessTable_) clockUsable_ = ::clock_getcpuclockid(pid_, &clock_) == 0;
+  }
   ~ProcHandle() override {
-    closeIfOpen(schedstat_);
     closeIfOpen(stat_);
     closeIfOpen(status_);
     closeIfOpen(io_);
@@ -123,11 +127,6 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
 
   // Opens the files to keep; fails only when the process is not there to read.
   Result<void, ProcessReadFailure> keepOpen() {
-    if (auto opened = keep(schedstat_, "schedstat"); !opened) {
-      // A kernel without scheduler statistics: every tick reads the whole usage.
-      if (opened.error().kind != Kind::vanished || opened.error().error != ENOENT) return opened;
-      schedstatUsable_ = false;
-    }
     if (auto opened = keep(stat_, "stat"); !opened) return opened;
     if (auto opened = keep(status_, "status"); !opened) return opened;
     if (auto opened = keep(io_, "io"); !opened) {
@@ -141,38 +140,28 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
     return {};
   }
 
-  // Most processes sleep through most ticks. One that the scheduler has not run since
-  // the last full reading cannot have moved its CPU time, memory or I/O counters, so
-  // its last reading stands, for the price of one small read. The kernel may still
-  // swap its pages out or give it a new parent meanwhile, so every kFullReadEvery-th
-  // read is a full one regardless.
+  // Most processes sleep through most ticks. One none of whose threads has run since
+  // the last full reading cannot have moved its CPU time, memory, I/O or context
+  // switch counters, so that reading stands. The time run must be the whole thread
+  // group's: a program whose main thread waits while its workers run (a thread pool,
+  // a runtime) would otherwise read idle and then all at once. The kernel may still
+  // swap pages out or give the process a new parent meanwhile, so every
+  // kFullReadEvery-th read is a full one regardless.
   Result<void, ProcessReadFailure> read(ProcessReading& reading) override {
-    std::optional<PidSchedStat> sched;
-    if (schedstatUsable_) {
-      auto text = owner_.readPidFile(schedstat_, pid_, "schedstat");
-      if (!text) {
-        // ESRCH: the process behind a kept file exited. Anything else (ENOENT: no such
-        // file on this kernel, or no such process) is for the full reading to tell.
-        if (text.error().error == ESRCH) return fail(text.error());
-        schedstatUsable_ = false;
-      } else if (text->empty()) {
-        return fail(vanished("schedstat"));
-      } else if (auto parsed = parsePidSchedStat(*text)) {
-        sched = *parsed;
-      } else {
-        schedstatUsable_ = false;
-      }
-    }
-    if (sched && cached_ && *sched == lastSched_ && readsSinceFull_ + 1 < kFullReadEvery) {
+    const auto run = runNanoseconds();
+    const bool ran = !(run && cached_ && *run == lastRun_);
+    if (!ran && readsSinceFull_ + 1 < kFullReadEvery) {
       ++readsSinceFull_;
       reading = *cached_;
       return {};
     }
-    auto full = owner_.readUsage(stat_, status_, io_, ioUnavailable_, pid_, reading);
+    // Without a run since, the threads' switches cannot have moved: no need to count them again.
+    const std::optional<uint64_t> keptSwitches = ran ? std::nullopt : std::optional(cached_->usage.idleWakeups);
+    auto full = owner_.readUsage(stat_, status_, io_, ioUnavailable_, pid_, keptSwitches, reading);
     if (!full) return full;
     readsSinceFull_ = 0;
-    if (sched) {
-      lastSched_ = *sched;
+    if (run) {
+      lastRun_ = *run;
       cached_ = reading;
     } else {
       cached_.reset();
@@ -181,6 +170,18 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
   }
 
  private:
+  // Nothing when neither the clock nor the threads' scheduler statistics can be read:
+  // then every read is a full one. A process that exited reads nothing here either;
+  // the full reading tells it so.
+  std::optional<uint64_t> runNanoseconds() {
+    if (clockUsable_) {
+      timespec t{};
+      if (::clock_gettime(clock_, &t) != 0) return std::nullopt;
+      return static_cast<uint64_t>(t.tv_sec) * 1'000'000'000ull + static_cast<uint64_t>(t.tv_nsec);
+    }
+    return owner_.threadsRunNanoseconds(pid_);
+  }
+
   Result<void, ProcessReadFailure> keep(int& fd, const char* file) {
     if (owner_.keptDescriptors_ >= owner_.keepLimit_) return {};
     fd = ::openat(owner_.procFD_, PidPath(pid_, file).c_str(), O_RDONLY | O_CLOEXEC);
@@ -203,9 +204,9 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
 
   LibProc& owner_;
   int32_t pid_;
-  int schedstat_ = -1;
-  bool schedstatUsable_ = true;
-  PidSchedStat lastSched_;
+  clockid_t clock_{};
+  bool clockUsable_ = false;
+  uint64_t lastRun_ = 0;
   std::optional<ProcessReading> cached_;
   int readsSinceFull_ = 0;
   int stat_ = -1;
@@ -218,6 +219,7 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
 LibProc::LibProc(Roots roots, bool keepFilesOpen)
     : roots_(std::move(roots)), keepFilesOpen_(keepFilesOpen), buffer_(8192) {
   procFD_ = ::open(roots_.proc.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ownProcessTable_ = roots_.proc == "/proc";
   if (procFD_ < 0) spdlog::warn("cannot open {}: {}", roots_.proc.string(), std::strerror(errno));
   const long ticks = ::sysconf(_SC_CLK_TCK);
   if (ticks > 0) nanosecondsPerTick_ = 1'000'000'000ull / static_cast<uint64_t>(ticks);
@@ -263,13 +265,10 @@ Result<std::string_view, ProcessReadFailure> LibProc::readPidFile(int fd, int32_
   return text;
 }
 
-std::optional<std::string> LibProc::readLink(int32_t pid, const char* link, int* error) {
+std::optional<std::string> LibProc::readLink(int32_t pid, const char* link) {
   char target[PATH_MAX];
   const ssize_t n = ::readlinkat(procFD_, PidPath(pid, link).c_str(), target, sizeof target);
-  if (n < 0 || static_cast<size_t>(n) >= sizeof target) {
-    if (error) *error = n < 0 ? errno : ENAMETOOLONG;
-    return std::nullopt;
-  }
+  if (n < 0 || static_cast<size_t>(n) >= sizeof target) return std::nullopt;
   return std::string(withoutDeletedSuffix(std::string_view(target, static_cast<size_t>(n))));
 }
 
@@ -292,8 +291,62 @@ Date LibProc::startDate(uint64_t startTicks) {
   return *bootTime_ + std::chrono::duration_cast<Date::duration>(std::chrono::duration<double, std::nano>(nanoseconds));
 }
 
+template <class Fn>
+bool LibProc::forEachThreadFile(int32_t pid, const char* file, Fn&& fn) {
+  if (procFD_ < 0) return false;
+  const int fd = ::openat(procFD_, PidPath(pid, "task").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return false;
+  DIR* dir = ::fdopendir(fd);
+  if (!dir) {
+    ::close(fd);
+    return false;
+  }
+  bool any = false, complete = true;
+  char path[64];
+  while (const dirent* entry = ::readdir(dir)) {
+    if (!parseNumber<int32_t>(entry->d_name)) continue;
+    const int written = std::snprintf(path, sizeof path, "%s/%s", entry->d_name, file);
+    if (written < 0 || static_cast<size_t>(written) >= sizeof path) continue;
+    const int threadFD = ::openat(::dirfd(dir), path, O_RDONLY | O_CLOEXEC);
+    if (threadFD < 0) continue;  // the thread ended meanwhile
+    auto text = readOpenFile(threadFD);
+    ::close(threadFD);
+    if (!text || text->empty()) continue;
+    if (!fn(*text)) {
+      complete = false;
+      break;
+    }
+    any = true;
+  }
+  ::closedir(dir);
+  return any && complete;
+}
+
+std::optional<uint64_t> LibProc::threadsRunNanoseconds(int32_t pid) {
+  uint64_t total = 0;
+  const bool read = forEachThreadFile(pid, "schedstat", [&](std::string_view text) {
+    auto sched = parsePidSchedStat(text);
+    if (!sched) return false;
+    total += sched->runNanoseconds;
+    return true;
+  });
+  return read ? std::optional(total) : std::nullopt;
+}
+
+std::optional<uint64_t> LibProc::threadsContextSwitches(int32_t pid) {
+  uint64_t total = 0;
+  const bool read = forEachThreadFile(pid, "status", [&](std::string_view text) {
+    auto status = parsePidStatus(text);
+    if (!status) return false;
+    total += status->contextSwitches();
+    return true;
+  });
+  return read ? std::optional(total) : std::nullopt;
+}
+
 Result<void, ProcessReadFailure> LibProc::readUsage(int statFD, int statusFD, int ioFD, bool ioUnavailable,
-                                                    int32_t pid, ProcessReading& reading) {
+                                                    int32_t pid, std::optional<uint64_t> keptSwitches,
+                                                    ProcessReading& reading) {
   auto statText = readPidFile(statFD, pid, "stat");
   if (!statText) return fail(statText.error());
   if (statText->empty()) return fail(vanished("stat"));
@@ -315,6 +368,7 @@ Result<void, ProcessReadFailure> LibProc::readUsage(int statFD, int statusFD, in
   reading.name.assign(stat->name);  // before the buffer is read into again
   reading.hasTerminal = stat->ttyNumber != 0;
   reading.kernelThread = stat->isKernelThread();
+  const uint32_t threads = stat->threads;
 
   auto statusText = readPidFile(statusFD, pid, "status");
   if (!statusText) return fail(statusText.error());
@@ -325,6 +379,15 @@ Result<void, ProcessReadFailure> LibProc::readUsage(int statFD, int statusFD, in
   reading.usage.footprint = status->footprintBytes();
   reading.sharedMemoryBytes = status->rssShmemKB * 1024;
   reading.usage.idleWakeups = status->contextSwitches();
+  // The status file counts the main thread's switches only: the whole process is the
+  // sum over its threads (those that ended take theirs with them).
+  if (threads > 1) {
+    if (keptSwitches) {
+      reading.usage.idleWakeups = *keptSwitches;
+    } else if (auto switches = threadsContextSwitches(pid)) {
+      reading.usage.idleWakeups = *switches;
+    }
+  }
 
   reading.diskMeasured = false;
   if (ioUnavailable) return {};
@@ -400,7 +463,7 @@ Result<LibProc::BasicInfo, ProcessReadFailure> LibProc::basicInfo(int32_t pid) {
 
 Result<ProcessReading, ProcessReadFailure> LibProc::usage(int32_t pid) {
   ProcessReading reading;
-  if (auto read = readUsage(-1, -1, -1, false, pid, reading); !read) return fail(read.error());
+  if (auto read = readUsage(-1, -1, -1, false, pid, std::nullopt, reading); !read) return fail(read.error());
   return reading;
 }
 
@@ -431,15 +494,11 @@ Result<ProcessFacts, ProcessReadFailure> LibProc::facts(int32_t pid) {
     facts.arguments = parseCmdline(*cmdline);
   }
 
-  int exeError = 0;
-  facts.path = readLink(pid, "exe", &exeError);
+  // Denied for another user's process: then it has no path. Its arguments are its own
+  // to choose, so they never stand in for one (that would let it pick its group).
+  facts.path = readLink(pid, "exe");
   // A program run from an anonymous memory file has no path to group or show by.
   if (facts.path && facts.path->starts_with("/memfd:")) facts.path.reset();
-  if (!facts.path && (exeError == EACCES || exeError == EPERM) && !facts.arguments.empty() &&
-      facts.arguments[0].starts_with('/')) {
-    // Another user's process: its own claim to a path is the best there is.
-    facts.path = facts.arguments[0];
-  }
 
   // Kernel threads and zombies have no arguments, and no unit or sandbox worth a look.
   if (facts.arguments.empty()) return facts;

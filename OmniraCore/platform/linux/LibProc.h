@@ -6,11 +6,14 @@
 // and share its read buffer: destroy them before it.
 //
 // Cost: each /proc file costs several microseconds to open, read and close, so a handle
-// keeps the process's schedstat, stat, status and io files open and re-reads them with
-// pread at offset 0 (about 40% of the cost). schedstat, the cheapest of them, is read
-// first: a process the scheduler has not run since the last full reading keeps that
-// reading (a full one is taken every sixth read regardless), so a sleeping process
-// costs one small read a tick. The kernel keeps a page-sized buffer behind each
+// keeps the process's stat, status and io files open and re-reads them with pread at
+// offset 0 (about 40% of the cost). First the time all the process's threads have run
+// is asked for: from the kernel's CPU clock of the process (one system call, no file)
+// when reading this program's own /proc, else from the sum of task/*/schedstat. A
+// process that has not run since the last full reading keeps that reading (a full one
+// is taken every sixth read regardless), so a sleeping process costs one system call a
+// tick. Context switches are counted per thread: a multithreaded process that ran reads
+// each thread's status too. The kernel keeps a page-sized buffer behind each
 // open file that has been read, so descriptors are kept for at most
 // kMaxKeptDescriptors; past that, on EMFILE/ENFILE, or when asked not to, a handle
 // opens and closes its files on every read.
@@ -82,13 +85,23 @@ class LibProc final : public ProcessSource {
   // else opened and closed here. Empty text means the process is gone.
   Result<std::string_view, ProcessReadFailure> readPidFile(int fd, int32_t pid, const char* file);
   Result<std::string_view, ProcessReadFailure> readOpenFile(int fd);
-  std::optional<std::string> readLink(int32_t pid, const char* link, int* error = nullptr);
+  std::optional<std::string> readLink(int32_t pid, const char* link);
+  // Context switches: `keptSwitches` for a multithreaded process that has not run since
+  // they were counted, else counted over its threads.
   Result<void, ProcessReadFailure> readUsage(int statFD, int statusFD, int ioFD, bool ioUnavailable,
-                                             int32_t pid, ProcessReading& reading);
+                                             int32_t pid, std::optional<uint64_t> keptSwitches,
+                                             ProcessReading& reading);
+  // Calls fn(text) with each of the process's threads' `file` (task/TID/file) until it
+  // returns false. True when at least one was read and fn never said false.
+  template <class Fn>
+  bool forEachThreadFile(int32_t pid, const char* file, Fn&& fn);
+  std::optional<uint64_t> threadsRunNanoseconds(int32_t pid);
+  std::optional<uint64_t> threadsContextSwitches(int32_t pid);
   Date startDate(uint64_t startTicks);
 
   Roots roots_;
   bool keepFilesOpen_;
+  bool ownProcessTable_ = false;  // roots_.proc is this program's own /proc
   int procFD_ = -1;
   DIR* listing_ = nullptr;
   std::vector<char> buffer_;

@@ -1,8 +1,8 @@
 #pragma once
-// /proc/PID/schedstat: how long and how often the scheduler ran a process.
-// The cheapest per-process file to read, so it gates the costlier ones: a process the
-// scheduler has not run since the last look has not changed its CPU time, memory or
-// I/O counters either.
+// /proc/PID/task/TID/schedstat: how long and how often the scheduler ran one thread
+// (/proc/PID/schedstat is the main thread's alone). Summed over a process's threads it
+// tells whether the process ran since the last look; one that did not has not changed
+// its CPU time, memory or I/O counters either.
 
 #include <cstdint>
 #include <string_view>

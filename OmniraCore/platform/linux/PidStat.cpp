@@ -62,6 +62,12 @@ Result<PidStat, ParseFailure> parsePidStat(std::string_view text) {
         stat.flags = v.value_or(0);
         break;
       }
+      case 20: {
+        auto v = parseNumber<uint32_t>(field);
+        parsed = v.has_value();
+        stat.threads = v.value_or(0);
+        break;
+      }
       case 14:
       case 15:
       case 22: {

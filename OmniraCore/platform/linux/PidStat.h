@@ -19,6 +19,7 @@ struct PidStat {
   uint32_t flags = 0;      // PF_* bits
   uint64_t userTicks = 0;  // clock ticks (sysconf(_SC_CLK_TCK))
   uint64_t systemTicks = 0;
+  uint32_t threads = 0;     // num_threads: 1 for a single-threaded process
   uint64_t startTicks = 0;  // clock ticks after boot; with the pid, what makes a process unique
 
   static constexpr uint32_t kernelThreadFlag = 0x00200000;  // PF_KTHREAD

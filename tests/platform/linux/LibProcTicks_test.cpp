@@ -1,6 +1,6 @@
 // LibProc on a scratch copy of a fixture tree that changes between reads: the
-// scheduler gate, which must never hide a process that ran nor keep a stale reading
-// forever, and processes with odd executables.
+// scheduler gate, which must never hide a process that ran (in any of its threads) nor
+// keep a stale reading forever, and processes with odd executables.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -38,48 +38,66 @@ class GateTree : public ::testing::Test {
   void write(const std::string& relative, const std::string& text) {
     std::ofstream(root_ / relative, std::ios::trunc) << text;
   }
-  void setUserTicks(int ticks) {
-    write("100/stat", "100 (firefox-esr) S 1 100 100 0 -1 4194304 100 0 0 0 " + std::to_string(ticks) +
-                          " 300 0 0 20 0 1 0 5000 1000000 100 18446744073709551615 1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0\n");
+  void setUserTicks(int ticks, int threads = 1) {
+    write("100/stat", "100 (firefox-esr) S 1 100 100 0 -1 4194304 100 0 0 0 " + std::to_string(ticks) + " 300 0 0 20 0 " +
+                          std::to_string(threads) +
+                          " 0 5000 1000000 100 18446744073709551615 1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0\n");
   }
-  uint64_t cpuNanoseconds(ProcessSource::Handle& handle) {
+  // One thread's files under task/: how long it has run, and its context switches.
+  void setThread(int tid, uint64_t runNanoseconds, uint64_t voluntarySwitches) {
+    fs::create_directories(root_ / "100" / "task" / std::to_string(tid));
+    write("100/task/" + std::to_string(tid) + "/schedstat", std::to_string(runNanoseconds) + " 0 10\n");
+    write("100/task/" + std::to_string(tid) + "/status",
+          "Name:\tfirefox-esr\nUid:\t1000\t1000\t1000\t1000\nvoluntary_ctxt_switches:\t" +
+              std::to_string(voluntarySwitches) + "\nnonvoluntary_ctxt_switches:\t5\n");
+  }
+  ProcessReading read(ProcessSource::Handle& handle) {
     ProcessReading reading;
-    auto read = handle.read(reading);
-    EXPECT_TRUE(read.ok());
-    return reading.usage.cpuNanoseconds;
+    auto result = handle.read(reading);
+    EXPECT_TRUE(result.ok());
+    return reading;
   }
+  uint64_t cpuNanoseconds(ProcessSource::Handle& handle) { return read(handle).usage.cpuNanoseconds; }
   fs::path root_;
 };
 
-TEST_F(GateTree, UnscheduledProcessKeepsItsReadingUntilItRunsOrTheRefreshIsDue) {
+// The threads' schedstat files stand in for the kernel's CPU clock of the process,
+// which only the live /proc has.
+TEST_F(GateTree, AProcessIsReadAgainWhenAnyOfItsThreadsRan) {
   const uint64_t tick = 1'000'000'000ull / static_cast<uint64_t>(::sysconf(_SC_CLK_TCK));
   for (bool keepOpen : {true, false}) {
     SCOPED_TRACE(keepOpen ? "kept files" : "files opened per read");
-    write("100/schedstat", "5000 0 10\n");
-    setUserTicks(1200);
+    fs::remove_all(root_ / "100" / "task");
+    setThread(100, 5000, 40);
+    setThread(101, 7000, 500);
+    setUserTicks(1200, 2);
     LibProc proc(Roots{root_, root_ / "sys"}, keepOpen);
     auto handle = proc.open(100);
     ASSERT_TRUE(handle.ok());
-    EXPECT_EQ(cpuNanoseconds(**handle), 1500 * tick);
+    auto first = read(**handle);
+    EXPECT_EQ(first.usage.cpuNanoseconds, 1500 * tick);
+    EXPECT_EQ(first.usage.idleWakeups, 45u + 505u);  // both threads, not the main one's status alone
 
-    // Not run since: the costlier files are not consulted.
-    setUserTicks(1300);
+    // No thread ran since: the costlier files are not consulted.
+    setUserTicks(1300, 2);
     EXPECT_EQ(cpuNanoseconds(**handle), 1500 * tick);
-    // Run since: read in full.
-    write("100/schedstat", "6000 0 11\n");
-    EXPECT_EQ(cpuNanoseconds(**handle), 1600 * tick);
+    // Only the worker ran, the main thread slept: read in full, switches counted again.
+    setThread(101, 9000, 600);
+    auto second = read(**handle);
+    EXPECT_EQ(second.usage.cpuNanoseconds, 1600 * tick);
+    EXPECT_EQ(second.usage.idleWakeups, 45u + 605u);
 
     // Idle, but every sixth reading is a full one all the same.
-    setUserTicks(1400);
+    setUserTicks(1400, 2);
     int stale = 0;
     while (cpuNanoseconds(**handle) == 1600 * tick) ++stale;
     EXPECT_EQ(stale, 5);
 
     // A garbled schedstat turns the gate off rather than freezing the reading.
-    write("100/schedstat", "garbage\n");
-    setUserTicks(1500);
+    write("100/task/101/schedstat", "garbage\n");
+    setUserTicks(1500, 2);
     EXPECT_EQ(cpuNanoseconds(**handle), 1800 * tick);
-    setUserTicks(1600);
+    setUserTicks(1600, 2);
     EXPECT_EQ(cpuNanoseconds(**handle), 1900 * tick);
   }
 }

@@ -39,6 +39,7 @@ TEST(PidFilesStat, ReadsFieldsWhateverTheNameHolds) {
     EXPECT_EQ(stat->userTicks, 250u);
     EXPECT_EQ(stat->systemTicks, 75u);
     EXPECT_EQ(stat->startTicks, 123456u);
+    EXPECT_EQ(stat->threads, 4u);
     EXPECT_FALSE(stat->isKernelThread());
   }
   const auto unterminated = statLine("sleep", "");
@@ -63,6 +64,7 @@ TEST(PidFilesStat, CutOrGarbledTextFails) {
   EXPECT_FALSE(parsePidStat("x (sleep) S 1 1 1 0 -1 0 0 0 0 0 1 1 0 0 20 0 1 0 5").ok());
   EXPECT_FALSE(parsePidStat("1 (sleep) S 1 1 1 0 -1 0 0 0 0 0 1x 1 0 0 20 0 1 0 5").ok());
   EXPECT_FALSE(parsePidStat("1 (sleep) SS 1 1 1 0 -1 0 0 0 0 0 1 1 0 0 20 0 1 0 5").ok());
+  EXPECT_FALSE(parsePidStat("1 (sleep) S 1 1 1 0 -1 0 0 0 0 0 1 1 0 0 20 0 -1 0 5").ok());  // threads
   EXPECT_FALSE(parsePidStat("1 (sleep) S 1 1 1 0 -1 0 0 0 0 0 99999999999999999999999 1 0 0 20 0 1 0 5").ok());
 }
 

@@ -1,0 +1,104 @@
+// A busy real process has power and energy, estimated from its CPU time since the kernel
+// counts no energy per process, and that energy reaches the usage ledger and the history
+// file: sorting apps by energy must not sort zeros.
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "OmniraCore/history/HistoryDatabase.h"
+#include "OmniraCore/history/UsageLedger.h"
+#include "OmniraCore/platform/linux/LibProc.h"
+#include "OmniraCore/sampling/AppGrouper.h"
+#include "OmniraCore/sampling/ProcessSampler.h"
+
+namespace omnira::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(EstimatedEnergy, ABusyProcessUsesEnergyInTheLedgerAndTheHistory) {
+  const pid_t busy = ::fork();
+  ASSERT_GE(busy, 0);
+  if (busy == 0) {
+    volatile uint64_t spins = 0;
+    while (true) spins = spins + 1;
+  }
+  const pid_t idle = ::fork();
+  ASSERT_GE(idle, 0);
+  if (idle == 0) {
+    while (true) ::pause();
+  }
+
+  ProcessSampler sampler(std::make_unique<LibProc>());
+  (void)sampler.sample();
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  auto samples = sampler.sample();
+  ::kill(busy, SIGKILL);
+  ::kill(idle, SIGKILL);
+  ::waitpid(busy, nullptr, 0);
+  ::waitpid(idle, nullptr, 0);
+
+  const ProcessSample* busySample = nullptr;
+  const ProcessSample* idleSample = nullptr;
+  for (const auto& s : samples) {
+    if (s.pid == busy) busySample = &s;
+    if (s.pid == idle) idleSample = &s;
+  }
+  ASSERT_NE(busySample, nullptr);
+  ASSERT_NE(idleSample, nullptr);
+  ASSERT_GT(busySample->cpuPercent, 0);
+  EXPECT_GT(busySample->powerWatts, 0);
+  EXPECT_GT(busySample->energyJoules, 0);
+  // Watts over the interval the CPU percent was taken over give the joules.
+  const double interval = static_cast<double>(busySample->delta.cpuNanoseconds) / 1e9 / (busySample->cpuPercent / 100);
+  EXPECT_NEAR(busySample->energyJoules, busySample->powerWatts * interval, 1e-9);
+  EXPECT_EQ(idleSample->powerWatts, 0);
+  EXPECT_EQ(idleSample->energyJoules, 0);
+
+  // The busy child and this test share their executable, so their group is one.
+  const AppGrouper grouper("Linux");
+  const auto groups = grouper.group(samples);
+  const AppGroup* group = nullptr;
+  for (const auto& g : groups) {
+    for (const auto& p : g.processes) {
+      if (p.pid == busy) group = &g;
+    }
+  }
+  ASSERT_NE(group, nullptr);
+  EXPECT_GE(group->energyJoules(), busySample->energyJoules);
+
+  const Date at = std::chrono::system_clock::now();
+  UsageLedger ledger;
+  ledger.record(groups, 1.0, at);
+  EXPECT_GT(ledger.day(UsageLedger::dayKey(at)).apps.at(group->id).energyJoules, 0);
+
+  const fs::path file = fs::temp_directory_path() / ("omnira-energy-" + std::to_string(::getpid())) / "history.sqlite";
+  {
+    auto history = HistoryDatabase::open(file);
+    ASSERT_TRUE(history.ok()) << history.error().message;
+    SystemSample system;
+    system.interval = 1.0;
+    ASSERT_TRUE((*history)->record(system, groups, at).ok());
+    auto rows = (*history)->loadApps(HistoryDatabase::AppTable::days,
+                                     HistoryDatabase::periodStart(HistoryDatabase::AppTable::days, at));
+    ASSERT_TRUE(rows.ok());
+    bool found = false;
+    for (const auto& row : *rows) {
+      if (row.appId != group->id) continue;
+      found = true;
+      EXPECT_GT(row.energyJoules, 0);
+    }
+    EXPECT_TRUE(found);
+  }
+  fs::remove_all(file.parent_path());
+}
+
+}  // namespace
+}  // namespace omnira::platform

@@ -1,0 +1,203 @@
+// Real children read from the real /proc: one whose main thread waits while a worker
+// thread runs, as in every thread-pool server and runtime, and one of another user.
+
+#include <pthread.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <new>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "OmniraCore/platform/linux/LibProc.h"
+#include "OmniraCore/sampling/AppGrouper.h"
+#include "OmniraCore/sampling/ProcessSampler.h"
+
+namespace omnira::platform {
+namespace {
+
+const ProcessSample* find(const std::vector<ProcessSample>& samples, int32_t pid) {
+  for (const auto& s : samples) {
+    if (s.pid == pid) return &s;
+  }
+  return nullptr;
+}
+
+// What the child tells the test, in memory both share.
+struct Shared {
+  std::atomic<bool> ready{false};
+  std::atomic<uint64_t> naps{0};  // sleeps the worker finished: each cost a context switch
+};
+
+// A forked child: its main thread starts one worker and then waits for good.
+class WorkerChild {
+ public:
+  enum class Work { spin, nap };
+
+  explicit WorkerChild(Work work) {
+    void* memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) return;
+    shared_ = new (memory) Shared;
+    work_ = work;
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      pthread_t worker;
+      if (::pthread_create(&worker, nullptr, &WorkerChild::run, this) != 0) ::_exit(1);
+      shared_->ready = true;
+      while (true) ::pause();
+    }
+  }
+  ~WorkerChild() {
+    if (pid_ > 0) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    if (shared_) ::munmap(shared_, sizeof(Shared));
+  }
+  WorkerChild(const WorkerChild&) = delete;
+  WorkerChild& operator=(const WorkerChild&) = delete;
+
+  pid_t pid() const { return pid_; }
+  uint64_t naps() const { return shared_->naps; }
+  // Bounded, never timed: the worker is up long before this gives up.
+  bool waitUntilReady() const {
+    for (int i = 0; i < 1000 && pid_ > 0 && !shared_->ready; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    return pid_ > 0 && shared_->ready;
+  }
+  // CPU time of all the child's threads, from the kernel's clock: the figure to check against.
+  double cpuSeconds() const {
+    clockid_t clock{};
+    timespec t{};
+    if (::clock_getcpuclockid(pid_, &clock) != 0 || ::clock_gettime(clock, &t) != 0) return -1;
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
+  }
+
+ private:
+  static void* run(void* self) {
+    auto* child = static_cast<WorkerChild*>(self);
+    if (child->work_ == Work::spin) {
+      volatile uint64_t spins = 0;
+      while (true) spins = spins + 1;
+    }
+    const timespec millisecond{0, 1'000'000};
+    while (true) {
+      ::nanosleep(&millisecond, nullptr);
+      ++child->shared_->naps;
+    }
+    return nullptr;
+  }
+
+  Shared* shared_ = nullptr;
+  Work work_ = Work::spin;
+  pid_t pid_ = -1;
+};
+
+TEST(LibProcThreads, AWorkerBehindAnIdleMainThreadReadsAsBusyEveryTick) {
+  WorkerChild child(WorkerChild::Work::spin);
+  ASSERT_TRUE(child.waitUntilReady());
+  ProcessSampler sampler(std::make_unique<LibProc>());
+  (void)sampler.sample();
+  double before = child.cpuSeconds();
+  // stat counts whole clock ticks of each of user and system time.
+  const double slack = 2.0 / static_cast<double>(::sysconf(_SC_CLK_TCK)) + 0.005;
+  for (int tick = 1; tick <= 8; ++tick) {
+    SCOPED_TRACE(tick);
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    const double from = child.cpuSeconds();
+    const auto samples = sampler.sample();
+    const double to = child.cpuSeconds();
+    const auto* s = find(samples, child.pid());
+    ASSERT_NE(s, nullptr);
+    // The tick's CPU is what the worker really used meanwhile, whatever else the machine
+    // runs: never 0 now and several ticks' worth later.
+    const double used = static_cast<double>(s->delta.cpuNanoseconds) / 1e9;
+    EXPECT_GT(s->cpuPercent, 0);
+    EXPECT_GE(used, from - before - slack);
+    EXPECT_LE(used, to - before + slack);
+    before = to;
+  }
+}
+
+TEST(LibProcThreads, WakeupsCountEveryThread) {
+  WorkerChild child(WorkerChild::Work::nap);
+  ASSERT_TRUE(child.waitUntilReady());
+  ProcessSampler sampler(std::make_unique<LibProc>());
+  (void)sampler.sample();
+  const uint64_t napsAtStart = child.naps();
+  uint64_t counted = 0;
+  uint64_t napsBeforeLast = 0;
+  for (int tick = 1; tick <= 4; ++tick) {
+    SCOPED_TRACE(tick);
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    napsBeforeLast = child.naps();
+    const auto samples = sampler.sample();
+    const auto* s = find(samples, child.pid());
+    ASSERT_NE(s, nullptr);
+    EXPECT_GT(s->idleWakeupsPerSec, 0);
+    counted += s->delta.idleWakeups;
+  }
+  // Every finished nap was a switch; one may have been under way at the baseline.
+  ASSERT_GT(napsBeforeLast, napsAtStart);
+  EXPECT_GE(counted + 1, napsBeforeLast - napsAtStart);
+}
+
+// Another user's process may call itself anything in its arguments; that must not give
+// it an executable path, which would let it pick the group it is shown and kept in.
+TEST(LibProcThreads, AnotherUsersArgumentsAreNoExecutablePath) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to read as another user a process of root's";
+  const pid_t victim = ::fork();
+  ASSERT_GE(victim, 0);
+  if (victim == 0) {
+    ::execl("/bin/sleep", "/usr/lib/firefox/firefox", "600", static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  // Until the exec lands the child is a copy of this program; bounded, never timed.
+  for (int i = 0; i < 1000; ++i) {
+    char target[256] = {};
+    const auto link = "/proc/" + std::to_string(victim) + "/exe";
+    const ssize_t n = ::readlink(link.c_str(), target, sizeof target - 1);
+    if (n > 0 && std::string(target, static_cast<size_t>(n)).ends_with("sleep")) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+
+  int pipeFDs[2];
+  ASSERT_EQ(::pipe(pipeFDs), 0);
+  const pid_t reader = ::fork();
+  ASSERT_GE(reader, 0);
+  if (reader == 0) {
+    ::close(pipeFDs[0]);
+    std::string answer = "no sample";
+    if (::setgid(65534) != 0 || ::setuid(65534) != 0) {
+      answer = "cannot become nobody";
+    } else {
+      ProcessSampler sampler(std::make_unique<LibProc>());
+      const auto samples = sampler.sample();
+      if (const auto* s = find(samples, victim)) {
+        const AppGrouper grouper("Linux");
+        answer = (s->path ? *s->path : std::string("no path")) + "|" + grouper.descriptor(*s).id;
+      }
+    }
+    (void)!::write(pipeFDs[1], answer.data(), answer.size());
+    ::_exit(0);
+  }
+  ::close(pipeFDs[1]);
+  std::string answer;
+  char buffer[512];
+  ssize_t n = 0;
+  while ((n = ::read(pipeFDs[0], buffer, sizeof buffer)) > 0) answer.append(buffer, static_cast<size_t>(n));
+  ::close(pipeFDs[0]);
+  ::waitpid(reader, nullptr, 0);
+  ::kill(victim, SIGKILL);
+  ::waitpid(victim, nullptr, 0);
+  EXPECT_EQ(answer, "no path|name:sleep");
+}
+
+}  // namespace
+}  // namespace omnira::platform
