@@ -76,7 +76,7 @@ TEST(EstimatedEnergy, ABusyProcessUsesEnergyInTheLedgerAndTheHistory) {
 
   const Date at = std::chrono::system_clock::now();
   UsageLedger ledger;
-  ledger.record(groups, 1.0, at);
+  ledger.record(groups, TickGroups::fresh, 1.0, at);
   EXPECT_GT(ledger.day(UsageLedger::dayKey(at)).apps.at(group->id).energyJoules, 0);
 
   const fs::path file = fs::temp_directory_path() / ("omnira-energy-" + std::to_string(::getpid())) / "history.sqlite";
@@ -85,7 +85,7 @@ TEST(EstimatedEnergy, ABusyProcessUsesEnergyInTheLedgerAndTheHistory) {
     ASSERT_TRUE(history.ok()) << history.error().message;
     SystemSample system;
     system.interval = 1.0;
-    ASSERT_TRUE((*history)->record(system, groups, at).ok());
+    ASSERT_TRUE((*history)->record(system, groups, TickGroups::fresh, at).ok());
     auto rows = (*history)->loadApps(HistoryDatabase::AppTable::days,
                                      HistoryDatabase::periodStart(HistoryDatabase::AppTable::days, at));
     ASSERT_TRUE(rows.ok());
