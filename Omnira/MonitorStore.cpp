@@ -60,7 +60,8 @@ void MonitorStore::start() {
   connect(worker_, &SamplingWorker::sampled, this, &MonitorStore::received, Qt::QueuedConnection);
   workerThread_.setObjectName("Omnira sampler");
   workerThread_.start(QThread::LowPriority);
-  insightsWatcher_ = std::make_unique<SavedFileWatcher>(options_.paths.dataFile(insightsFile));
+  insightsWatcher_ = std::make_unique<SavedFileWatcher>(
+      options_.paths.dataFile(insightsFile), "what `omnira insights` changes shows here when Omnira next saves the insights.");
   connect(insightsWatcher_.get(), &SavedFileWatcher::changed, this, &MonitorStore::reloadInsights);
   saveInsights();  // strain that a run which crashed left in the file is not ours
   restartLoop();

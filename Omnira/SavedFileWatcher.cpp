@@ -8,7 +8,8 @@ namespace omnira {
 
 namespace fs = std::filesystem;
 
-SavedFileWatcher::SavedFileWatcher(fs::path file, QObject* parent) : QObject(parent), file_(std::move(file)) {
+SavedFileWatcher::SavedFileWatcher(fs::path file, std::string unwatchable, QObject* parent)
+    : QObject(parent), file_(std::move(file)), unwatchable_(std::move(unwatchable)) {
   gather_.setSingleShot(true);
   gather_.setInterval(gatherMilliseconds);
   connect(&gather_, &QTimer::timeout, this, &SavedFileWatcher::fire);
@@ -18,6 +19,7 @@ SavedFileWatcher::SavedFileWatcher(fs::path file, QObject* parent) : QObject(par
 }
 
 void SavedFileWatcher::noteEvent() {
+  // Not restarted by later events: a file rewritten without pause is still read in time.
   if (!gather_.isActive()) gather_.start();
 }
 
@@ -33,9 +35,9 @@ void SavedFileWatcher::watch() {
   if (!folder.empty()) paths << qtPath(folder);
   std::error_code error;
   if (fs::exists(file_, error)) paths << qtPath(file_);
+  // A file that cannot be watched is still seen through its folder.
   if (!folder.empty() && rewatch(watcher_, paths).contains(qtPath(folder)))
-    spdlog::warn("Cannot watch {}; changes to {} made while Omnira runs apply when it saves it next.",
-                 folder.string(), file_.filename().string());
+    spdlog::warn("Cannot watch {}; {}", folder.string(), unwatchable_);
 }
 
 }  // namespace omnira

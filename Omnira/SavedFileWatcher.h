@@ -1,6 +1,6 @@
 #pragma once
-// Follows one saved file that another program may change while Omnira runs ("insights.json",
-// which `omnira insights` edits). Watches the file and its folder, since a save renames a
+// Follows one file that another program may change while Omnira runs ("insights.json",
+// which `omnira insights` edits; the settings file). Watches the file and its folder, since a save renames a
 // new file over the old one and that ends a watch on the file alone; a folder that does not
 // exist yet is waited for from the nearest folder above it.
 //
@@ -13,6 +13,7 @@
 #include <QTimer>
 
 #include <filesystem>
+#include <string>
 
 namespace omnira {
 
@@ -22,7 +23,9 @@ class SavedFileWatcher : public QObject {
  public:
   static constexpr int gatherMilliseconds = 150;
 
-  explicit SavedFileWatcher(std::filesystem::path file, QObject* parent = nullptr);
+  // `unwatchable` ends the warning logged when the folder cannot be watched: what the
+  // person should expect then.
+  SavedFileWatcher(std::filesystem::path file, std::string unwatchable, QObject* parent = nullptr);
 
  signals:
   void changed();
@@ -33,6 +36,7 @@ class SavedFileWatcher : public QObject {
   void watch();
 
   std::filesystem::path file_;
+  std::string unwatchable_;
   QFileSystemWatcher watcher_;
   QTimer gather_;
 };

@@ -9,12 +9,11 @@
 // cannot be read or is not a JSON object is logged and the last good settings stay (at
 // start, with nothing read before, that is the defaults); a removed file means defaults.
 
-#include <QFileSystemWatcher>
 #include <QObject>
-#include <QTimer>
 
 #include <filesystem>
 
+#include "Omnira/SavedFileWatcher.h"
 #include "OmniraCore/foundation/Settings.h"
 
 namespace omnira {
@@ -25,7 +24,7 @@ class SettingsWatcher : public QObject {
  public:
   // Short enough that a change applies well within a second; long enough to take an
   // editor's write, rename and permission change as one change.
-  static constexpr int gatherMilliseconds = 150;
+  static constexpr int gatherMilliseconds = SavedFileWatcher::gatherMilliseconds;
 
   // Reads the file once now; no changed() for that first read.
   explicit SettingsWatcher(std::filesystem::path file, QObject* parent = nullptr);
@@ -37,16 +36,11 @@ class SettingsWatcher : public QObject {
   void changed(const omnira::Settings& settings);
 
  private:
-  void noteEvent();
   void reload();
-  // Puts the watches on the file (its current inode) and on the folder, or on the nearest
-  // existing folder above it.
-  void watch();
 
   std::filesystem::path file_;
   Settings current_;
-  QFileSystemWatcher watcher_;
-  QTimer gather_;
+  SavedFileWatcher watcher_;
 };
 
 }  // namespace omnira

@@ -103,8 +103,7 @@ int main(int argc, char** argv) {
     return kUsageError;
   }
 
-  omnira::setUpLogging("omnira", verbose ? spdlog::level::debug : spdlog::level::warn,
-                       omnira::LogTarget::standardError);
+  omnira::setUpStandardErrorLogging("omnira", verbose ? spdlog::level::debug : spdlog::level::warn);
 
   if (run->parsed()) return omnira::cli::runApplication(runRequest, stderr);
   if (auto status = usage.run()) return *status;

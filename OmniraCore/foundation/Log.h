@@ -14,5 +14,7 @@ enum class LogTarget { automatic, journal, standardError };
 // With `automatic`, the journal is used when its socket exists.
 void setUpLogging(const std::string& identifier, spdlog::level::level_enum level,
                   LogTarget target = LogTarget::automatic);
+// Standard error only; never links the journal in (see LogStandardError.cpp).
+void setUpStandardErrorLogging(const std::string& identifier, spdlog::level::level_enum level);
 
 }  // namespace omnira

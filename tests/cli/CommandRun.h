@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 namespace omnira::testing {
@@ -23,6 +24,14 @@ inline CommandRun runShell(const std::string& command) {
   const int status = ::pclose(pipe);
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return result;
+}
+
+// The command with a home of its own under `root` (HOME, XDG_CONFIG_HOME, XDG_DATA_HOME) and no
+// standard input; standard error too with `both`, else thrown away.
+inline CommandRun runCommandIn(const std::filesystem::path& root, const std::string& arguments, bool both) {
+  return runShell("HOME='" + (root / "home").string() + "' XDG_CONFIG_HOME='" + (root / "config").string() +
+                  "' XDG_DATA_HOME='" + (root / "data").string() + "' " + OMNIRA_CLI_PATH + " " + arguments +
+                  " </dev/null" + (both ? " 2>&1" : " 2>/dev/null"));
 }
 
 }  // namespace omnira::testing

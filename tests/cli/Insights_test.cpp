@@ -55,10 +55,7 @@ struct InsightsCommand : ::testing::Test {
   void TearDown() override { fs::remove_all(root); }
 
   testing::CommandRun run(const std::string& arguments, bool both = true) {
-    const std::string command = "HOME='" + (root / "home").string() + "' XDG_CONFIG_HOME='" +
-                                (root / "config").string() + "' XDG_DATA_HOME='" + (root / "data").string() + "' " +
-                                OMNIRA_CLI_PATH + " " + arguments + " </dev/null" + (both ? " 2>&1" : " 2>/dev/null");
-    return testing::runShell(command);
+    return testing::runCommandIn(root, arguments, both);
   }
   std::string contents() {
     std::ifstream in(file, std::ios::binary);

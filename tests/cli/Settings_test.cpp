@@ -26,11 +26,7 @@ struct SettingsCommand : ::testing::Test {
 
   // Standard output only, or both streams with `both`.
   testing::CommandRun run(const std::string& arguments, bool both = true) {
-    const std::string command = "HOME='" + (root / "home").string() + "' XDG_CONFIG_HOME='" +
-                                (root / "config").string() + "' XDG_DATA_HOME='" + (root / "data").string() + "' " +
-                                OMNIRA_CLI_PATH + " settings " + arguments + " </dev/null" +
-                                (both ? " 2>&1" : " 2>/dev/null");
-    return testing::runShell(command);
+    return testing::runCommandIn(root, "settings " + arguments, both);
   }
   std::string contents() {
     std::ifstream in(file, std::ios::binary);
