@@ -154,23 +154,23 @@ HistoryDatabase::ReadingRow mergedReading(const HistoryDatabase::ReadingRow& hel
   row.memoryUsedBytesAverage = std::llround(
       mean(static_cast<double>(held.memoryUsedBytesAverage), static_cast<double>(added.memoryUsedBytesAverage)));
   row.memoryUsedBytesPeak = std::max(held.memoryUsedBytesPeak, added.memoryUsedBytesPeak);
-  row.memoryPressurePercentAverage = eitherMean(held.memoryPressurePercentAverage, added.memoryPressurePercentAverage);
-  row.memoryPressurePercentPeak = eitherMax(held.memoryPressurePercentPeak, added.memoryPressurePercentPeak);
   row.memoryPressureLevelPeak =
       worse(held.memoryPressureLevelPeak, added.memoryPressureLevelPeak, {"normal", "warning", "critical"});
   row.swapUsedBytesPeak = std::max(held.swapUsedBytesPeak, added.swapUsedBytesPeak);
-  row.gpuPercentAverage = eitherMean(held.gpuPercentAverage, added.gpuPercentAverage);
-  row.gpuPercentPeak = eitherMax(held.gpuPercentPeak, added.gpuPercentPeak);
-  row.neuralEnginePercentAverage = eitherMean(held.neuralEnginePercentAverage, added.neuralEnginePercentAverage);
-  row.neuralEnginePercentPeak = eitherMax(held.neuralEnginePercentPeak, added.neuralEnginePercentPeak);
-  row.cpuCelsiusAverage = eitherMean(held.cpuCelsiusAverage, added.cpuCelsiusAverage);
-  row.cpuCelsiusPeak = eitherMax(held.cpuCelsiusPeak, added.cpuCelsiusPeak);
-  row.hottestCelsiusAverage = eitherMean(held.hottestCelsiusAverage, added.hottestCelsiusAverage);
-  row.hottestCelsiusPeak = eitherMax(held.hottestCelsiusPeak, added.hottestCelsiusPeak);
-  row.fanRpmAverage = eitherMean(held.fanRpmAverage, added.fanRpmAverage);
-  row.fanRpmPeak = eitherMax(held.fanRpmPeak, added.fanRpmPeak);
-  row.powerWattsAverage = eitherMean(held.powerWattsAverage, added.powerWattsAverage);
-  row.powerWattsPeak = eitherMax(held.powerWattsPeak, added.powerWattsPeak);
+  // Figures a machine may lack: an average weighted by the seconds, the higher peak.
+  using Row = HistoryDatabase::ReadingRow;
+  using Figure = std::optional<double> Row::*;
+  const auto optionalPair = [&](Figure average, Figure peak) {
+    row.*average = eitherMean(held.*average, added.*average);
+    row.*peak = eitherMax(held.*peak, added.*peak);
+  };
+  optionalPair(&Row::memoryPressurePercentAverage, &Row::memoryPressurePercentPeak);
+  optionalPair(&Row::gpuPercentAverage, &Row::gpuPercentPeak);
+  optionalPair(&Row::neuralEnginePercentAverage, &Row::neuralEnginePercentPeak);
+  optionalPair(&Row::cpuCelsiusAverage, &Row::cpuCelsiusPeak);
+  optionalPair(&Row::hottestCelsiusAverage, &Row::hottestCelsiusPeak);
+  optionalPair(&Row::fanRpmAverage, &Row::fanRpmPeak);
+  optionalPair(&Row::powerWattsAverage, &Row::powerWattsPeak);
   row.thermalStatePeak = worse(held.thermalStatePeak, added.thermalStatePeak, {"nominal", "fair", "serious", "critical"});
   row.batteryPercent = added.batteryPercent ? added.batteryPercent : held.batteryPercent;
   row.pluggedInSeconds = held.pluggedInSeconds + added.pluggedInSeconds;
