@@ -19,6 +19,7 @@
 #include "OmniraCore/history/HistoryDatabase.h"
 #include "OmniraCore/foundation/SystemText.h"
 #include "OmniraCore/history/UsageLedger.h"
+#include "tests/Omnira/RunningOmnira.h"
 #include "tests/cli/CommandRun.h"
 
 namespace omnira {
@@ -26,85 +27,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A child process running `omnira run`, its output kept in files.
-class Child {
- public:
-  Child(const std::filesystem::path& home, const std::vector<std::string>& arguments) : home_(home) {
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      ::setenv("XDG_DATA_HOME", (home / "data").c_str(), 1);
-      ::setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
-      ::setenv("HOME", home.c_str(), 1);
-      const int out = ::open((home / "stdout").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-      const int err = ::open((home / "stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-      ::dup2(out, STDOUT_FILENO);
-      ::dup2(err, STDERR_FILENO);
-      std::vector<char*> argv{const_cast<char*>(OMNIRA_CLI_PATH), const_cast<char*>("run")};
-      for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-      argv.push_back(nullptr);
-      ::execv(OMNIRA_CLI_PATH, argv.data());
-      ::_exit(127);
-    }
-  }
-  ~Child() {
-    if (pid_ > 0 && !exited_) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
-  }
-  pid_t pid() const { return pid_; }
-  // The exit status, or -1 when it ended otherwise or did not end within the guard.
-  int stop(int signal) {
-    ::kill(pid_, signal);
-    return wait();
-  }
-  int wait() {
-    for (int i = 0; i < 300; ++i) {
-      int status = 0;
-      if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-        exited_ = true;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-      }
-      std::this_thread::sleep_for(100ms);
-    }
-    return -1;
-  }
+using testing::slurp;
+using Child = testing::RunningOmnira;
 
- private:
-  std::filesystem::path home_;
-  pid_t pid_ = -1;
-  bool exited_ = false;
-};
-
-std::string slurp(const std::filesystem::path& file) {
-  std::ifstream in(file);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-// Seconds recorded in the history's minute table, read the way `omnira history` reads them.
-double recordedSeconds(const std::filesystem::path& file) {
-  if (!std::filesystem::exists(file)) return 0;
-  auto db = HistoryDatabase::open(file);
-  if (!db) return 0;
-  auto rows = (*db)->system(HistoryDatabase::SystemTable::minutes, 0, INT64_MAX);
-  double seconds = 0;
-  if (rows)
-    for (const auto& row : *rows) seconds += row.seconds;
-  return seconds;
-}
-
-// Waits until the history holds more than `seconds`: the loop has primed and ticked twice
-// at its one-second cadence. The guard is generous: it catches a loop that never ticks,
-// it does not measure speed.
+// The loop has primed and ticked at its one-second cadence past `seconds` recorded.
 bool waitForTicks(const std::filesystem::path& history, double seconds = 0) {
-  const auto until = std::chrono::steady_clock::now() + 60s;
-  while (std::chrono::steady_clock::now() < until) {
-    if (recordedSeconds(history) > seconds + 1.5) return true;
-    std::this_thread::sleep_for(200ms);
-  }
-  return false;
+  return testing::waitForRecorded(history, seconds + 1.5);
 }
 
 TEST(OmniraRun, RunsHeadlessKeepsOneInstanceAndSavesEverythingOnStop) {
@@ -147,7 +75,7 @@ TEST(OmniraRun, RunsHeadlessKeepsOneInstanceAndSavesEverythingOnStop) {
   EXPECT_FALSE(std::filesystem::exists(home / "data" / "Omnira" / "history.sqlite-wal") &&
                std::filesystem::file_size(data / "history.sqlite-wal") > 0);  // checkpointed
   const size_t firstRun = live->systemHistory.size();
-  const double recorded = recordedSeconds(data / "history.sqlite");
+  const double recorded = testing::recordedSeconds(data / "history.sqlite");
   EXPECT_GT(recorded, 0);
 
   // A start after the stop carries the charts on and stops cleanly on SIGINT too.

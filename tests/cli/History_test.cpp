@@ -20,6 +20,7 @@
 #include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/history/HistoryDatabase.h"
 #include "OmniraCore/history/UsageLedger.h"
+#include "tests/Omnira/RunningOmnira.h"
 #include "tests/cli/CommandRun.h"
 #include "tests/history/HistoryFiles.h"
 
@@ -202,68 +203,6 @@ TEST_F(HistoryCommand, DeletingAllTakesTheUsageLedgerAndTheInsightsAlongAndOlder
   EXPECT_NE(blocked.out.find("usage.json"), std::string::npos) << blocked.out;
 }
 
-// A running `omnira run`, its output kept in files beside its home.
-class RunningOmnira {
- public:
-  explicit RunningOmnira(const fs::path& root) {
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      ::setenv("HOME", (root / "home").c_str(), 1);
-      ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
-      ::setenv("XDG_CONFIG_HOME", (root / "config").c_str(), 1);
-      const int log = ::open((root / "omnira.log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-      ::dup2(log, STDOUT_FILENO);
-      ::dup2(log, STDERR_FILENO);
-      ::execl(OMNIRA_CLI_PATH, OMNIRA_CLI_PATH, "run", "--headless", "--watching", nullptr);
-      ::_exit(127);
-    }
-  }
-  ~RunningOmnira() {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
-  }
-  // The exit status after SIGTERM; -1 when it ended otherwise.
-  int stop() {
-    ::kill(pid_, SIGTERM);
-    int status = 0;
-    const bool ended = ::waitpid(pid_, &status, 0) == pid_;
-    pid_ = -1;
-    return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  pid_t pid_ = -1;
-};
-
-double recordedSeconds(const fs::path& file, HistoryDatabase::SystemTable table) {
-  auto db = HistoryDatabase::open(file);
-  if (!db) return 0;
-  double seconds = 0;
-  if (auto rows = (*db)->system(table, 0, INT64_MAX))
-    for (const auto& row : *rows) seconds += row.seconds;
-  return seconds;
-}
-
-// Waits for the running application to have recorded more than `seconds`. The guard is
-// generous: it catches an application that never writes, it does not measure speed.
-bool waitForRecorded(const fs::path& file, HistoryDatabase::SystemTable table, double seconds) {
-  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(90);
-  while (std::chrono::steady_clock::now() < until) {
-    if (recordedSeconds(file, table) > seconds) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  }
-  return false;
-}
-
-std::string slurp(const fs::path& file) {
-  std::ifstream in(file);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 TEST_F(HistoryCommand, DeletingAllWhileOmniraRunsKeepsNothingFromBeforeInAnyFile) {
   const auto data = root / "data" / "Omnira";
   const auto history = data / "history.sqlite";
@@ -288,19 +227,20 @@ TEST_F(HistoryCommand, DeletingAllWhileOmniraRunsKeepsNothingFromBeforeInAnyFile
   insights.note({Insight{.id = UUID::random(), .date = now, .appID = "exec:/opt/old/tool", .title = "From before"}});
   ASSERT_TRUE(insights.save(data / "insights.json").ok());
 
-  RunningOmnira omnira(root);
+  testing::RunningOmnira omnira(root);
   // It has ticked, continuing this hour's rows, when they hold more than the earlier run's.
-  ASSERT_TRUE(waitForRecorded(history, HistoryDatabase::SystemTable::hours, earlier + 1.5)) << slurp(root / "omnira.log");
+  ASSERT_TRUE(testing::waitForRecorded(history, earlier + 1.5, HistoryDatabase::SystemTable::hours))
+      << testing::slurp(root / "stderr");
   const Date deletedAt = std::chrono::system_clock::now();
   const auto deleted = run("history delete --all --yes");
   ASSERT_EQ(deleted.status, 0) << deleted.out;
   // A few ticks after the deletion; with the old totals back this holds at once, and fails below.
-  ASSERT_TRUE(waitForRecorded(history, HistoryDatabase::SystemTable::minutes, 2.5)) << slurp(root / "omnira.log");
-  ASSERT_EQ(omnira.stop(), 0) << slurp(root / "omnira.log");
+  ASSERT_TRUE(testing::waitForRecorded(history, 2.5)) << testing::slurp(root / "stderr");
+  ASSERT_EQ(omnira.stop(), 0) << testing::slurp(root / "stderr");
 
   auto db = HistoryDatabase::open(history);
   ASSERT_TRUE(db.ok());
-  EXPECT_LT(recordedSeconds(history, HistoryDatabase::SystemTable::hours), earlier / 2);
+  EXPECT_LT(testing::recordedSeconds(history, HistoryDatabase::SystemTable::hours), earlier / 2);
   EXPECT_GE((*db)->recordingSince().value().value(), deletedAt - std::chrono::seconds(1));
   const auto days = (*db)->apps(HistoryDatabase::AppTable::days, 0, INT64_MAX).value();
   for (const auto& row : days) {
