@@ -291,16 +291,19 @@ Date LibProc::startDate(uint64_t startTicks) {
   return *bootTime_ + std::chrono::duration_cast<Date::duration>(std::chrono::duration<double, std::nano>(nanoseconds));
 }
 
+DIR* LibProc::openPidFolder(int32_t pid, const char* folder) {
+  if (procFD_ < 0) return nullptr;
+  const int fd = ::openat(procFD_, PidPath(pid, folder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  DIR* dir = ::fdopendir(fd);
+  if (!dir) ::close(fd);
+  return dir;
+}
+
 template <class Fn>
 bool LibProc::forEachThreadFile(int32_t pid, const char* file, Fn&& fn) {
-  if (procFD_ < 0) return false;
-  const int fd = ::openat(procFD_, PidPath(pid, "task").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
-  DIR* dir = ::fdopendir(fd);
-  if (!dir) {
-    ::close(fd);
-    return false;
-  }
+  DIR* dir = openPidFolder(pid, "task");
+  if (!dir) return false;
   bool any = false, complete = true;
   char path[64];
   while (const dirent* entry = ::readdir(dir)) {
@@ -556,14 +559,8 @@ std::vector<ListeningSocket> LibProc::listeningSockets() {
 
 std::vector<uint64_t> LibProc::socketInodes(int32_t pid) {
   std::vector<uint64_t> inodes;
-  if (procFD_ < 0) return inodes;
-  const int fd = ::openat(procFD_, PidPath(pid, "fd").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return inodes;
-  DIR* dir = ::fdopendir(fd);
-  if (!dir) {
-    ::close(fd);
-    return inodes;
-  }
+  DIR* dir = openPidFolder(pid, "fd");
+  if (!dir) return inodes;
   char target[64];  // "socket:[N]" is short; longer targets are no sockets
   while (const dirent* entry = ::readdir(dir)) {
     if (entry->d_name[0] == '.') continue;

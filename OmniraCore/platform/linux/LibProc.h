@@ -91,6 +91,8 @@ class LibProc final : public ProcessSource {
   Result<void, ProcessReadFailure> readUsage(int statFD, int statusFD, int ioFD, bool ioUnavailable,
                                              int32_t pid, std::optional<uint64_t> keptSwitches,
                                              ProcessReading& reading);
+  // A folder of one process (`task`, `fd`) to list; nullptr when it cannot be opened.
+  DIR* openPidFolder(int32_t pid, const char* folder);
   // Calls fn(text) with each of the process's threads' `file` (task/TID/file) until it
   // returns false. True when at least one was read and fn never said false.
   template <class Fn>
