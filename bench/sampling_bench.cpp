@@ -3,8 +3,15 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 
+#include <unistd.h>
+
+#include "OmniraCore/platform/linux/DesktopEntries.h"
+#include "OmniraCore/platform/linux/LinuxAppIdentifier.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 #include "bench/IdleProcesses.h"
 
@@ -62,6 +69,38 @@ void tick(benchmark::State& state) {
                                                          benchmark::Counter::kInvert);
 }
 
+// The desktop entries a one-shot snapshot scans: N entries naming programs of /usr/bin,
+// looked up through this machine's PATH as a desktop of N apps would be.
+void desktopScan(benchmark::State& state) {
+  namespace fs = std::filesystem;
+  const auto dir = fs::temp_directory_path() / ("omnira-bench-apps-" + std::to_string(::getpid()));
+  fs::create_directories(dir / "applications");
+  int written = 0;
+  for (const auto& program : fs::directory_iterator("/usr/bin")) {
+    if (written == state.range(0)) break;
+    const auto name = program.path().filename().string();
+    std::ofstream(dir / "applications" / ("org.example." + name + ".desktop"))
+        << "[Desktop Entry]\nType=Application\nName=" << name << "\nExec=" << name << " %U\nIcon=" << name
+        << "\nCategories=Utility;\nStartupWMClass=" << name << "\n";
+    ++written;
+  }
+  auto config = platform::LinuxAppIdentifier::Config::fromEnvironment(
+      [](const std::string& variable) -> std::optional<std::string> {
+        if (const char* value = std::getenv(variable.c_str())) return std::string(value);
+        return std::nullopt;
+      },
+      ::getuid());
+  config.desktop.dataDirs = {dir};
+  for (auto _ : state) {
+    auto entries = platform::DesktopEntries::scan(config.desktop);
+    benchmark::DoNotOptimize(entries.all().data());
+  }
+  state.counters["entries"] = written;
+  state.counters["program_dirs"] = static_cast<double>(config.desktop.programDirs.size());
+  fs::remove_all(dir);
+}
+
+BENCHMARK(desktopScan)->Arg(300)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(processSample)->Arg(0)->Arg(1000)->Unit(benchmark::kMicrosecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(grouping)->Arg(0)->Arg(1000)->Unit(benchmark::kMicrosecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(tick)->Arg(0)->Arg(1000)->Unit(benchmark::kMicrosecond)->MeasureProcessCPUTime()->UseRealTime();

@@ -3,9 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <set>
 #include <system_error>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
+
+#include <dirent.h>
+#include <sys/stat.h>
 
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
@@ -66,8 +72,40 @@ std::vector<std::pair<std::string, std::string>> listFolder(const fs::path& fold
 struct Resolver {
   const DesktopEntries::Source& source;
   const DesktopEntries::RealPath& realPath;
+  // On the file system each program dir is listed once, so that looking a program up
+  // costs no call per folder it is not in (a PATH of fifteen folders, hundreds of
+  // entries). Nothing listed for a fake file system: it is asked path by path.
+  bool listFolders = false;
+  mutable std::unordered_map<std::string, std::optional<std::unordered_set<std::string>>> listed;
 
-  std::string real(const std::string& path) const { return realPath(path).value_or(path); }
+  // Whether `program` may be in `dir`: false only when the listing says it is not.
+  bool mayHold(const fs::path& dir, const std::string& program) const {
+    if (!listFolders) return true;
+    auto [slot, inserted] = listed.try_emplace(dir.string());
+    if (inserted) slot->second = namesIn(dir);
+    return !slot->second || slot->second->contains(program);
+  }
+
+  static std::optional<std::unordered_set<std::string>> namesIn(const fs::path& dir) {
+    DIR* folder = ::opendir(dir.c_str());
+    if (!folder) {
+      if (errno == ENOENT || errno == ENOTDIR) return std::unordered_set<std::string>{};  // holds nothing
+      return std::nullopt;
+    }
+    std::unordered_set<std::string> names;
+    errno = 0;
+    while (const dirent* entry = ::readdir(folder)) names.emplace(entry->d_name);
+    const bool complete = errno == 0;
+    ::closedir(folder);
+    if (!complete) return std::nullopt;  // a partial listing must not hide a program
+    return names;
+  }
+
+  std::string real(const std::string& path) const {
+    const auto slash = path.rfind('/');
+    if (slash != std::string::npos && !mayHold(path.substr(0, slash), path.substr(slash + 1))) return path;
+    return realPath(path).value_or(path);
+  }
 
   struct Located {
     std::string written;  // the absolute path Exec names, found in the program dirs
@@ -80,6 +118,7 @@ struct Resolver {
     if (program.front() == '/') return Located{program, real(program)};
     if (program.find('/') != std::string::npos) return std::nullopt;  // relative to an unknown directory
     for (const auto& dir : source.programDirs) {
+      if (!mayHold(dir, program)) continue;
       auto written = (dir / program).string();
       if (auto found = realPath(written)) return Located{std::move(written), std::move(*found)};
     }
@@ -104,6 +143,10 @@ struct Resolver {
 
 DesktopEntries::RealPath DesktopEntries::fileSystemRealPath() {
   return [](const std::string& path) -> std::optional<std::string> {
+    // Most paths asked about (a program in each PATH folder, a renamed binary) do not
+    // exist; one stat says so, where resolving walks and reads every component first.
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) return std::nullopt;
     std::error_code error;
     auto real = fs::canonical(path, error);
     if (error) return std::nullopt;
@@ -154,7 +197,7 @@ std::optional<std::string_view> DesktopEntries::snapOfPath(std::string_view path
 
 DesktopEntries DesktopEntries::scan(const Source& source) {
   const RealPath realPath = source.realPath ? source.realPath : fileSystemRealPath();
-  const Resolver resolver{source, realPath};
+  const Resolver resolver{source, realPath, !source.realPath, {}};
   DesktopEntries result;
   std::set<std::string, std::less<>> claimed;  // ids decided by an earlier folder
 

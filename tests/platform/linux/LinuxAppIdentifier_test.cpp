@@ -82,6 +82,35 @@ TEST(DesktopEntries, RealPathFollowsLinks) {
   fs::remove_all(dir);
 }
 
+// The folders of a real PATH are listed rather than asked name by name: what the listing
+// holds must resolve exactly as asking did.
+TEST(DesktopEntries, LooksProgramsUpInRealFolders) {
+  const auto dir = fs::temp_directory_path() / ("omnira-path-" + std::to_string(::getpid()));
+  fs::create_directories(dir / "apps/applications");
+  fs::create_directories(dir / "first");
+  fs::create_directories(dir / "second");
+  fs::create_directories(dir / "opt/editor");
+  std::ofstream(dir / "opt/editor/editor") << "binary";
+  std::ofstream(dir / "opt/editor/editor-bin") << "binary";
+  fs::create_symlink(dir / "opt/editor/editor", dir / "second/editor");
+  fs::create_symlink(dir / "nowhere", dir / "first/editor");  // dangling: the next folder's wins
+  std::ofstream(dir / "second/tool") << "binary";
+  std::ofstream(dir / "apps/applications/editor.desktop") << "[Desktop Entry]\nType=Application\nName=Editor\nExec=editor %F\n";
+  std::ofstream(dir / "apps/applications/tool.desktop") << "[Desktop Entry]\nType=Application\nName=Tool\nExec=tool\n";
+  std::ofstream(dir / "apps/applications/gone.desktop") << "[Desktop Entry]\nType=Application\nName=Gone\nExec=gone\n";
+
+  DesktopEntries::Source source;
+  source.dataDirs = {dir / "apps"};
+  source.programDirs = {dir / "missing", dir / "first", dir / "second"};
+  const auto entries = DesktopEntries::scan(source);
+  const auto real = fs::canonical(dir).string();
+  EXPECT_EQ(entries.forExecutable(real + "/opt/editor/editor")->id, "editor.desktop");
+  EXPECT_EQ(entries.forExecutable(real + "/opt/editor/editor-bin")->id, "editor.desktop");
+  EXPECT_EQ(entries.forExecutable(real + "/second/tool")->id, "tool.desktop");
+  EXPECT_TRUE(entries.withID("gone.desktop")->executables.empty());
+  fs::remove_all(dir);
+}
+
 // How a process was started, as the sampler reports it.
 struct Launch {
   const char* unit = nullptr;
