@@ -114,7 +114,13 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
   ProcHandle(LibProc& owner, int32_t pid) : owner_(owner), pid_(pid) {
     // The kernel's CPU clock of a process covers all its threads to the nanosecond and
     // costs one system call. It names pids of this program's own process table only.
-    if (owner_.ownProcessTable_) clockUsable_ = ::clock_getcpuclockid(pid_, &clock_) == 0;
+    // The id is made as the C library makes it (the kernel's fixed encoding of a
+    // process's scheduler clock), without the library's extra call to check the pid: the
+    // first reading tells whether the clock works.
+    if (owner_.ownProcessTable_) {
+      clock_ = static_cast<clockid_t>((~static_cast<uint32_t>(pid_) << 3) | 2u);
+      clockUsable_ = true;
+    }
   }
   ~ProcHandle() override {
     closeIfOpen(stat_);
@@ -176,8 +182,10 @@ class LibProc::ProcHandle final : public ProcessSource::Handle {
   std::optional<uint64_t> runNanoseconds() {
     if (clockUsable_) {
       timespec t{};
-      if (::clock_gettime(clock_, &t) != 0) return std::nullopt;
-      return static_cast<uint64_t>(t.tv_sec) * 1'000'000'000ull + static_cast<uint64_t>(t.tv_nsec);
+      if (::clock_gettime(clock_, &t) == 0) {
+        return static_cast<uint64_t>(t.tv_sec) * 1'000'000'000ull + static_cast<uint64_t>(t.tv_nsec);
+      }
+      clockUsable_ = false;  // gone, or not ours to read: the threads' statistics say which
     }
     return owner_.threadsRunNanoseconds(pid_);
   }
@@ -505,13 +513,18 @@ Result<ProcessFacts, ProcessReadFailure> LibProc::facts(int32_t pid) {
 
   // Kernel threads and zombies have no arguments, and no unit or sandbox worth a look.
   if (facts.arguments.empty()) return facts;
+  bool mayBeSandboxed = true;
   if (auto text = readTextFileAt(procFD_, PidPath(pid, "cgroup").c_str(), 64 * 1024)) {
     if (auto path = systemdCgroupPath(*text)) {
       auto unit = sessionUnitOf(*path);
       facts.appUnitID = std::move(unit.appID);
       facts.sessionService = unit.sessionService;
+      // Sandboxed apps are started from a person's session, never as a system service:
+      // the machine's services (often half of all processes) need not be looked into.
+      mayBeSandboxed = !path->starts_with("/system.slice/") && *path != "/init.scope";
     }
   }
+  if (!mayBeSandboxed) return facts;
   if (auto text = readTextFileAt(procFD_, PidPath(pid, "root/.flatpak-info").c_str(), 64 * 1024)) {
     facts.flatpakAppID = parseFlatpakAppID(*text);
   }

@@ -126,6 +126,7 @@ TEST(LibProc, SamplerSeesTheFixtureTreeWithOrWithoutKeptFiles) {
     EXPECT_TRUE(find(samples, 102)->hasTerminal);
     EXPECT_EQ(find(samples, 102)->appUnitID, "org.kde.konsole");  // hybrid hierarchy
     EXPECT_EQ(find(samples, 103)->flatpakAppID, "org.mozilla.firefox");
+    EXPECT_EQ(find(samples, 1)->flatpakAppID, std::nullopt);  // the machine's own units are never looked into
     EXPECT_TRUE(find(samples, 104)->sessionService);
     EXPECT_EQ(find(samples, 106)->name, "gnome-shell-calendar-server");
     EXPECT_EQ(find(samples, 107)->helperRole, HelperRole::renderer);
