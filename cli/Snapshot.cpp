@@ -11,14 +11,16 @@ Snapshot takeSnapshot() {
   auto processes = platform::makeProcessSampler();
   // The grouper scans desktop entries while the samplers' baselines age.
   (void)system->sample();
-  (void)processes->sample();
+  // Network rates are the sockets' bytes between the two samples.
+  constexpr ProcessSampler::Details details{.network = true};
+  (void)processes->sample(details);
   const auto primed = std::chrono::steady_clock::now();
   auto grouper = platform::makeAppGrouper();
   std::this_thread::sleep_until(primed + std::chrono::seconds(1));
 
   Snapshot snap;
   snap.system = system->sample();
-  auto samples = processes->sample();
+  auto samples = processes->sample(details);
   snap.unmeasuredProcesses = processes->unmeasuredCount();
   snap.processesWithoutDisk = processes->withoutDiskCount();
   snap.groups = grouper->group(std::move(samples));

@@ -72,12 +72,14 @@ std::string snapshotText(const Snapshot& snap, size_t topApps) {
   }
   if (!notes.empty()) out += " (" + notes + ")";
   out += "\n\n";
-  out += fmt::format("  {:<34} {:>6} {:>7} {:>10}  {}\n", "APP", "PROCS", "CPU", "MEMORY", "KIND");
+  out += fmt::format("  {:<34} {:>6} {:>7} {:>10} {:>11}  {}\n", "APP", "PROCS", "CPU", "MEMORY", "NETWORK", "KIND");
   const size_t shown = std::min(topApps, snap.groups.size());
   for (size_t i = 0; i < shown; ++i) {
     const auto& g = snap.groups[i];
-    out += fmt::format("  {:<34} {:>6} {:>6.1f}% {:>10}  {}\n", fit(g.name, 34), g.processCount(), g.cpuPercent(),
-                       bytes(g.memoryBytes()), rawValue(g.kind));
+    // In and out together; blank for an app that moved nothing over TCP.
+    const double network = g.networkInBytesPerSec() + g.networkOutBytesPerSec();
+    out += fmt::format("  {:<34} {:>6} {:>6.1f}% {:>10} {:>11}  {}\n", fit(g.name, 34), g.processCount(),
+                       g.cpuPercent(), bytes(g.memoryBytes()), network > 0 ? rate(network) : "", rawValue(g.kind));
   }
   if (shown < snap.groups.size())
     out += fmt::format("  … and {} more (omnira snapshot --all, or --json)\n", snap.groups.size() - shown);

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <unordered_set>
+#include <utility>
 
 #include <spdlog/spdlog.h>
 
@@ -74,6 +75,8 @@ struct ProcessSampler::Tracked {
   uint64_t memoryRefinedAt = 0;
   std::optional<double> memoryRatio;  // proportional share over raw footprint
 
+  bool holdsSockets = false;  // at the last look at its descriptors
+
   bool directoryRead = false;
   uint64_t directoryReadAt = 0;
   std::optional<std::string> projectPath;
@@ -110,6 +113,10 @@ ProcessSampler& ProcessSampler::operator=(ProcessSampler&& other) noexcept {
   unmeasured_ = other.unmeasured_;
   withoutDisk_ = other.withoutDisk_;
   measured_ = other.measured_;
+  network_ = std::move(other.network_);
+  socketHolders_ = std::move(other.socketHolders_);
+  unheld_ = std::move(other.unheld_);
+  lastNetworkAt_ = other.lastNetworkAt_;
   pids_ = std::move(other.pids_);
   sampled_ = std::move(other.sampled_);
   reading_ = std::move(other.reading_);
@@ -243,6 +250,7 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
   refineMemory(samples, now);
   if (details.projects) findProjects(samples, now);
   measured_.projects = details.projects;
+  measured_.network = details.network && measureNetwork(samples, now);
   if (!kernelCountsEnergy) samples = EnergyEstimate::fromCPUTime(std::move(samples));
 
   std::erase_if(tracked_, [this](const auto& entry) { return entry.second->generation != generation_; });
@@ -338,6 +346,69 @@ void ProcessSampler::findProjects(std::vector<ProcessSample>& samples, uint64_t 
     std::sort(s.listeningPorts.begin(), s.listeningPorts.end());
     s.listeningPorts.erase(std::unique(s.listeningPorts.begin(), s.listeningPorts.end()), s.listeningPorts.end());
   }
+}
+
+bool ProcessSampler::measureNetwork(std::vector<ProcessSample>& samples, uint64_t now) {
+  auto sockets = source_->tcpSockets();
+  if (!sockets) return false;
+  findSocketHolders(*sockets, samples, now);
+  const auto moved = network_.step(*sockets, socketHolders_);
+  const std::optional<uint64_t> since = std::exchange(lastNetworkAt_, now);
+  if (!since || now <= *since) return true;
+  const double interval = seconds(now - *since);
+  for (auto& s : samples) {
+    const auto bytes = moved.find(s.pid);
+    if (bytes == moved.end()) continue;
+    s.networkInBytesPerSec = static_cast<double>(bytes->second.in) / interval;
+    s.networkOutBytesPerSec = static_cast<double>(bytes->second.out) / interval;
+  }
+  return true;
+}
+
+void ProcessSampler::findSocketHolders(const std::vector<TCPSocket>& sockets,
+                                       const std::vector<ProcessSample>& samples, uint64_t now) {
+  std::unordered_map<uint64_t, uint32_t> ownerOf;  // the live sockets' inodes → their owners' uids
+  ownerOf.reserve(sockets.size());
+  for (const auto& socket : sockets)
+    if (socket.inode != 0) ownerOf.emplace(socket.inode, socket.uid);
+  std::unordered_set<int32_t> running;
+  running.reserve(samples.size());
+  for (const auto& s : samples) running.insert(s.pid);
+  // A socket outlives its holder when a child inherited it: look for it again.
+  std::erase_if(socketHolders_, [&](const auto& entry) {
+    return !ownerOf.contains(entry.first) || !running.contains(entry.second);
+  });
+  const uint64_t retry = static_cast<uint64_t>(kUnheldRetrySeconds * kNanosecondsPerSecond);
+  std::erase_if(unheld_,
+                [&](const auto& entry) { return !ownerOf.contains(entry.first) || now - entry.second >= retry; });
+
+  std::unordered_set<uint64_t> wanted;
+  std::unordered_map<uint32_t, bool> readable;  // by uid
+  for (const uint64_t inode : network_.moved(sockets)) {
+    if (socketHolders_.contains(inode) || unheld_.contains(inode)) continue;
+    const uint32_t uid = ownerOf.at(inode);
+    auto [slot, inserted] = readable.try_emplace(uid, false);
+    if (inserted) slot->second = source_->readsSocketsOf(uid);
+    if (slot->second) wanted.insert(inode);
+  }
+  if (wanted.empty()) return;
+
+  // Processes that held sockets before are the likeliest holders of new ones.
+  std::vector<size_t> order;
+  for (size_t i = 0; i < samples.size(); ++i) {
+    const auto uid = readable.find(samples[i].uid);
+    if (!samples[i].kernelThread && uid != readable.end() && uid->second) order.push_back(i);
+  }
+  std::stable_partition(order.begin(), order.end(), [&](size_t i) { return sampled_[i]->holdsSockets; });
+  for (const size_t i : order) {
+    const auto inodes = source_->socketInodes(samples[i].pid);
+    sampled_[i]->holdsSockets = !inodes.empty();
+    for (const uint64_t inode : inodes) {
+      if (wanted.erase(inode) > 0) socketHolders_[inode] = samples[i].pid;
+    }
+    if (wanted.empty()) return;
+  }
+  for (const uint64_t inode : wanted) unheld_[inode] = now;
 }
 
 std::optional<std::string> ProcessSampler::projectRoot(const std::string& directory, uint64_t now) {

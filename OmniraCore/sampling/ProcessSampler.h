@@ -30,6 +30,7 @@
 #include <vector>
 
 #include "OmniraCore/sampling/ProcessDetails.h"
+#include "OmniraCore/sampling/ProcessNetwork.h"
 #include "OmniraCore/sampling/ProcessSample.h"
 #include "OmniraCore/sampling/ProcessSource.h"
 
@@ -76,13 +77,16 @@ class ProcessSampler {
   ProcessSampler(ProcessSampler&&) noexcept;
   ProcessSampler& operator=(ProcessSampler&&) noexcept;
 
-  // All processes that could be read, in pid order. Network, GPU and Neural Engine
-  // figures stay 0 on Linux; `projects` fills projectPath and listeningPorts, which are
-  // left empty otherwise.
+  // All processes that could be read, in pid order. GPU and Neural Engine figures stay
+  // 0 on Linux; `projects` fills projectPath and listeningPorts, which are left empty
+  // otherwise; `network` fills the network rates (TCP only: the bytes of the sockets a
+  // process holds, over the time since the last sample that measured network; the first
+  // such sample is a baseline and rates are 0), which stay 0 otherwise.
   std::vector<ProcessSample> sample(Details details = {});
 
   // The details the last sample really filled: of those asked for, the ones this
-  // platform measures (projects; network, GPU and Neural Engine not yet).
+  // platform measures (projects; network where the socket list could be read; GPU and
+  // Neural Engine not yet).
   Details measuredDetails() const { return measured_; }
   // Processes running at the last sample that it left out because their figures could
   // not be read (not those that exited meanwhile).
@@ -105,6 +109,10 @@ class ProcessSampler {
   void findProjects(std::vector<ProcessSample>& samples, uint64_t now);
   std::optional<std::string> projectRoot(const std::string& directory, uint64_t now);
   bool hasProjectMarker(const std::string& directory, uint64_t now);
+  // Fills the network rates; false when the platform could not list the sockets.
+  bool measureNetwork(std::vector<ProcessSample>& samples, uint64_t now);
+  void findSocketHolders(const std::vector<TCPSocket>& sockets, const std::vector<ProcessSample>& samples,
+                         uint64_t now);
 
   std::unique_ptr<ProcessSource> source_;  // declared first: handles in tracked_ go before it
   Options options_;
@@ -118,6 +126,15 @@ class ProcessSampler {
   std::vector<int32_t> pids_;
   std::vector<Tracked*> sampled_;  // parallel to the samples of the tick
   ProcessReading reading_;
+
+  // Network: who holds each socket (found by listing descriptors, which is costly, so
+  // only for sockets not yet tied to a process), and the sockets whose holder could not
+  // be found, not looked for again until kUnheldRetrySeconds later.
+  static constexpr double kUnheldRetrySeconds = 30;
+  ProcessNetwork network_;
+  ProcessNetwork::Owners socketHolders_;
+  std::unordered_map<uint64_t, uint64_t> unheld_;  // inode → when it was last looked for
+  std::optional<uint64_t> lastNetworkAt_;
 };
 
 }  // namespace omnira

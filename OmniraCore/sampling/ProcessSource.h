@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "OmniraCore/sampling/TCPSocket.h"
+
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/foundation/Result.h"
 #include "OmniraCore/sampling/RawUsage.h"
@@ -104,6 +106,12 @@ class ProcessSource {
   virtual std::vector<ListeningSocket> listeningSockets() = 0;
   // Inodes of the sockets a process holds open.
   virtual std::vector<uint64_t> socketInodes(int32_t pid) = 0;
+  // Every TCP socket of the machine with its byte counters; nothing when the platform
+  // cannot list them this time (then no process has network figures).
+  virtual std::optional<std::vector<TCPSocket>> tcpSockets() { return std::nullopt; }
+  // Whether socketInodes can read the processes of this user at all: looking for a
+  // socket's holder among processes that cannot be read only costs.
+  virtual bool readsSocketsOf(uint32_t /*uid*/) { return true; }
 
   // A monotonic clock that counts time asleep; behind the seam so tests can step time.
   virtual uint64_t monotonicNanoseconds() = 0;

@@ -570,6 +570,22 @@ std::vector<ListeningSocket> LibProc::listeningSockets() {
   return sockets;
 }
 
+std::optional<std::vector<TCPSocket>> LibProc::tcpSockets() {
+  if (!ownProcessTable_) return std::nullopt;
+  auto sockets = sockets_.tcpSockets();
+  if (!sockets) {
+    spdlog::debug("no TCP socket list: {}", sockets.error().message);
+    return std::nullopt;
+  }
+  return std::move(sockets).value();
+}
+
+bool LibProc::readsSocketsOf(uint32_t uid) {
+  // Another user's descriptors are root's to list only.
+  const uid_t us = ::geteuid();
+  return us == 0 || us == uid;
+}
+
 std::vector<uint64_t> LibProc::socketInodes(int32_t pid) {
   std::vector<uint64_t> inodes;
   DIR* dir = openPidFolder(pid, "fd");

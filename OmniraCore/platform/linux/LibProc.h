@@ -32,6 +32,7 @@
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/foundation/Result.h"
 #include "OmniraCore/platform/linux/Roots.h"
+#include "OmniraCore/platform/linux/SocketDiagnostics.h"
 #include "OmniraCore/sampling/ProcessSource.h"
 
 namespace omnira::platform {
@@ -73,6 +74,9 @@ class LibProc final : public ProcessSource {
   std::optional<ProportionalMemory> proportionalMemory(int32_t pid) override;
   std::vector<ListeningSocket> listeningSockets() override;
   std::vector<uint64_t> socketInodes(int32_t pid) override;
+  // The machine's own sockets, so only with this program's own process table.
+  std::optional<std::vector<TCPSocket>> tcpSockets() override;
+  bool readsSocketsOf(uint32_t uid) override;
   uint64_t monotonicNanoseconds() override;
 
   // Descriptors that handles keep open now.
@@ -111,6 +115,7 @@ class LibProc final : public ProcessSource {
   std::optional<Date> bootTime_;
   size_t keptDescriptors_ = 0;
   size_t keepLimit_ = kMaxKeptDescriptors;
+  SocketDiagnostics sockets_;
 };
 
 }  // namespace omnira::platform

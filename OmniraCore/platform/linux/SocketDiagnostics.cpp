@@ -37,7 +37,7 @@ std::optional<uint64_t> tcpInfoField(std::span<const uint8_t> info, size_t offse
   return value;
 }
 
-void readAttributes(std::span<const uint8_t> attributes, TCPSocketInfo& socket) {
+void readAttributes(std::span<const uint8_t> attributes, TCPSocket& socket) {
   size_t at = 0;
   while (true) {
     rtattr header{};
@@ -58,16 +58,7 @@ void readAttributes(std::span<const uint8_t> attributes, TCPSocketInfo& socket) 
 
 }  // namespace
 
-bool TCPSocketInfo::localOnly() const {
-  if (!ipv6) return localAddress[0] == 127;
-  static constexpr std::array<uint8_t, 16> loopback = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
-  if (localAddress == loopback) return true;
-  const bool mapped = std::all_of(localAddress.begin(), localAddress.begin() + 10, [](uint8_t b) { return b == 0; }) &&
-                      localAddress[10] == 0xff && localAddress[11] == 0xff;
-  return mapped && localAddress[12] == 127;
-}
-
-Result<bool, ParseFailure> parseInetDiagMessages(std::span<const uint8_t> bytes, std::vector<TCPSocketInfo>& out) {
+Result<bool, ParseFailure> parseInetDiagMessages(std::span<const uint8_t> bytes, std::vector<TCPSocket>& out) {
   size_t at = 0;
   while (at < bytes.size()) {
     nlmsghdr header{};
@@ -86,7 +77,7 @@ Result<bool, ParseFailure> parseInetDiagMessages(std::span<const uint8_t> bytes,
     if (header.nlmsg_type == SOCK_DIAG_BY_FAMILY) {
       inet_diag_msg diag{};
       if (!copyAt(message, 0, diag)) return fail(ParseFailure{"a socket message cut short"});
-      TCPSocketInfo& socket = out.emplace_back();
+      TCPSocket& socket = out.emplace_back();
       socket.inode = diag.idiag_inode;
       socket.uid = diag.idiag_uid;
       socket.state = diag.idiag_state;
@@ -109,14 +100,14 @@ SocketDiagnostics::~SocketDiagnostics() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-Result<std::vector<TCPSocketInfo>, SocketDiagnosticsFailure> SocketDiagnostics::tcpSockets() {
+Result<std::vector<TCPSocket>, SocketDiagnosticsFailure> SocketDiagnostics::tcpSockets() {
   if (fd_ < 0) {
     fd_ = ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG);
     if (fd_ < 0) return fail(SocketDiagnosticsFailure{errno, fmt::format("socket diagnostics: {}", std::strerror(errno))});
     // A machine's dump comes in many replies; a page-sized buffer would cut them short.
     buffer_.resize(64 * 1024);
   }
-  std::vector<TCPSocketInfo> sockets;
+  std::vector<TCPSocket> sockets;
   for (const uint8_t family : {uint8_t{AF_INET}, uint8_t{AF_INET6}}) {
     if (auto dumped = dump(family, sockets); !dumped) {
       // The socket may hold the rest of a broken dump: start the next one on a new socket.
@@ -128,7 +119,7 @@ Result<std::vector<TCPSocketInfo>, SocketDiagnosticsFailure> SocketDiagnostics::
   return sockets;
 }
 
-Result<void, SocketDiagnosticsFailure> SocketDiagnostics::dump(uint8_t family, std::vector<TCPSocketInfo>& out) {
+Result<void, SocketDiagnosticsFailure> SocketDiagnostics::dump(uint8_t family, std::vector<TCPSocket>& out) {
   struct {
     nlmsghdr header;
     inet_diag_req_v2 request;

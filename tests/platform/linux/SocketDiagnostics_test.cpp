@@ -30,7 +30,7 @@ struct Descriptor {
   }
 };
 
-const TCPSocketInfo* withInode(const std::vector<TCPSocketInfo>& sockets, uint64_t inode) {
+const TCPSocket* withInode(const std::vector<TCPSocket>& sockets, uint64_t inode) {
   for (const auto& s : sockets)
     if (s.inode == inode) return &s;
   return nullptr;
@@ -101,7 +101,7 @@ TEST(SocketDiagnostics, CountsTheBytesOfRealConnections) {
     receiveAll(server.fd, 300'000);
     sendAll(server.fd, 3'000);
     receiveAll(client.fd, 3'000);
-    std::vector<TCPSocketInfo> sockets;
+    std::vector<TCPSocket> sockets;
     // Acknowledgements cross the loopback a moment after the data: wait for them.
     for (int tries = 0; tries < 200; ++tries) {
       auto dumped = diagnostics.tcpSockets();
@@ -116,12 +116,12 @@ TEST(SocketDiagnostics, CountsTheBytesOfRealConnections) {
     const auto* c = withInode(sockets, client.inode());
     const auto* s = withInode(sockets, server.inode());
     ASSERT_TRUE(l && c && s);
-    EXPECT_TRUE(l->is(TCPSocketInfo::State::listening));
+    EXPECT_TRUE(l->is(TCPSocket::State::listening));
     EXPECT_EQ(l->localPort, port);
     EXPECT_TRUE(l->localOnly());
     EXPECT_EQ(l->ipv6, family == AF_INET6);
     EXPECT_EQ(l->uid, ::getuid());
-    EXPECT_TRUE(c->is(TCPSocketInfo::State::established));
+    EXPECT_TRUE(c->is(TCPSocket::State::established));
     EXPECT_EQ(c->remotePort, port);
     EXPECT_EQ(s->localPort, port);
     EXPECT_EQ(s->remotePort, c->localPort);
@@ -159,7 +159,7 @@ TEST(SocketDiagnostics, ParsesRepliesAndRefusesBrokenOnes) {
   const int none = 0;
   const auto done = message(NLMSG_DONE, &none, sizeof none);
 
-  std::vector<TCPSocketInfo> sockets;
+  std::vector<TCPSocket> sockets;
   auto parsed = parseInetDiagMessages(reply, sockets);
   ASSERT_TRUE(parsed.ok());
   EXPECT_FALSE(*parsed);  // more to come
