@@ -76,6 +76,8 @@ struct ProcessSampler::Tracked {
   std::optional<double> memoryRatio;  // proportional share over raw footprint
 
   bool holdsSockets = false;  // at the last look at its descriptors
+  double networkInRate = 0;   // as last measured
+  double networkOutRate = 0;
 
   bool directoryRead = false;
   uint64_t directoryReadAt = 0;
@@ -251,6 +253,16 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
   if (details.projects) findProjects(samples, now);
   measured_.projects = details.projects;
   measured_.network = details.network && measureNetwork(samples, now);
+  for (size_t i = 0; i < samples.size(); ++i) {
+    Tracked& t = *sampled_[i];
+    if (measured_.network) {
+      t.networkInRate = samples[i].networkInBytesPerSec;
+      t.networkOutRate = samples[i].networkOutBytesPerSec;
+    } else {
+      samples[i].networkInBytesPerSec = t.networkInRate;
+      samples[i].networkOutBytesPerSec = t.networkOutRate;
+    }
+  }
   if (!kernelCountsEnergy) samples = EnergyEstimate::fromCPUTime(std::move(samples));
 
   std::erase_if(tracked_, [this](const auto& entry) { return entry.second->generation != generation_; });

@@ -79,9 +79,12 @@ class ProcessSampler {
 
   // All processes that could be read, in pid order. GPU and Neural Engine figures stay
   // 0 on Linux; `projects` fills projectPath and listeningPorts, which are left empty
-  // otherwise; `network` fills the network rates (TCP only: the bytes of the sockets a
-  // process holds, over the time since the last sample that measured network; the first
-  // such sample is a baseline and rates are 0), which stay 0 otherwise.
+  // otherwise; `network` measures the network rates (TCP only: the bytes of the sockets
+  // a process holds, over the time since the last sample that measured network; the
+  // first such sample is a baseline and rates are 0). A sample that does not measure
+  // network carries each process's last measured rates: network is measured less often
+  // than processes are read, and history books rates over the time until the next
+  // sample, so rates of 0 in between would lose the bytes of those stretches.
   std::vector<ProcessSample> sample(Details details = {});
 
   // The details the last sample really filled: of those asked for, the ones this

@@ -151,8 +151,15 @@ TEST(ProcessNetwork, ARealChildSendingOverLoopbackHasItsBytesCounted) {
   ASSERT_TRUE(sender && receiver);
   EXPECT_DOUBLE_EQ(sender->networkOutBytesPerSec, kSent / 2.0);
   EXPECT_DOUBLE_EQ(receiver->networkInBytesPerSec, kSent / 2.0);
-  EXPECT_DOUBLE_EQ(sampler.sample().front().networkInBytesPerSec, 0.0);  // not asked: not measured
+  // Not asked: not measured, and the last measured rates stand until the next measurement.
+  clock->now += 2'000'000'000;
+  const auto unmeasured = sampler.sample();
   EXPECT_FALSE(sampler.measuredDetails().network);
+  ASSERT_NE(withPID(unmeasured, child), nullptr);
+  EXPECT_DOUBLE_EQ(withPID(unmeasured, child)->networkOutBytesPerSec, kSent / 2.0);
+  clock->now += 2'000'000'000;
+  const auto idle = sampler.sample({.network = true});
+  EXPECT_DOUBLE_EQ(withPID(idle, child)->networkOutBytesPerSec, 0.0);
 
   ASSERT_EQ(::write(go[1], "q", 1), 1);
   int status = 0;
