@@ -47,4 +47,12 @@ std::string duration(double seconds) {
   return fmt::format("{}s", total);
 }
 
+std::string fit(std::string text, size_t width) {
+  if (text.size() <= width) return text;
+  // Cut on a character boundary so a name in UTF-8 never ends in half a character.
+  size_t cut = width - 1;
+  while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+  return text.substr(0, cut) + "…";
+}
+
 }  // namespace omnira::cli

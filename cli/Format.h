@@ -11,5 +11,7 @@ std::string bytes(uint64_t count);           // "1.5 GiB", "512 B"
 std::string rate(double bytesPerSecond);     // "1.2 MB/s", "0 B/s"
 std::string percent(double fraction);        // 0.123 -> "12%"; below 10 % with one decimal: "3.4%"
 std::string duration(double seconds);        // "3d 4h", "2h 05m", "7m", "42s"
+// At most `width` bytes, cut on a character boundary and ended with "…" when cut.
+std::string fit(std::string text, size_t width);
 
 }  // namespace omnira::cli

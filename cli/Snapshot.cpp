@@ -6,13 +6,13 @@
 
 namespace omnira::cli {
 
-Snapshot takeSnapshot() {
+Snapshot takeSnapshot(bool projects) {
   auto system = platform::makeSystemSampler();
   auto processes = platform::makeProcessSampler();
   // The grouper scans desktop entries while the samplers' baselines age.
   (void)system->sample();
   // Network rates are the sockets' bytes between the two samples.
-  constexpr ProcessSampler::Details details{.network = true};
+  const ProcessSampler::Details details{.network = true, .projects = projects};
   (void)processes->sample(details);
   const auto primed = std::chrono::steady_clock::now();
   auto grouper = platform::makeAppGrouper();

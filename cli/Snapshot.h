@@ -22,8 +22,9 @@ struct Snapshot {
   size_t processesWithoutDisk = 0;
 };
 
-// Primes the samplers, waits a second, samples again and groups.
-Snapshot takeSnapshot();
+// Primes the samplers, waits a second, samples again and groups. Network rates are always
+// measured; `projects` adds the processes' project folders and listening ports.
+Snapshot takeSnapshot(bool projects = false);
 
 // {"system": <sample as persisted>, "strain": {"memory": "<since>"}, "groups": [...]}
 nlohmann::ordered_json snapshotJSON(const Snapshot& snapshot);

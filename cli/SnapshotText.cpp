@@ -12,14 +12,6 @@ namespace omnira::cli {
 
 namespace {
 
-std::string fit(std::string text, size_t width) {
-  if (text.size() <= width) return text;
-  // Cut on a character boundary so a name in UTF-8 never ends in half a character.
-  size_t cut = width - 1;
-  while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
-  return text.substr(0, cut) + "…";
-}
-
 std::string batteryLine(const BatterySample& b) {
   std::string line = percent(b.level);
   line += b.charging ? ", charging" : b.pluggedIn ? ", plugged in" : ", on battery";

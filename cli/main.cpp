@@ -5,12 +5,16 @@
 #include <spdlog/spdlog.h>
 
 #include <cstdio>
+#include <cstdlib>
+
+#include <unistd.h>
 
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/AppPaths.h"
 #include "cli/History.h"
 #include "cli/Insights.h"
+#include "cli/Projects.h"
 #include "cli/Run.h"
 #include "cli/SettingsCommand.h"
 #include "cli/Snapshot.h"
@@ -36,6 +40,11 @@ int main(int argc, char** argv) {
   snapshot->add_flag("--json", json, "Print JSON: the system sample and every group with its processes");
   snapshot->add_flag("-a,--all", all, "List every group, not only the top ones");
   snapshot->add_option("-n,--top", top, "How many apps to list")->check(CLI::Range(1, 100000));
+
+  auto* projects = app.add_subcommand("projects", "Developer project folders with something running in them");
+  omnira::cli::ProjectsRequest projectsRequest;
+  projects->add_option("name", projectsRequest.name, "A project folder's name or path, or part of one");
+  projects->add_flag("--json", projectsRequest.json, "Print JSON");
 
   auto* run = app.add_subcommand("run", "Run Omnira in the foreground until Ctrl-C or SIGTERM");
   omnira::cli::RunRequest runRequest;
@@ -148,6 +157,13 @@ int main(int argc, char** argv) {
       return 1;
     }
     return omnira::cli::runInsights(insightsRequest, *paths, std::chrono::system_clock::now(), stdout, stderr);
+  }
+
+  if (projects->parsed()) {
+    const auto snap = omnira::cli::takeSnapshot(/*projects=*/true);
+    const char* home = std::getenv("HOME");
+    return omnira::cli::printProjects(omnira::Project::of(snap.groups, ::getuid()), projectsRequest,
+                                      home ? home : "", stdout, stderr);
   }
 
   if (snapshot->parsed()) {

@@ -1,0 +1,119 @@
+// Projects from a tick's groups, and `omnira projects` on this machine with a real dev
+// server running in a project folder.
+
+#include "OmniraCore/containers/Projects.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/cli/CommandRun.h"
+
+namespace omnira {
+namespace {
+
+namespace fs = std::filesystem;
+
+ProcessSample process(int32_t pid, std::optional<std::string> project, std::vector<uint16_t> ports = {},
+                      uint32_t uid = 1000, uint64_t memory = 1000) {
+  ProcessSample s;
+  s.pid = pid;
+  s.name = "p" + std::to_string(pid);
+  s.projectPath = std::move(project);
+  s.listeningPorts = std::move(ports);
+  s.uid = uid;
+  s.memoryBytes = memory;
+  s.cpuPercent = 1.5;
+  return s;
+}
+
+TEST(Projects, FoldTheProcessesOfEachFolderAcrossApps) {
+  const std::vector<AppGroup> groups = {
+      AppGroup("exec:/usr/bin/node", "node", GroupKind::other, std::nullopt,
+               {process(30, "/src/web", {3000, 5173}), process(31, "/src/Api", {3000}), process(32, std::nullopt)}),
+      AppGroup("code.desktop", "Code", GroupKind::app, std::nullopt,
+               {process(20, "/src/web"), process(21, "/src/web", {9229}, /*uid=*/0)}),
+  };
+  const auto projects = Project::of(groups, 1000);
+  ASSERT_EQ(projects.size(), 2u);
+  // By name, ignoring case; processes by pid.
+  EXPECT_EQ(projects[0].name, "Api");
+  EXPECT_EQ(projects[1].path, "/src/web");
+  const Project& web = projects[1];
+  ASSERT_EQ(web.processes.size(), 3u);
+  EXPECT_EQ(web.processes[0].pid, 20);
+  EXPECT_EQ(web.processes[0].appName, "Code");
+  EXPECT_EQ(web.processes[2].appID, "exec:/usr/bin/node");
+  EXPECT_EQ(web.ports(), (std::vector<uint16_t>{3000, 5173, 9229}));
+  // Only the person's listening processes are dev servers: not root's debugger.
+  EXPECT_EQ(web.devServerCount(), 1u);
+  EXPECT_EQ(web.memoryBytes(), 3000u);
+  EXPECT_DOUBLE_EQ(web.cpuPercent(), 4.5);
+  EXPECT_TRUE(web.matches("WEB"));
+  EXPECT_TRUE(web.matches("src/w"));
+  EXPECT_FALSE(web.matches("api"));
+  EXPECT_EQ(web.toJSON()["processes"][2]["ports"], nlohmann::ordered_json({3000, 5173}));
+}
+
+TEST(ProjectsCommand, FindsARealDevServerInAProjectFolder) {
+  const fs::path root = fs::temp_directory_path() / ("omnira-projects-" + std::to_string(::getpid()));
+  const fs::path project = root / "checkout" / "shop-frontend";
+  fs::create_directories(project / "src");
+  std::ofstream(project / "package.json") << "{}";
+  fs::create_directories(root / "home");
+
+  // A dev server of the person's, working in a folder below the project's root.
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t server = ::fork();
+  ASSERT_GE(server, 0);
+  if (server == 0) {
+    if (::chdir((project / "src").c_str()) != 0) ::_exit(2);
+    const std::string fd = std::to_string(ready[1]);
+    ::execlp("python3", "python3", "-c",
+             "import socket,os,sys,time\n"
+             "s=socket.socket(); s.bind(('127.0.0.1',0)); s.listen()\n"
+             "os.write(int(sys.argv[1]), str(s.getsockname()[1]).encode()); time.sleep(60)\n",
+             fd.c_str(), nullptr);
+    ::_exit(3);
+  }
+  ::close(ready[1]);
+  char port[16] = {};
+  ASSERT_GT(::read(ready[0], port, sizeof port - 1), 0);
+  ::close(ready[0]);
+
+  const auto text = testing::runCommandIn(root, "projects shop", false);
+  const auto json = testing::runCommandIn(root, "projects --json", false);
+  const auto none = testing::runCommandIn(root, "projects no-such-thing", true);
+  ::kill(server, SIGKILL);
+  ::waitpid(server, nullptr, 0);
+  fs::remove_all(root);
+
+  EXPECT_EQ(text.status, 0);
+  EXPECT_NE(text.out.find("shop-frontend  " + project.string()), std::string::npos) << text.out;
+  EXPECT_NE(text.out.find(":" + std::string(port)), std::string::npos) << text.out;
+  EXPECT_NE(text.out.find("1 dev server"), std::string::npos) << text.out;
+
+  ASSERT_EQ(json.status, 0);
+  const auto parsed = nlohmann::json::parse(json.out);
+  bool found = false;
+  for (const auto& p : parsed["projects"]) {
+    if (p["path"] != project.string()) continue;
+    found = true;
+    EXPECT_EQ(p["ports"], nlohmann::json::array({std::stoi(port)}));
+    EXPECT_EQ(p["processes"][0]["pid"], server);
+    EXPECT_TRUE(p["processes"][0]["devServer"]);
+  }
+  EXPECT_TRUE(found) << json.out;
+
+  EXPECT_EQ(none.status, 1);
+  EXPECT_EQ(none.out, "No project with something running in it matches \"no-such-thing\".\n");
+}
+
+}  // namespace
+}  // namespace omnira
