@@ -23,6 +23,8 @@ Snapshot takeSnapshot(bool projects) {
   auto samples = processes->sample(details);
   snap.unmeasuredProcesses = processes->unmeasuredCount();
   snap.processesWithoutDisk = processes->withoutDiskCount();
+  snap.sockets = processes->lastSockets();
+  snap.socketHolders = processes->socketHolders();
   snap.groups = grouper->group(std::move(samples));
   return snap;
 }

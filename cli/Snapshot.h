@@ -8,6 +8,8 @@
 
 #include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/sampling/AppGroup.h"
+#include "OmniraCore/sampling/ProcessNetwork.h"
+#include "OmniraCore/sampling/TCPSocket.h"
 #include "OmniraCore/sampling/SystemSample.h"
 
 namespace omnira::cli {
@@ -20,6 +22,9 @@ struct Snapshot {
   StrainSince strain;  // filled by the caller, which knows the data folder
   // Shown, but without disk figures: other users' processes, read without root.
   size_t processesWithoutDisk = 0;
+  // The machine's TCP sockets and the holders found of those that matter (see ProcessSampler).
+  std::vector<TCPSocket> sockets;
+  ProcessNetwork::Owners socketHolders;
 };
 
 // Primes the samplers, waits a second, samples again and groups. Network rates are always

@@ -14,6 +14,7 @@
 #include "OmniraCore/foundation/AppPaths.h"
 #include "cli/History.h"
 #include "cli/Insights.h"
+#include "cli/Ports.h"
 #include "cli/Projects.h"
 #include "cli/Run.h"
 #include "cli/SettingsCommand.h"
@@ -45,6 +46,11 @@ int main(int argc, char** argv) {
   omnira::cli::ProjectsRequest projectsRequest;
   projects->add_option("name", projectsRequest.name, "A project folder's name or path, or part of one");
   projects->add_flag("--json", projectsRequest.json, "Print JSON");
+
+  auto* portsCommand = app.add_subcommand("ports", "The TCP ports your processes listen on, or whether some are free");
+  omnira::cli::PortsRequest portsRequest;
+  portsCommand->add_option("port", portsRequest.ports, "Ports to ask about")->check(CLI::Range(1, 65535));
+  portsCommand->add_flag("--json", portsRequest.json, "Print JSON");
 
   auto* run = app.add_subcommand("run", "Run Omnira in the foreground until Ctrl-C or SIGTERM");
   omnira::cli::RunRequest runRequest;
@@ -164,6 +170,16 @@ int main(int argc, char** argv) {
     const char* home = std::getenv("HOME");
     return omnira::cli::printProjects(omnira::Project::of(snap.groups, ::getuid()), projectsRequest,
                                       home ? home : "", stdout, stderr);
+  }
+
+  if (portsCommand->parsed()) {
+    const auto snap = omnira::cli::takeSnapshot(/*projects=*/true);
+    std::vector<uint16_t> others;
+    for (const uint16_t port : portsRequest.ports)
+      if (omnira::Port::listened(snap.sockets, port)) others.push_back(port);
+    const char* home = std::getenv("HOME");
+    return omnira::cli::printPorts(omnira::Port::of(snap.sockets, snap.socketHolders, snap.groups, ::geteuid()), others,
+                                   portsRequest, home ? home : "", stdout);
   }
 
   if (snapshot->parsed()) {

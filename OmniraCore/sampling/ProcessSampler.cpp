@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <unordered_set>
 #include <utility>
 
@@ -116,6 +117,7 @@ ProcessSampler& ProcessSampler::operator=(ProcessSampler&& other) noexcept {
   withoutDisk_ = other.withoutDisk_;
   measured_ = other.measured_;
   network_ = std::move(other.network_);
+  lastSockets_ = std::move(other.lastSockets_);
   socketHolders_ = std::move(other.socketHolders_);
   unheld_ = std::move(other.unheld_);
   lastNetworkAt_ = other.lastNetworkAt_;
@@ -250,9 +252,13 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
   }
 
   refineMemory(samples, now);
-  if (details.projects) findProjects(samples, now);
+  std::optional<std::vector<TCPSocket>> sockets;
+  if (details.network || details.projects) sockets = source_->tcpSockets();
+  if (details.projects) findProjects(samples, sockets ? &*sockets : nullptr, now);
   measured_.projects = details.projects;
-  measured_.network = details.network && measureNetwork(samples, now);
+  measured_.network = details.network && sockets;
+  if (measured_.network) measureNetwork(samples, *sockets, now);
+  if (sockets) lastSockets_ = std::move(*sockets);
   for (size_t i = 0; i < samples.size(); ++i) {
     Tracked& t = *sampled_[i];
     if (measured_.network) {
@@ -323,7 +329,8 @@ void ProcessSampler::refineMemory(std::vector<ProcessSample>& samples, uint64_t 
   }
 }
 
-void ProcessSampler::findProjects(std::vector<ProcessSample>& samples, uint64_t now) {
+void ProcessSampler::findProjects(std::vector<ProcessSample>& samples, const std::vector<TCPSocket>* sockets,
+                                  uint64_t now) {
   const uint64_t markerMaxAge = static_cast<uint64_t>(options_.projectMarkerMaxAgeSeconds * kNanosecondsPerSecond);
   std::erase_if(markerChecks_, [&](const auto& entry) { return now - entry.second.checkedAt >= markerMaxAge; });
 
@@ -341,11 +348,16 @@ void ProcessSampler::findProjects(std::vector<ProcessSample>& samples, uint64_t 
     samples[i].projectPath = t.projectPath;
   }
 
-  const auto sockets = source_->listeningSockets();
-  if (sockets.empty()) return;
+  if (sockets) {
+    listeningPortsFromSockets(samples, *sockets, now);
+    return;
+  }
+  // Without the machine's socket list (a fixture tree): the listening sockets of its net/tcp files.
+  const auto listening = source_->listeningSockets();
+  if (listening.empty()) return;
   std::unordered_map<uint64_t, uint16_t> portOfInode;
   std::unordered_set<uint32_t> owners;
-  for (const auto& socket : sockets) {
+  for (const auto& socket : listening) {
     portOfInode.emplace(socket.inode, socket.port);
     owners.insert(socket.uid);
   }
@@ -360,13 +372,12 @@ void ProcessSampler::findProjects(std::vector<ProcessSample>& samples, uint64_t 
   }
 }
 
-bool ProcessSampler::measureNetwork(std::vector<ProcessSample>& samples, uint64_t now) {
-  auto sockets = source_->tcpSockets();
-  if (!sockets) return false;
-  findSocketHolders(*sockets, samples, now);
-  const auto moved = network_.step(*sockets, socketHolders_);
+void ProcessSampler::measureNetwork(std::vector<ProcessSample>& samples, const std::vector<TCPSocket>& sockets,
+                                    uint64_t now) {
+  findSocketHolders(sockets, network_.moved(sockets), samples, now);
+  const auto moved = network_.step(sockets, socketHolders_);
   const std::optional<uint64_t> since = std::exchange(lastNetworkAt_, now);
-  if (!since || now <= *since) return true;
+  if (!since || now <= *since) return;
   const double interval = seconds(now - *since);
   for (auto& s : samples) {
     const auto bytes = moved.find(s.pid);
@@ -374,10 +385,57 @@ bool ProcessSampler::measureNetwork(std::vector<ProcessSample>& samples, uint64_
     s.networkInBytesPerSec = static_cast<double>(bytes->second.in) / interval;
     s.networkOutBytesPerSec = static_cast<double>(bytes->second.out) / interval;
   }
-  return true;
 }
 
-void ProcessSampler::findSocketHolders(const std::vector<TCPSocket>& sockets,
+void ProcessSampler::listeningPortsFromSockets(std::vector<ProcessSample>& samples,
+                                               const std::vector<TCPSocket>& sockets, uint64_t now) {
+  // The listeners, and the client ends of connections between this machine's own
+  // processes: who is connected to a port is asked of the latter's holders. A client
+  // end is an established socket whose peer is in the list too and whose remote port
+  // is a listening one.
+  const auto ends = [](const TCPSocket& socket, bool reversed) {
+    std::string key(36, '\0');
+    const auto& first = reversed ? socket.remoteAddress : socket.localAddress;
+    const auto& second = reversed ? socket.localAddress : socket.remoteAddress;
+    const uint16_t ports[2] = {reversed ? socket.remotePort : socket.localPort,
+                               reversed ? socket.localPort : socket.remotePort};
+    std::memcpy(key.data(), first.data(), 16);
+    std::memcpy(key.data() + 16, second.data(), 16);
+    std::memcpy(key.data() + 32, ports, sizeof ports);
+    return key;
+  };
+  std::unordered_set<uint16_t> listeningPorts;
+  std::unordered_set<std::string> connections;
+  for (const auto& socket : sockets) {
+    if (socket.is(TCPSocket::State::listening)) listeningPorts.insert(socket.localPort);
+    if (socket.is(TCPSocket::State::established)) connections.insert(ends(socket, false));
+  }
+  std::vector<uint64_t> wanted;
+  for (const auto& socket : sockets) {
+    if (socket.inode == 0) continue;
+    const bool listener = socket.is(TCPSocket::State::listening) && socket.localPort != 0;
+    const bool localClient = socket.is(TCPSocket::State::established) && listeningPorts.contains(socket.remotePort) &&
+                             connections.contains(ends(socket, true));
+    if (listener || localClient) wanted.push_back(socket.inode);
+  }
+  findSocketHolders(sockets, wanted, samples, now);
+  std::unordered_map<int32_t, std::vector<uint16_t>> portsOf;
+  for (const auto& socket : sockets) {
+    if (!socket.is(TCPSocket::State::listening) || socket.localPort == 0) continue;
+    if (auto holder = socketHolders_.find(socket.inode); holder != socketHolders_.end())
+      portsOf[holder->second].push_back(socket.localPort);
+  }
+  for (auto& s : samples) {
+    auto ports = portsOf.find(s.pid);
+    if (ports == portsOf.end()) continue;
+    s.listeningPorts = std::move(ports->second);
+    std::sort(s.listeningPorts.begin(), s.listeningPorts.end());
+    s.listeningPorts.erase(std::unique(s.listeningPorts.begin(), s.listeningPorts.end()), s.listeningPorts.end());
+  }
+}
+
+
+void ProcessSampler::findSocketHolders(const std::vector<TCPSocket>& sockets, const std::vector<uint64_t>& candidates,
                                        const std::vector<ProcessSample>& samples, uint64_t now) {
   std::unordered_map<uint64_t, uint32_t> ownerOf;  // the live sockets' inodes → their owners' uids
   ownerOf.reserve(sockets.size());
@@ -396,7 +454,7 @@ void ProcessSampler::findSocketHolders(const std::vector<TCPSocket>& sockets,
 
   std::unordered_set<uint64_t> wanted;
   std::unordered_map<uint32_t, bool> readable;  // by uid
-  for (const uint64_t inode : network_.moved(sockets)) {
+  for (const uint64_t inode : candidates) {
     if (socketHolders_.contains(inode) || unheld_.contains(inode)) continue;
     const uint32_t uid = ownerOf.at(inode);
     auto [slot, inserted] = readable.try_emplace(uid, false);

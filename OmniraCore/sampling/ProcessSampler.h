@@ -99,6 +99,11 @@ class ProcessSampler {
   size_t withoutDiskCount() const { return withoutDisk_; }
   // Processes whose counters are kept for the next sample.
   size_t trackedCount() const { return tracked_.size(); }
+  // The machine's TCP sockets as the last sample that asked for network or projects
+  // listed them, and the holders found of those that carried bytes, listen, or connect
+  // two of this machine's processes. Empty where the platform cannot list sockets.
+  const std::vector<TCPSocket>& lastSockets() const { return lastSockets_; }
+  const ProcessNetwork::Owners& socketHolders() const { return socketHolders_; }
 
  private:
   struct Tracked;
@@ -109,13 +114,15 @@ class ProcessSampler {
 
   Tracked* admit(int32_t pid, uint64_t now);
   void refineMemory(std::vector<ProcessSample>& samples, uint64_t now);
-  void findProjects(std::vector<ProcessSample>& samples, uint64_t now);
+  void findProjects(std::vector<ProcessSample>& samples, const std::vector<TCPSocket>* sockets, uint64_t now);
+  void listeningPortsFromSockets(std::vector<ProcessSample>& samples, const std::vector<TCPSocket>& sockets,
+                                 uint64_t now);
   std::optional<std::string> projectRoot(const std::string& directory, uint64_t now);
   bool hasProjectMarker(const std::string& directory, uint64_t now);
-  // Fills the network rates; false when the platform could not list the sockets.
-  bool measureNetwork(std::vector<ProcessSample>& samples, uint64_t now);
-  void findSocketHolders(const std::vector<TCPSocket>& sockets, const std::vector<ProcessSample>& samples,
-                         uint64_t now);
+  void measureNetwork(std::vector<ProcessSample>& samples, const std::vector<TCPSocket>& sockets, uint64_t now);
+  // Ties the `candidates` among `sockets` to the processes holding them, where not known yet.
+  void findSocketHolders(const std::vector<TCPSocket>& sockets, const std::vector<uint64_t>& candidates,
+                         const std::vector<ProcessSample>& samples, uint64_t now);
 
   std::unique_ptr<ProcessSource> source_;  // declared first: handles in tracked_ go before it
   Options options_;
@@ -138,6 +145,7 @@ class ProcessSampler {
   ProcessNetwork::Owners socketHolders_;
   std::unordered_map<uint64_t, uint64_t> unheld_;  // inode → when it was last looked for
   std::optional<uint64_t> lastNetworkAt_;
+  std::vector<TCPSocket> lastSockets_;
 };
 
 }  // namespace omnira

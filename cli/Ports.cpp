@@ -1,0 +1,74 @@
+#include "cli/Ports.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "OmniraCore/foundation/JSONText.h"
+#include "OmniraCore/foundation/SystemText.h"
+#include "cli/Format.h"
+
+namespace omnira::cli {
+
+namespace {
+
+std::string shownPath(const std::string& path, const std::string& home) {
+  if (!home.empty() && home != "/" && path.starts_with(home) && (path.size() == home.size() || path[home.size()] == '/'))
+    return "~" + path.substr(home.size());
+  return path;
+}
+
+std::string connectedText(const Port& port) {
+  std::string text;
+  for (const auto& p : port.connectedFrom) text += (text.empty() ? "" : ", ") + fmt::format("{} ({})", shownText(p.name), p.pid);
+  if (port.remoteConnections > 0)
+    text += (text.empty() ? "" : ", ") + fmt::format("{} from elsewhere", port.remoteConnections);
+  return text.empty() ? "-" : text;
+}
+
+}  // namespace
+
+int printPorts(const std::vector<Port>& all, const std::vector<uint16_t>& listenedByOthers, const PortsRequest& request,
+               const std::string& home, std::FILE* out) {
+  std::vector<const Port*> shown;
+  std::vector<uint16_t> free, others;
+  for (const auto& port : all) {
+    if (request.ports.empty() || std::count(request.ports.begin(), request.ports.end(), port.port) > 0)
+      shown.push_back(&port);
+  }
+  for (const uint16_t asked : request.ports) {
+    if (std::any_of(all.begin(), all.end(), [&](const Port& p) { return p.port == asked; })) continue;
+    auto& into = std::count(listenedByOthers.begin(), listenedByOthers.end(), asked) > 0 ? others : free;
+    if (std::count(into.begin(), into.end(), asked) == 0) into.push_back(asked);
+  }
+
+  if (request.json) {
+    nlohmann::ordered_json json;
+    auto& list = json["ports"] = nlohmann::ordered_json::array();
+    for (const auto* port : shown) list.push_back(port->toJSON());
+    json["free"] = free;
+    json["otherUsers"] = others;
+    fmt::print(out, "{}\n", jsonText(json, 2));
+    return 0;
+  }
+  if (shown.empty() && request.ports.empty()) fmt::print(out, "None of your processes listens on a TCP port.\n");
+  if (!shown.empty()) {
+    fmt::print(out, "{:>5}  {:<16} {:<22} {:<20} {:<24} {}\n", "PORT", "ADDRESS", "PROCESS", "APP", "PROJECT",
+               "CONNECTED");
+    for (const auto* port : shown) {
+      const std::string address = port->localOnly ? "this computer" : "all interfaces";
+      const std::string process =
+          port->process ? fmt::format("{} ({})", shownText(port->process->name), port->process->pid) : "(not visible)";
+      const std::string app = port->process ? shownText(port->process->appName) : "";
+      const std::string project =
+          port->process && port->process->projectPath ? shownText(shownPath(*port->process->projectPath, home)) : "-";
+      fmt::print(out, "{:>5}  {:<16} {:<22} {:<20} {:<24} {}\n", port->port, address, fit(process, 22), fit(app, 20),
+                 fit(project, 24), connectedText(*port));
+    }
+  }
+  for (const uint16_t port : free) fmt::print(out, "{} is free.\n", port);
+  for (const uint16_t port : others) fmt::print(out, "{} is taken by another user's process.\n", port);
+  return 0;
+}
+
+}  // namespace omnira::cli
