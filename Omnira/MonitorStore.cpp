@@ -1,5 +1,7 @@
 #include "Omnira/MonitorStore.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include <spdlog/spdlog.h>
@@ -232,6 +234,7 @@ void MonitorStore::refresh(const SamplingResult& result) {
     if (assign(powerIsEstimated_, !ProcessSampler::kernelCountsEnergy)) emit powerIsEstimatedChanged();
     if (assign(unmeasuredProcessCount_, static_cast<qint64>(result.unmeasured))) emit unmeasuredProcessCountChanged();
     publishGroups(*result.groups, at);
+    if (result.ports) publishProjects(std::move(*result.ports), at);
   }
 
   const auto freshness = result.groups ? TickGroups::fresh : TickGroups::repeated;
@@ -245,6 +248,13 @@ void MonitorStore::refresh(const SamplingResult& result) {
   }
   if (SamplingSchedule::savesLedger(lastLedgerSaveAt_, at, onBattery())) saveLedger();
   emit ticked();
+}
+
+void MonitorStore::publishProjects(std::vector<Port> ports, Date at) {
+  if (assign(projects_, Project::of(allGroups_, static_cast<uint32_t>(::geteuid())))) emit projectsChanged();
+  auto idle = serverWatcher_.ingest(ports, allGroups_, at);
+  if (assign(ports_, std::move(ports))) emit portsChanged();
+  if (assign(idleServers_, std::move(idle))) emit idleServersChanged();
 }
 
 void MonitorStore::publishSystem(const SystemSample& sample, Date at) {
@@ -334,7 +344,7 @@ void MonitorStore::runInsights(const SystemSample& sample, Date at) {
   insightEngine_.limits = SettingsKeys::appLimits(settings_);
   insightEngine_.muted = SettingsKeys::mutedApps(settings_);
 
-  auto fresh = insightEngine_.ingest(allGroups_, sample, std::nullopt, {}, std::nullopt, std::nullopt, at);
+  auto fresh = insightEngine_.ingest(allGroups_, sample, std::nullopt, idleServers_, std::nullopt, std::nullopt, at);
   noteInsights(fresh);
 }
 

@@ -29,6 +29,9 @@
 #include "Omnira/SamplingSchedule.h"
 #include "Omnira/SamplingWorker.h"
 #include "Omnira/SavedFileWatcher.h"
+#include "OmniraCore/containers/Ports.h"
+#include "OmniraCore/containers/Projects.h"
+#include "OmniraCore/containers/ServerWatcher.h"
 #include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/foundation/AppPaths.h"
 #include "OmniraCore/foundation/Date.h"
@@ -55,6 +58,9 @@ using GroupHistory = std::map<std::string, std::vector<GroupPoint>>;
 using Insights = std::vector<Insight>;
 using InsightIDs = std::set<UUID>;
 using OptionalFlag = std::optional<bool>;
+using Projects = std::vector<Project>;
+using Ports = std::vector<Port>;
+using IdleServers = std::vector<IdleServer>;
 
 class MonitorStore : public QObject {
   Q_OBJECT
@@ -78,6 +84,10 @@ class MonitorStore : public QObject {
   Q_PROPERTY(omnira::ProcessDetails measuredDetails READ measuredDetails NOTIFY measuredDetailsChanged)
   Q_PROPERTY(int viewers READ viewers WRITE setViewers NOTIFY viewersChanged)
   Q_PROPERTY(bool isPrimed READ isPrimed NOTIFY isPrimedChanged)
+  // From the last project scan (every two minutes, or every tick while a view wants projects).
+  Q_PROPERTY(omnira::Projects projects READ projects NOTIFY projectsChanged)
+  Q_PROPERTY(omnira::Ports ports READ ports NOTIFY portsChanged)
+  Q_PROPERTY(omnira::IdleServers idleServers READ idleServers NOTIFY idleServersChanged)
 
  public:
   using LiveHistory = omnira::LiveHistory;
@@ -128,6 +138,9 @@ class MonitorStore : public QObject {
   ProcessDetails measuredDetails() const { return measuredDetails_; }
   ProcessDetails previousSampleDetails() const { return previousSampleDetails_; }
   int viewers() const { return viewers_; }
+  const Projects& projects() const { return projects_; }
+  const Ports& ports() const { return ports_; }
+  const IdleServers& idleServers() const { return idleServers_; }
   bool isPrimed() const { return isPrimed_; }
   bool onBattery() const;
   HistorySpan historySpan() const;
@@ -156,6 +169,9 @@ class MonitorStore : public QObject {
   void reloadApps() { reloadApps_ = true; }
 
  signals:
+  void projectsChanged();
+  void portsChanged();
+  void idleServersChanged();
   void systemChanged();
   void systemHistoryChanged();
   void groupsChanged();
@@ -189,6 +205,7 @@ class MonitorStore : public QObject {
   void resumed(double sleptSeconds);
   void publishSystem(const SystemSample& sample, Date at);
   void publishGroups(std::vector<AppGroup> groups, Date at);
+  void publishProjects(std::vector<Port> ports, Date at);
   void listGroups();
   void recordHistory(const SystemSample& sample, TickGroups freshness, Date at);
   // The history was deleted (here or by `omnira history delete --all`): drops what is held
@@ -230,6 +247,10 @@ class MonitorStore : public QObject {
   std::map<std::string, ProcessDetails> detailRequests_;
   ProcessDetails measuredDetails_;
   ProcessDetails previousSampleDetails_;
+  Projects projects_;
+  Ports ports_;
+  IdleServers idleServers_;
+  ServerWatcher serverWatcher_;
   int viewers_ = 0;
   bool isPrimed_ = false;
   std::optional<Date> lastNetworkDetailsAt_, lastProjectScanAt_, lastLedgerSaveAt_;

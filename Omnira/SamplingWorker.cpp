@@ -1,5 +1,7 @@
 #include "Omnira/SamplingWorker.h"
 
+#include <unistd.h>
+
 #include <chrono>
 
 #include "OmniraCore/platform/linux/ThisMachine.h"
@@ -41,6 +43,8 @@ void SamplingWorker::sample(const SamplingRequest& request) {
       result.measured = processes_->measuredDetails();
       result.unmeasured = processes_->unmeasuredCount();
       result.groups = grouper_->group(std::move(samples));
+      if (result.measured.projects)
+        result.ports = Port::of(processes_->lastSockets(), processes_->socketHolders(), *result.groups, ::geteuid());
     }
   }
   result.at = std::chrono::system_clock::now();

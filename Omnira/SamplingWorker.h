@@ -14,6 +14,7 @@
 #include <optional>
 #include <vector>
 
+#include "OmniraCore/containers/Ports.h"
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/sampling/AppGroup.h"
 #include "OmniraCore/sampling/AppGrouper.h"
@@ -51,6 +52,8 @@ struct SamplingResult {
   ProcessDetails measured;
   // Processes left out because their figures could not be read (ProcessSampler).
   size_t unmeasured = 0;
+  // The ports of the user Omnira runs as; present when project details were measured.
+  std::optional<std::vector<Port>> ports;
   double seconds = 0;  // wall time the sampling took, for the log
 };
 

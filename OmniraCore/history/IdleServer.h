@@ -12,6 +12,7 @@ struct IdleServer {
   std::string name;  // as the person knows it: the project or the command
   uint64_t memoryBytes = 0;
   uint16_t port = 0;
+  friend bool operator==(const IdleServer&, const IdleServer&) = default;
 };
 
 }  // namespace omnira
