@@ -12,6 +12,7 @@
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/AppPaths.h"
+#include "cli/CanQuit.h"
 #include "cli/History.h"
 #include "cli/Insights.h"
 #include "cli/Ports.h"
@@ -51,6 +52,17 @@ int main(int argc, char** argv) {
   omnira::cli::PortsRequest portsRequest;
   portsCommand->add_option("port", portsRequest.ports, "Ports to ask about")->check(CLI::Range(1, 65535));
   portsCommand->add_flag("--json", portsRequest.json, "Print JSON");
+
+  auto* canQuit = app.add_subcommand("can-quit", "Whether something can be quit without costing you anything");
+  omnira::cli::CanQuitRequest canQuitRequest;
+  canQuit->add_option("--pid", canQuitRequest.pid, "A process ID")->check(CLI::PositiveNumber);
+  canQuit->add_option("--pids", canQuitRequest.pids, "Several process IDs, separated by commas")
+      ->delimiter(',')
+      ->check(CLI::PositiveNumber);
+  canQuit->add_option("--port", canQuitRequest.port, "A TCP port: whatever listens on it")->check(CLI::Range(1, 65535));
+  canQuit->add_option("--project", canQuitRequest.project, "A project folder's name or path");
+  canQuit->add_option("name", canQuitRequest.name, "An app's or a program's name, like node");
+  canQuit->add_flag("--json", canQuitRequest.json, "Print JSON");
 
   auto* run = app.add_subcommand("run", "Run Omnira in the foreground until Ctrl-C or SIGTERM");
   omnira::cli::RunRequest runRequest;
@@ -170,6 +182,25 @@ int main(int argc, char** argv) {
     const char* home = std::getenv("HOME");
     return omnira::cli::printProjects(omnira::Project::of(snap.groups, ::getuid()), projectsRequest,
                                       home ? home : "", stdout, stderr);
+  }
+
+  if (canQuit->parsed()) {
+    if (const auto mistake = canQuitRequest.mistake()) {
+      fmt::print(stderr, "omnira: {}\n", *mistake);
+      return kUsageError;
+    }
+    const auto snap = omnira::cli::takeSnapshot(/*projects=*/true);
+    omnira::QuitCheck::Context context;
+    context.groups = snap.groups;
+    context.personUID = ::geteuid();
+    context.ports = omnira::Port::of(snap.sockets, snap.socketHolders, snap.groups, context.personUID);
+    context.omniraPIDs = {::getpid()};
+    if (auto paths = omnira::AppPaths::fromProcessEnvironment())
+      if (auto running = omnira::cli::runningOmnira(*paths)) context.omniraPIDs.push_back(*running);
+    context.askerChain = omnira::cli::ancestors(snap.groups, ::getppid());
+    for (const auto& group : snap.groups)
+      if (group.kind == omnira::GroupKind::system) context.systemName = group.name;
+    return omnira::cli::printCanQuit(omnira::QuitCheck(std::move(context)), canQuitRequest, stdout, stderr);
   }
 
   if (portsCommand->parsed()) {

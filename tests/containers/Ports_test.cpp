@@ -143,3 +143,39 @@ TEST(PortsCommand, ShowsARealListenerWithItsClientAndSaysWhatIsFree) {
 
 }  // namespace
 }  // namespace omnira
+
+namespace omnira {
+namespace {
+
+TEST(CanQuitCommand, JudgesWhatListensOnARealPortAndRefusesUnclearRequests) {
+  const fs::path root = fs::temp_directory_path() / ("omnira-canquit-" + std::to_string(::getpid()));
+  fs::create_directories(root / "home");
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  const uint16_t port = listenOn(listener);
+  ASSERT_NE(port, 0);
+
+  const auto judged = testing::runCommandIn(root, fmt::format("can-quit --port {} --json", port), false);
+  const auto noTarget = testing::runCommandIn(root, "can-quit", true);
+  const auto twoTargets = testing::runCommandIn(root, "can-quit --pid 1 --port 80", true);
+  const auto gone = testing::runCommandIn(root, "can-quit --pid 999999999", true);
+  ::close(listener);
+  fs::remove_all(root);
+
+  ASSERT_EQ(judged.status, 0) << judged.out;
+  const auto parsed = nlohmann::json::parse(judged.out);
+  ASSERT_EQ(parsed["verdicts"].size(), 1u);
+  const auto& verdict = parsed["verdicts"][0];
+  EXPECT_EQ(verdict["pid"], ::getpid());
+  EXPECT_EQ(verdict["ports"], nlohmann::json::array({port}));
+  // This test runs the command, so it is in the asking chain, or of the system when root:
+  // either way never to be quit.
+  EXPECT_EQ(verdict["verdict"], "do_not");
+  EXPECT_EQ(noTarget.status, 2);
+  EXPECT_EQ(noTarget.out, "omnira: Give one of --pid, --pids, --port, --project or an app's or program's name.\n");
+  EXPECT_EQ(twoTargets.status, 2);
+  EXPECT_EQ(gone.status, 1);
+  EXPECT_EQ(gone.out, "No process Omnira can see has PID 999999999.\n");
+}
+
+}  // namespace
+}  // namespace omnira
