@@ -100,6 +100,15 @@ QuitJudgement QuitCheck::judge(const AppGroup& group, const ProcessSample& p) co
     return doNot(fmt::format("{} runs the assistant that is asking: quitting it would end the session.", label(p)));
   if (p.uid != context_.personUID)
     return doNot(fmt::format("{} belongs to another user. Omnira only stops your own processes.", label(p)));
+  if (p.containerID) {
+    // "docker:<id>": the engine's own command stops it, by the short id it shows.
+    const auto colon = p.containerID->find(':');
+    const std::string engine = colon == std::string::npos ? "docker" : p.containerID->substr(0, colon);
+    const std::string id = p.containerID->substr(colon == std::string::npos ? 0 : colon + 1).substr(0, 12);
+    const std::string command = engine == "podman" ? "podman" : "docker";
+    return doNot(fmt::format("{} runs in the container {}, and Omnira doesn't stop containers.", label(p), id),
+                 fmt::format("{} stop {}", command, id));
+  }
   if (p.sessionService)
     return doNot(fmt::format("{} is part of your desktop session: quitting it may end the session or break it.",
                              label(p)));

@@ -6,8 +6,9 @@
 // The rules, first match wins:
 //   do_not     pid 0 or 1; Omnira itself; the asking assistant's own process chain;
 //              another user's process; the system group and kernel threads; the
-//              desktop session's own services; a process holding a port a container
-//              publishes (the container is to be stopped instead, with the command)
+//              desktop session's own services; a process in a container, or holding a
+//              port a container publishes (the container is to be stopped instead,
+//              with the command)
 //   ask_first  something on this computer is connected to it right now; a database; a
 //              desktop app, whose windows may hold unsaved work
 //   safe       the rest: a tool or dev server of the person's with nothing connected

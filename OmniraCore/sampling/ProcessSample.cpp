@@ -36,6 +36,7 @@ nlohmann::ordered_json ProcessSample::toJSON() const {
   if (appUnitID) json["appUnitID"] = *appUnitID;
   json["sessionService"] = sessionService;
   if (flatpakAppID) json["flatpakAppID"] = *flatpakAppID;
+  if (containerID) json["containerID"] = *containerID;
   return json;
 }
 

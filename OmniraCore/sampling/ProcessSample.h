@@ -59,6 +59,8 @@ struct ProcessSample {
   // Runs in one of the desktop session's own units (not an app unit).
   bool sessionService = false;
   std::optional<std::string> flatpakAppID;  // from the sandbox's .flatpak-info
+  // The container it runs in, from its control group: "<engine>:<64 hex digits>".
+  std::optional<std::string> containerID;
 
   nlohmann::ordered_json toJSON() const;
   friend bool operator==(const ProcessSample&, const ProcessSample&) = default;

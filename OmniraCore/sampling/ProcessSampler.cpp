@@ -221,6 +221,7 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
     s.appUnitID = tracked->facts.appUnitID;
     s.sessionService = tracked->facts.sessionService;
     s.flatpakAppID = tracked->facts.flatpakAppID;
+    s.containerID = tracked->facts.containerID;
     if (!reading_.diskMeasured) ++withoutDisk_;
 
     if (!fresh && now > tracked->lastReadAt) {

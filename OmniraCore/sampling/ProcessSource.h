@@ -63,6 +63,7 @@ struct ProcessFacts {
   std::optional<std::string> appUnitID;  // see ProcessSample::appUnitID
   bool sessionService = false;
   std::optional<std::string> flatpakAppID;
+  std::optional<std::string> containerID;  // see ProcessSample::containerID
 };
 
 // A process's memory with pages it shares divided among the sharers.

@@ -26,6 +26,8 @@ QuitCheck::Context machine() {
   devServer.projectPath = "/home/ada/src/shop";
   auto watcher = proc(51, "esbuild", /*parent=*/50);
   auto worker = proc(52, "esbuild-worker", /*parent=*/51);
+  auto inContainer = proc(110, "nginx");
+  inContainer.containerID = "podman:0123456789abcdef";
   auto api = proc(60, "python3");
   api.projectPath = "/home/ada/src/api";
   QuitCheck::Context c;
@@ -43,6 +45,8 @@ QuitCheck::Context machine() {
       AppGroup("exec:/usr/bin/vim", "vim", GroupKind::other, std::nullopt, {proc(95, "vim", 1, 1001)}),
       AppGroup("exec:/usr/bin/docker-proxy", "docker-proxy", GroupKind::other, std::nullopt,
                {proc(99, "docker-proxy")}),
+      AppGroup("container:podman:0123456789abcdef", "Container 0123456789ab", GroupKind::other, std::nullopt,
+               {inContainer}),
   };
   Port shop{.port = 5173, .process = PortProcess{50, "node", "exec:/usr/bin/node", "node", "/home/ada/src/shop"}};
   Port apiPort{.port = 8000, .process = PortProcess{60, "python3", "exec:/usr/bin/python3", "python3", "/home/ada/src/api"}};
@@ -72,6 +76,7 @@ TEST(QuitCheck, EachKindOfProcessGetsTheVerdictAPersonWouldAgreeWith) {
       {95, QuitVerdict::doNot, "vim (95) belongs to another user. Omnira only stops your own processes."},
       {40, QuitVerdict::doNot, "part of your desktop session"},
       {99, QuitVerdict::doNot, "Port 8080 is published by the container shop-db-1, and Omnira doesn't stop containers."},
+      {110, QuitVerdict::doNot, "nginx (110) runs in the container 0123456789ab, and Omnira doesn't stop containers."},
       {60, QuitVerdict::askFirst, "connected to it right now: firefox (20)"},
       {70, QuitVerdict::askFirst, "It is a database"},
       {20, QuitVerdict::askFirst, "Firefox is an app with windows"},
@@ -87,6 +92,7 @@ TEST(QuitCheck, EachKindOfProcessGetsTheVerdictAPersonWouldAgreeWith) {
   }
   EXPECT_FALSE(check.process(4242));
   EXPECT_EQ(check.process(99)->how, "docker stop shop-db-1");
+  EXPECT_EQ(check.process(110)->how, "podman stop 0123456789ab");
 
   // What stops with the dev server: what it started, and what that started; all their memory.
   const auto server = check.port(5173);

@@ -17,6 +17,7 @@
 
 #include "OmniraCore/foundation/Parse.h"
 #include "OmniraCore/platform/linux/Cmdline.h"
+#include "OmniraCore/platform/linux/ContainerCgroup.h"
 #include "OmniraCore/platform/linux/FileText.h"
 #include "OmniraCore/platform/linux/FlatpakInfo.h"
 #include "OmniraCore/platform/linux/KernelStat.h"
@@ -515,6 +516,7 @@ Result<ProcessFacts, ProcessReadFailure> LibProc::facts(int32_t pid) {
   if (facts.arguments.empty()) return facts;
   bool mayBeSandboxed = true;
   if (auto text = readTextFileAt(procFD_, PidPath(pid, "cgroup").c_str(), 64 * 1024)) {
+    if (auto container = containerOfCgroups(*text)) facts.containerID = container->engine + ":" + container->id;
     if (auto path = systemdCgroupPath(*text)) {
       auto unit = sessionUnitOf(*path);
       facts.appUnitID = std::move(unit.appID);

@@ -132,6 +132,13 @@ void LinuxAppIdentifier::reload() {
 
 std::optional<AppIdentifier::Verdict> LinuxAppIdentifier::identify(const ProcessSample& sample) const {
   if (sample.kernelThread) return System{};
+  // A container's processes are the container, whoever they run as inside it.
+  if (sample.containerID) {
+    const auto colon = sample.containerID->find(':');
+    const auto id = sample.containerID->substr(colon == std::string::npos ? 0 : colon + 1);
+    return AppGrouper::Descriptor{"container:" + *sample.containerID, "Container " + id.substr(0, 12),
+                                  GroupKind::other, std::nullopt};
+  }
   if (sample.uid < firstPersonUID && sample.uid != config_.personUID) return System{};
 
   const auto apps = entries();
