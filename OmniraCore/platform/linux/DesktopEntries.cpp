@@ -72,18 +72,29 @@ std::vector<std::pair<std::string, std::string>> listFolder(const fs::path& fold
 struct Resolver {
   const DesktopEntries::Source& source;
   const DesktopEntries::RealPath& realPath;
-  // On the file system each program dir is listed once, so that looking a program up
-  // costs no call per folder it is not in (a PATH of fifteen folders, hundreds of
-  // entries). Nothing listed for a fake file system: it is asked path by path.
+  // On the file system a folder asked about often is listed once, so that looking a
+  // program up costs no call per folder it is not in (a PATH of fifteen folders,
+  // hundreds of entries); one asked about a few times is cheaper asked path by path,
+  // as is a fake file system, which is never listed.
+  static constexpr int kListAfter = 16;
   bool listFolders = false;
-  mutable std::unordered_map<std::string, std::optional<std::unordered_set<std::string>>> listed;
+  struct Folder {
+    int asked = 0;
+    bool listed = false;
+    std::optional<std::unordered_set<std::string>> names;  // nothing: could not be listed
+  };
+  mutable std::unordered_map<std::string, Folder> folders;
 
   // Whether `program` may be in `dir`: false only when the listing says it is not.
   bool mayHold(const fs::path& dir, const std::string& program) const {
     if (!listFolders) return true;
-    auto [slot, inserted] = listed.try_emplace(dir.string());
-    if (inserted) slot->second = namesIn(dir);
-    return !slot->second || slot->second->contains(program);
+    Folder& folder = folders[dir.string()];
+    if (!folder.listed) {
+      if (++folder.asked < kListAfter) return true;
+      folder.listed = true;
+      folder.names = namesIn(dir);
+    }
+    return !folder.names || folder.names->contains(program);
   }
 
   static std::optional<std::unordered_set<std::string>> namesIn(const fs::path& dir) {

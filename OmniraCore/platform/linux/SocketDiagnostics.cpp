@@ -74,7 +74,7 @@ Result<bool, ParseFailure> parseInetDiagMessages(std::span<const uint8_t> bytes,
       if (error.error == 0) return true;  // an acknowledgement: nothing more is coming
       return fail(ParseFailure{fmt::format("the kernel refused the dump: {}", std::strerror(-error.error))});
     }
-    if (header.nlmsg_type == SOCK_DIAG_BY_FAMILY) {
+    if (header.nlmsg_type == SOCK_DIAG_BY_FAMILY || header.nlmsg_type == TCPDIAG_GETSOCK) {
       inet_diag_msg diag{};
       if (!copyAt(message, 0, diag)) return fail(ParseFailure{"a socket message cut short"});
       TCPSocket& socket = out.emplace_back();
@@ -108,27 +108,27 @@ Result<std::vector<TCPSocket>, SocketDiagnosticsFailure> SocketDiagnostics::tcpS
     buffer_.resize(64 * 1024);
   }
   std::vector<TCPSocket> sockets;
-  for (const uint8_t family : {uint8_t{AF_INET}, uint8_t{AF_INET6}}) {
-    if (auto dumped = dump(family, sockets); !dumped) {
-      // The socket may hold the rest of a broken dump: start the next one on a new socket.
-      ::close(fd_);
-      fd_ = -1;
-      return fail(dumped.error());
-    }
+  if (auto dumped = dump(sockets); !dumped) {
+    // The socket may hold the rest of a broken dump: start the next one on a new socket.
+    ::close(fd_);
+    fd_ = -1;
+    return fail(dumped.error());
   }
   return sockets;
 }
 
-Result<void, SocketDiagnosticsFailure> SocketDiagnostics::dump(uint8_t family, std::vector<TCPSocket>& out) {
+Result<void, SocketDiagnosticsFailure> SocketDiagnostics::dump(std::vector<TCPSocket>& out) {
+  // The older request form dumps both address families in one pass over the kernel's
+  // socket tables; asking per family walks the tables, which are sized by memory and
+  // mostly empty, once for each.
   struct {
     nlmsghdr header;
-    inet_diag_req_v2 request;
+    inet_diag_req request;
   } ask{};
   ask.header.nlmsg_len = sizeof ask;
-  ask.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+  ask.header.nlmsg_type = TCPDIAG_GETSOCK;
   ask.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-  ask.request.sdiag_family = family;
-  ask.request.sdiag_protocol = IPPROTO_TCP;
+  ask.request.idiag_family = AF_INET;  // ignored for a dump: every family comes
   ask.request.idiag_states = ~0u;
   ask.request.idiag_ext = 1u << (INET_DIAG_INFO - 1);
   sockaddr_nl kernel{};

@@ -38,11 +38,11 @@ class SocketDiagnostics {
   SocketDiagnostics(const SocketDiagnostics&) = delete;
   SocketDiagnostics& operator=(const SocketDiagnostics&) = delete;
 
-  // All TCP sockets in every state, IPv4 then IPv6.
+  // All TCP sockets in every state, IPv4 and IPv6.
   Result<std::vector<TCPSocket>, SocketDiagnosticsFailure> tcpSockets();
 
  private:
-  Result<void, SocketDiagnosticsFailure> dump(uint8_t family, std::vector<TCPSocket>& out);
+  Result<void, SocketDiagnosticsFailure> dump(std::vector<TCPSocket>& out);
 
   int fd_ = -1;  // opened on first use, kept
   std::vector<uint8_t> buffer_;

@@ -98,6 +98,12 @@ TEST(DesktopEntries, LooksProgramsUpInRealFolders) {
   std::ofstream(dir / "apps/applications/editor.desktop") << "[Desktop Entry]\nType=Application\nName=Editor\nExec=editor %F\n";
   std::ofstream(dir / "apps/applications/tool.desktop") << "[Desktop Entry]\nType=Application\nName=Tool\nExec=tool\n";
   std::ofstream(dir / "apps/applications/gone.desktop") << "[Desktop Entry]\nType=Application\nName=Gone\nExec=gone\n";
+  // Enough programs that the folders are listed rather than asked path by path.
+  for (int i = 0; i < 20; ++i) {
+    std::ofstream(dir / "second" / ("tool" + std::to_string(i))) << "binary";
+    std::ofstream(dir / "apps/applications" / ("tool" + std::to_string(i) + ".desktop"))
+        << "[Desktop Entry]\nType=Application\nName=Tool\nExec=tool" << i << "\n";
+  }
 
   DesktopEntries::Source source;
   source.dataDirs = {dir / "apps"};
@@ -108,6 +114,7 @@ TEST(DesktopEntries, LooksProgramsUpInRealFolders) {
   EXPECT_EQ(entries.forExecutable(real + "/opt/editor/editor-bin")->id, "editor.desktop");
   EXPECT_EQ(entries.forExecutable(real + "/second/tool")->id, "tool.desktop");
   EXPECT_TRUE(entries.withID("gone.desktop")->executables.empty());
+  EXPECT_EQ(entries.forExecutable(real + "/second/tool19")->id, "tool19.desktop");
   fs::remove_all(dir);
 }
 
