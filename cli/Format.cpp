@@ -55,4 +55,10 @@ std::string fit(std::string text, size_t width) {
   return text.substr(0, cut) + "…";
 }
 
+std::string shownPath(const std::string& path, const std::string& home) {
+  if (!home.empty() && home != "/" && path.starts_with(home) && (path.size() == home.size() || path[home.size()] == '/'))
+    return "~" + path.substr(home.size());
+  return path;
+}
+
 }  // namespace omnira::cli

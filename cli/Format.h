@@ -13,5 +13,7 @@ std::string percent(double fraction);        // 0.123 -> "12%"; below 10 % with 
 std::string duration(double seconds);        // "3d 4h", "2h 05m", "7m", "42s"
 // At most `width` bytes, cut on a character boundary and ended with "…" when cut.
 std::string fit(std::string text, size_t width);
+// "~/src/web" for a path in `home`.
+std::string shownPath(const std::string& path, const std::string& home);
 
 }  // namespace omnira::cli

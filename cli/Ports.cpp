@@ -12,12 +12,6 @@ namespace omnira::cli {
 
 namespace {
 
-std::string shownPath(const std::string& path, const std::string& home) {
-  if (!home.empty() && home != "/" && path.starts_with(home) && (path.size() == home.size() || path[home.size()] == '/'))
-    return "~" + path.substr(home.size());
-  return path;
-}
-
 std::string connectedText(const Port& port) {
   std::string text;
   for (const auto& p : port.connectedFrom) text += (text.empty() ? "" : ", ") + fmt::format("{} ({})", shownText(p.name), p.pid);

@@ -15,12 +15,6 @@ namespace {
 
 constexpr size_t kProcessesShown = 8;
 
-std::string shownPath(const std::string& path, const std::string& home) {
-  if (!home.empty() && home != "/" && path.starts_with(home) && (path.size() == home.size() || path[home.size()] == '/'))
-    return "~" + path.substr(home.size());
-  return path;
-}
-
 std::string portList(const std::vector<uint16_t>& ports) {
   std::string text;
   for (const auto port : ports) text += (text.empty() ? ":" : ", :") + std::to_string(port);

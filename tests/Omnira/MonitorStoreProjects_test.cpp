@@ -6,8 +6,6 @@
 #include <QEventLoop>
 #include <QTimer>
 
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -16,6 +14,7 @@
 #include <fstream>
 
 #include "tests/Omnira/QtTestApp.h"
+#include "tests/containers/DevServer.h"
 
 namespace omnira {
 namespace {
@@ -32,25 +31,10 @@ TEST(MonitorStoreProjects, AProjectScanFindsADevServerAndItsPort) {
   fs::create_directories(root / "config");
   fs::create_directories(root / "data" / "Omnira");
 
-  int ready[2];
-  ASSERT_EQ(::pipe(ready), 0);
-  const pid_t server = ::fork();
-  ASSERT_GE(server, 0);
-  if (server == 0) {
-    if (::chdir(project.c_str()) != 0) ::_exit(2);
-    const std::string fd = std::to_string(ready[1]);
-    ::execlp("python3", "python3", "-c",
-             "import socket,os,sys,time\n"
-             "s=socket.socket(); s.bind(('127.0.0.1',0)); s.listen()\n"
-             "os.write(int(sys.argv[1]), str(s.getsockname()[1]).encode()); time.sleep(60)\n",
-             fd.c_str(), nullptr);
-    ::_exit(3);
-  }
-  ::close(ready[1]);
-  char text[16] = {};
-  ASSERT_GT(::read(ready[0], text, sizeof text - 1), 0);
-  ::close(ready[0]);
-  const int port = std::stoi(text);
+  const testing::DevServer dev(project);
+  ASSERT_NE(dev.port(), 0);
+  const int port = dev.port();
+  const pid_t server = dev.pid();
 
   std::ofstream(root / "config" / "settings.json") << R"({"refreshSeconds": 1})";
   auto store = std::make_unique<MonitorStore>(MonitorStore::Options{
@@ -76,8 +60,6 @@ TEST(MonitorStoreProjects, AProjectScanFindsADevServerAndItsPort) {
   const auto ports = store->ports();
   const auto projects = store->projects();
   store.reset();
-  ::kill(server, SIGKILL);
-  ::waitpid(server, nullptr, 0);
   fs::remove_all(root);
 
   ASSERT_TRUE(published) << "the store published no port " << port;

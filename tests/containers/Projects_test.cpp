@@ -3,8 +3,6 @@
 
 #include "OmniraCore/containers/Projects.h"
 
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -13,6 +11,7 @@
 #include <fstream>
 
 #include "tests/cli/CommandRun.h"
+#include "tests/containers/DevServer.h"
 
 namespace omnira {
 namespace {
@@ -68,39 +67,27 @@ TEST(ProjectsCommand, FindsARealDevServerInAProjectFolder) {
   fs::create_directories(root / "home");
 
   // A dev server of the person's, working in a folder below the project's root.
-  int ready[2];
-  ASSERT_EQ(::pipe(ready), 0);
-  const pid_t server = ::fork();
-  ASSERT_GE(server, 0);
-  if (server == 0) {
-    if (::chdir((project / "src").c_str()) != 0) ::_exit(2);
-    const std::string fd = std::to_string(ready[1]);
-    ::execlp("python3", "python3", "-c",
-             "import socket,os,sys,time\n"
-             "s=socket.socket(); s.bind(('127.0.0.1',0)); s.listen()\n"
-             "os.write(int(sys.argv[1]), str(s.getsockname()[1]).encode()); time.sleep(60)\n",
-             fd.c_str(), nullptr);
-    ::_exit(3);
+  std::optional<testing::CommandRun> text, json, none;
+  std::string port;
+  pid_t server = 0;
+  {
+    const testing::DevServer dev(project / "src");
+    ASSERT_NE(dev.port(), 0);
+    port = std::to_string(dev.port());
+    server = dev.pid();
+    text = testing::runCommandIn(root, "projects shop", false);
+    json = testing::runCommandIn(root, "projects --json", false);
+    none = testing::runCommandIn(root, "projects no-such-thing", true);
   }
-  ::close(ready[1]);
-  char port[16] = {};
-  ASSERT_GT(::read(ready[0], port, sizeof port - 1), 0);
-  ::close(ready[0]);
-
-  const auto text = testing::runCommandIn(root, "projects shop", false);
-  const auto json = testing::runCommandIn(root, "projects --json", false);
-  const auto none = testing::runCommandIn(root, "projects no-such-thing", true);
-  ::kill(server, SIGKILL);
-  ::waitpid(server, nullptr, 0);
   fs::remove_all(root);
 
-  EXPECT_EQ(text.status, 0);
-  EXPECT_NE(text.out.find("shop-frontend  " + project.string()), std::string::npos) << text.out;
-  EXPECT_NE(text.out.find(":" + std::string(port)), std::string::npos) << text.out;
-  EXPECT_NE(text.out.find("1 dev server"), std::string::npos) << text.out;
+  EXPECT_EQ(text->status, 0);
+  EXPECT_NE(text->out.find("shop-frontend  " + project.string()), std::string::npos) << text->out;
+  EXPECT_NE(text->out.find(":" + std::string(port)), std::string::npos) << text->out;
+  EXPECT_NE(text->out.find("1 dev server"), std::string::npos) << text->out;
 
-  ASSERT_EQ(json.status, 0);
-  const auto parsed = nlohmann::json::parse(json.out);
+  ASSERT_EQ(json->status, 0);
+  const auto parsed = nlohmann::json::parse(json->out);
   bool found = false;
   for (const auto& p : parsed["projects"]) {
     if (p["path"] != project.string()) continue;
@@ -109,10 +96,10 @@ TEST(ProjectsCommand, FindsARealDevServerInAProjectFolder) {
     EXPECT_EQ(p["processes"][0]["pid"], server);
     EXPECT_TRUE(p["processes"][0]["devServer"]);
   }
-  EXPECT_TRUE(found) << json.out;
+  EXPECT_TRUE(found) << json->out;
 
-  EXPECT_EQ(none.status, 1);
-  EXPECT_EQ(none.out, "No project with something running in it matches \"no-such-thing\".\n");
+  EXPECT_EQ(none->status, 1);
+  EXPECT_EQ(none->out, "No project with something running in it matches \"no-such-thing\".\n");
 }
 
 }  // namespace
