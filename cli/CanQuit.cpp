@@ -92,7 +92,10 @@ int printCanQuit(const QuitCheck& check, const CanQuitRequest& request, std::FIL
     }
   } else if (request.port) {
     if (auto j = check.port(*request.port)) judged.push_back(std::move(*j));
-    else missing = fmt::format("Nothing of yours listens on port {}.", *request.port);
+    else if (request.portListened)
+      missing = fmt::format("Port {} is held by a process Omnira cannot see or that is not yours.", *request.port);
+    else
+      missing = fmt::format("Nothing listens on port {}.", *request.port);
   } else if (request.project) {
     judged = check.project(*request.project);
     if (judged.empty()) missing = fmt::format("Nothing is running in a project folder called \"{}\".", shownText(*request.project));

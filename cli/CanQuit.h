@@ -20,6 +20,8 @@ struct CanQuitRequest {
   std::optional<std::string> project;
   std::optional<std::string> name;
   bool json = false;
+  // Filled by the caller: a process of any user listens on `port`.
+  bool portListened = false;
 
   // A sentence when the request does not name exactly one target.
   std::optional<std::string> mistake() const;

@@ -194,6 +194,7 @@ int main(int argc, char** argv) {
     context.groups = snap.groups;
     context.personUID = ::geteuid();
     context.ports = omnira::Port::of(snap.sockets, snap.socketHolders, snap.groups, context.personUID);
+    if (canQuitRequest.port) canQuitRequest.portListened = omnira::Port::listened(snap.sockets, *canQuitRequest.port);
     context.omniraPIDs = {::getpid()};
     if (auto paths = omnira::AppPaths::fromProcessEnvironment())
       if (auto running = omnira::cli::runningOmnira(*paths)) context.omniraPIDs.push_back(*running);

@@ -158,6 +158,10 @@ TEST(CanQuitCommand, JudgesWhatListensOnARealPortAndRefusesUnclearRequests) {
   const auto noTarget = testing::runCommandIn(root, "can-quit", true);
   const auto twoTargets = testing::runCommandIn(root, "can-quit --pid 1 --port 80", true);
   const auto gone = testing::runCommandIn(root, "can-quit --pid 999999999", true);
+  const int spare = ::socket(AF_INET, SOCK_STREAM, 0);
+  const uint16_t freePort = listenOn(spare);
+  ::close(spare);
+  const auto nothing = testing::runCommandIn(root, fmt::format("can-quit --port {}", freePort), true);
   ::close(listener);
   fs::remove_all(root);
 
@@ -175,6 +179,8 @@ TEST(CanQuitCommand, JudgesWhatListensOnARealPortAndRefusesUnclearRequests) {
   EXPECT_EQ(twoTargets.status, 2);
   EXPECT_EQ(gone.status, 1);
   EXPECT_EQ(gone.out, "No process Omnira can see has PID 999999999.\n");
+  EXPECT_EQ(nothing.status, 1);
+  EXPECT_EQ(nothing.out, fmt::format("Nothing listens on port {}.\n", freePort));
 }
 
 }  // namespace
