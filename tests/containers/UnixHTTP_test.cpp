@@ -1,0 +1,131 @@
+// The Unix-socket GET against a real local server that answers as told: chunks split
+// across writes, error statuses, a reply without a header end, silence.
+
+#include "OmniraCore/containers/UnixHTTP.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+#include <vector>
+
+namespace omnira {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+// Serves one connection: reads the request, then writes each piece with a pause between
+// (so the client's reads see them apart) and closes, or stays silent for `silence`.
+class OneReplyServer {
+ public:
+  OneReplyServer(fs::path path, std::vector<std::string> pieces, std::chrono::milliseconds silence = 0ms)
+      : path_(std::move(path)) {
+    fd_ = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path_.c_str(), sizeof address.sun_path - 1);
+    if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(fd_, 1) != 0) return;
+    thread_ = std::thread([this, pieces = std::move(pieces), silence] {
+      const int client = ::accept(fd_, nullptr, nullptr);
+      if (client < 0) return;
+      char buffer[4096];
+      while (request_.find("\r\n\r\n") == std::string::npos) {
+        const ssize_t n = ::read(client, buffer, sizeof buffer);
+        if (n <= 0) break;
+        request_.append(buffer, static_cast<size_t>(n));
+      }
+      std::this_thread::sleep_for(silence);
+      for (const auto& piece : pieces) {
+        (void)::send(client, piece.data(), piece.size(), MSG_NOSIGNAL);
+        std::this_thread::sleep_for(20ms);
+      }
+      ::close(client);
+    });
+  }
+  ~OneReplyServer() {
+    if (thread_.joinable()) thread_.join();
+    ::close(fd_);
+    fs::remove(path_);
+  }
+  const std::string& request() {
+    if (thread_.joinable()) thread_.join();
+    return request_;
+  }
+
+ private:
+  fs::path path_;
+  int fd_ = -1;
+  std::thread thread_;
+  std::string request_;
+};
+
+class UnixHTTPTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("omnira-http-" + std::to_string(::getpid()));
+    fs::create_directories(dir_);
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+  fs::path dir_;
+};
+
+TEST_F(UnixHTTPTest, ReadsChunkedAndPlainRepliesAndSendsTheExactRequest) {
+  const std::string json = R"([{"Id":"abc","Names":["/web"]}])";
+  {
+    // The size line and a chunk are each split across writes.
+    OneReplyServer server(dir_ / "chunked.sock",
+                          {"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nTransfer-Encoding: chunked\r\n\r\n1",
+                           "0\r\n" + json.substr(0, 16), "\r\n" + std::string("f;ext=1\r\n") + json.substr(16) + "\r\n0\r\n\r\n"});
+    const auto body = UnixHTTP::get("/containers/json", (dir_ / "chunked.sock").string(), 2000ms);
+    ASSERT_TRUE(body.ok()) << body.error().message;
+    EXPECT_EQ(*body, json);
+    EXPECT_EQ(server.request(),
+              "GET /containers/json HTTP/1.1\r\nHost: localhost\r\nAccept: application/json\r\nContent-Length: 0\r\n"
+              "Connection: close\r\n\r\n");
+  }
+  OneReplyServer plain(dir_ / "plain.sock", {"HTTP/1.0 304 Not Modified\r\nServer: x\r\n\r\n", json});
+  const auto body = UnixHTTP::get("/info", (dir_ / "plain.sock").string(), 2000ms);
+  ASSERT_TRUE(body.ok()) << body.error().message;
+  EXPECT_EQ(*body, json);
+}
+
+TEST_F(UnixHTTPTest, EachWayToFailHasItsText) {
+  {
+    OneReplyServer server(dir_ / "404.sock", {"HTTP/1.1 404 Not Found\r\n\r\n{\"message\":\"no such container\"}"});
+    EXPECT_EQ(UnixHTTP::get("/x", (dir_ / "404.sock").string(), 2000ms).error().message, "status 404");
+  }
+  {
+    OneReplyServer server(dir_ / "headless.sock", {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n"});
+    EXPECT_EQ(UnixHTTP::get("/x", (dir_ / "headless.sock").string(), 2000ms).error().message, "no header");
+  }
+  {
+    // Says nothing for longer than the time-out: the read gives up (only that it ends is checked).
+    OneReplyServer server(dir_ / "silent.sock", {}, 1000ms);
+    const auto silent = UnixHTTP::get("/x", (dir_ / "silent.sock").string(), 200ms);
+    ASSERT_FALSE(silent.ok());
+    EXPECT_EQ(silent.error().message, std::string("read ") + std::strerror(EAGAIN));
+  }
+  EXPECT_EQ(UnixHTTP::get("/x", (dir_ / "missing.sock").string(), 200ms).error().message,
+            std::string("connect ") + std::strerror(ENOENT));
+  std::ofstream(dir_ / "regular") << "not a socket";
+  EXPECT_EQ(UnixHTTP::get("/x", (dir_ / "regular").string(), 200ms).error().message,
+            std::string("connect ") + std::strerror(ECONNREFUSED));
+  EXPECT_EQ(UnixHTTP::get("/x", "/" + std::string(103, 'a'), 200ms).error().message, "The socket path is too long.");
+
+  for (const char* broken : {"zz\r\nab\r\n0\r\n\r\n", "5\r\nab", "2\r\nabXX0\r\n\r\n", "2\r\nab\r\n"}) {
+    SCOPED_TRACE(broken);
+    EXPECT_FALSE(UnixHTTP::dechunk(broken).ok());
+  }
+}
+
+}  // namespace
+}  // namespace omnira
