@@ -1,3 +1,4 @@
+#include "OmniraCore/foundation/Parse.h"
 #include "OmniraCore/containers/DockerAPI.h"
 
 #include <algorithm>
@@ -46,10 +47,6 @@ DockerAPI::Stats::CPU cpuOf(const json& stats) {
   return cpu;
 }
 
-std::string lowered(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
 
 }  // namespace
 

@@ -1,3 +1,4 @@
+#include "OmniraCore/foundation/Parse.h"
 #include "OmniraCore/containers/Projects.h"
 
 #include <algorithm>
@@ -8,11 +9,6 @@ namespace omnira {
 
 namespace {
 
-std::string lowered(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
 
 std::string folderName(const std::string& path) {
   const auto slash = path.find_last_of('/');

@@ -1,3 +1,4 @@
+#include "OmniraCore/foundation/Parse.h"
 #include "OmniraCore/containers/UnixHTTP.h"
 
 #include <sys/socket.h>
@@ -19,11 +20,6 @@ constexpr std::string_view kCRLF = "\r\n";
 
 UnixHTTP::Failure failure(std::string message) { return UnixHTTP::Failure{std::move(message)}; }
 
-std::string lowered(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
 
 class Socket {
  public:

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <system_error>
 #include <type_traits>
@@ -32,6 +33,14 @@ std::optional<T> consumeNumber(std::string_view& text) {
   if (ec != std::errc() || ptr == text.data()) return std::nullopt;
   text.remove_prefix(static_cast<size_t>(ptr - text.data()));
   return value;
+}
+
+// ASCII letters in lower case; other bytes as they are (names are bytes, not UTF-8).
+inline std::string lowered(std::string_view text) {
+  std::string out(text);
+  for (char& c : out)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return out;
 }
 
 inline std::string_view trim(std::string_view text) {

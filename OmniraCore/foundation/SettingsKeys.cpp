@@ -121,11 +121,6 @@ std::string joinChoices(const std::vector<json>& choices) {
 
 bool numericChoices(const SettingSpec& spec) { return !spec.choices.empty() && spec.choices.front().is_number(); }
 
-std::string lowercase(std::string_view text) {
-  std::string out(text);
-  std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return std::tolower(c); });
-  return out;
-}
 
 }  // namespace
 
@@ -177,7 +172,7 @@ Result<json, std::string> SettingSpec::parse(std::string_view text) const {
   json value;
   switch (type) {
     case Type::boolean: {
-      const std::string word = lowercase(text);
+      const std::string word = lowered(text);
       if (word == "true" || word == "on") value = true;
       else if (word == "false" || word == "off") value = false;
       else return refuse();
@@ -260,9 +255,9 @@ const SettingSpec* find(std::string_view key) {
 }
 
 std::string unknownKeySentence(std::string_view key) {
-  const std::string folded = lowercase(key);
+  const std::string folded = lowered(key);
   for (const auto& spec : all()) {
-    if (lowercase(spec.key) == folded) return fmt::format("There is no setting \"{}\"; did you mean \"{}\"?", key, spec.key);
+    if (lowered(spec.key) == folded) return fmt::format("There is no setting \"{}\"; did you mean \"{}\"?", key, spec.key);
   }
   return fmt::format("There is no setting \"{}\".", key);
 }

@@ -1,3 +1,4 @@
+#include "OmniraCore/foundation/Parse.h"
 #include "OmniraCore/platform/linux/DesktopEntries.h"
 
 #include <algorithm>
@@ -29,11 +30,6 @@ bool endsWith(std::string_view text, std::string_view suffix) {
   return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
 }
 
-std::string lowered(std::string_view text) {
-  std::string out(text);
-  std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return std::tolower(c); });
-  return out;
-}
 
 std::string_view lastComponent(std::string_view path) {
   const auto slash = path.rfind('/');
