@@ -76,7 +76,10 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   appFolders_ = std::make_unique<AppFoldersWatcher>(platform::appFolders());
   connect(appFolders_.get(), &AppFoldersWatcher::changed, store_.get(), &MonitorStore::reloadApps);
   if (options_.printTicks) connect(store_.get(), &MonitorStore::ticked, this, &AppDelegate::printTick);
-  if (options_.watching) store_->viewerAppeared();
+  if (options_.watching) {
+    store_->viewerAppeared();
+    store_->requestContainers("watching", true);
+  }
 
   store_->start();
   usageLimits_->start();  // now, then every few minutes

@@ -62,6 +62,14 @@ void MonitorStore::start() {
   connect(worker_, &SamplingWorker::sampled, this, &MonitorStore::received, Qt::QueuedConnection);
   workerThread_.setObjectName("Omnira sampler");
   workerThread_.start(QThread::LowPriority);
+  if (options_.parts.containers) {
+    containerWorker_ = new ContainerWorker(options_.parts.containers);
+    containerWorker_->moveToThread(&containerThread_);
+    connect(&containerThread_, &QThread::finished, containerWorker_, &QObject::deleteLater);
+    connect(containerWorker_, &ContainerWorker::sampled, this, &MonitorStore::receivedContainers, Qt::QueuedConnection);
+    containerThread_.setObjectName("Omnira containers");
+    containerThread_.start(QThread::LowPriority);
+  }
   insightsWatcher_ = std::make_unique<SavedFileWatcher>(
       options_.paths.dataFile(insightsFile), "what `omnira insights` changes shows here when Omnira next saves the insights.");
   connect(insightsWatcher_.get(), &SavedFileWatcher::changed, this, &MonitorStore::reloadInsights);
@@ -101,6 +109,11 @@ void MonitorStore::stop() {
   workerThread_.quit();
   workerThread_.wait();
   worker_ = nullptr;
+  // An engine being asked holds this up by its time-out at most.
+  if (containerWorker_) disconnect(containerWorker_, nullptr, this, nullptr);
+  containerThread_.quit();
+  containerThread_.wait();
+  containerWorker_ = nullptr;
   insightsWatcher_.reset();
 
   followHistory();
@@ -166,6 +179,7 @@ void MonitorStore::step() {
 void MonitorStore::send(SamplingRequest request) {
   request.serial = ++serial_;
   request.reloadApps = std::exchange(reloadApps_, false);
+  request.containers = containers_;
   inFlight_ = true;
   QMetaObject::invokeMethod(worker_, [worker = worker_, request] { worker->sample(request); }, Qt::QueuedConnection);
 }
@@ -234,8 +248,13 @@ void MonitorStore::refresh(const SamplingResult& result) {
     if (assign(powerIsEstimated_, !ProcessSampler::kernelCountsEnergy)) emit powerIsEstimatedChanged();
     if (assign(unmeasuredProcessCount_, static_cast<qint64>(result.unmeasured))) emit unmeasuredProcessCountChanged();
     publishGroups(*result.groups, at);
-    if (result.ports) publishProjects(std::move(*result.ports), at);
+    if (result.sockets) {
+      lastSockets_ = std::move(result.sockets);
+      scannedSinceContainers_ = true;
+      publishProjects(/*scanned=*/true, at);
+    }
   }
+  askContainers(at);
 
   const auto freshness = result.groups ? TickGroups::fresh : TickGroups::repeated;
   recordHistory(sample, freshness, at);
@@ -250,11 +269,48 @@ void MonitorStore::refresh(const SamplingResult& result) {
   emit ticked();
 }
 
-void MonitorStore::publishProjects(std::vector<Port> ports, Date at) {
-  if (assign(projects_, Project::of(allGroups_, static_cast<uint32_t>(::geteuid())))) emit projectsChanged();
-  auto idle = serverWatcher_.ingest(ports, allGroups_, at);
+void MonitorStore::publishProjects(bool scanned, Date at) {
+  const auto person = static_cast<uint32_t>(::geteuid());
+  if (assign(projects_, Project::of(allGroups_, person, &containers_))) emit projectsChanged();
+  if (!lastSockets_) return;
+  auto ports = Port::of(lastSockets_->sockets, lastSockets_->holders, allGroups_, person, &containers_);
+  if (scanned) {
+    // Idleness is judged on fresh figures only.
+    if (assign(idleServers_, serverWatcher_.ingest(ports, allGroups_, at))) emit idleServersChanged();
+  }
   if (assign(ports_, std::move(ports))) emit portsChanged();
-  if (assign(idleServers_, std::move(idle))) emit idleServersChanged();
+}
+
+void MonitorStore::requestContainers(const std::string& requester, bool wanted) {
+  const bool before = !containerRequests_.empty();
+  if (wanted) containerRequests_.insert(requester);
+  else containerRequests_.erase(requester);
+  // Someone who just asked should not wait for the next tick's end.
+  if (!before && wanted && isPrimed_) askContainers(std::chrono::system_clock::now());
+}
+
+void MonitorStore::askContainers(Date at) {
+  if (!containerWorker_ || stopped_) return;
+  using Work = SamplingSchedule::ContainerWork;
+  const auto work = SamplingSchedule::containerWork(!containerRequests_.empty(), scannedSinceContainers_,
+                                                    containersInFlight_, lastContainersAskedAt_, at);
+  if (work == Work::none) return;
+  containersInFlight_ = true;
+  scannedSinceContainers_ = false;
+  lastContainersAskedAt_ = at;
+  QMetaObject::invokeMethod(
+      containerWorker_, [worker = containerWorker_, stats = work == Work::stats] { worker->sample(stats); },
+      Qt::QueuedConnection);
+}
+
+void MonitorStore::receivedContainers(const ContainerSnapshot& snapshot) {
+  if (stopped_) return;
+  containersInFlight_ = false;
+  if (!assign(containers_, snapshot)) return;
+  emit containersChanged();
+  containers_.nameGroups(allGroups_);
+  listGroups();
+  publishProjects(/*scanned=*/false, std::chrono::system_clock::now());
 }
 
 void MonitorStore::publishSystem(const SystemSample& sample, Date at) {

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "Omnira/BootClockTimer.h"
+#include "Omnira/ContainerWorker.h"
 #include "Omnira/GroupPoint.h"
 #include "Omnira/LiveHistory.h"
 #include "Omnira/SamplingSchedule.h"
@@ -88,6 +89,9 @@ class MonitorStore : public QObject {
   Q_PROPERTY(omnira::Projects projects READ projects NOTIFY projectsChanged)
   Q_PROPERTY(omnira::Ports ports READ ports NOTIFY portsChanged)
   Q_PROPERTY(omnira::IdleServers idleServers READ idleServers NOTIFY idleServersChanged)
+  // The engines' containers: names and ports after each project scan; with their figures,
+  // every 10 s, while something wants containers (requestContainers).
+  Q_PROPERTY(omnira::ContainerSnapshot containers READ containers NOTIFY containersChanged)
 
  public:
   using LiveHistory = omnira::LiveHistory;
@@ -141,6 +145,7 @@ class MonitorStore : public QObject {
   const Projects& projects() const { return projects_; }
   const Ports& ports() const { return ports_; }
   const IdleServers& idleServers() const { return idleServers_; }
+  const ContainerSnapshot& containers() const { return containers_; }
   bool isPrimed() const { return isPrimed_; }
   bool onBattery() const;
   HistorySpan historySpan() const;
@@ -165,6 +170,8 @@ class MonitorStore : public QObject {
   Result<HistoryExport::Files, HistoryExport::Failure> exportHistory(const std::filesystem::path& folder, Date since);
   Result<HistoryExport::Files, HistoryExport::Failure> exportHistoryToDownloads(Date since);
   Result<void, HistoryDatabase::Failure> deleteHistory();
+  // A view or the bridge wants the containers' figures while it is open; false withdraws it.
+  void requestContainers(const std::string& requester, bool wanted);
   // The installed applications changed: the grouper reads them again at the next sample.
   void reloadApps() { reloadApps_ = true; }
 
@@ -172,6 +179,7 @@ class MonitorStore : public QObject {
   void projectsChanged();
   void portsChanged();
   void idleServersChanged();
+  void containersChanged();
   void systemChanged();
   void systemHistoryChanged();
   void groupsChanged();
@@ -205,7 +213,10 @@ class MonitorStore : public QObject {
   void resumed(double sleptSeconds);
   void publishSystem(const SystemSample& sample, Date at);
   void publishGroups(std::vector<AppGroup> groups, Date at);
-  void publishProjects(std::vector<Port> ports, Date at);
+  // After a project scan (`scanned`), or when the containers changed.
+  void publishProjects(bool scanned, Date at);
+  void askContainers(Date at);
+  void receivedContainers(const ContainerSnapshot& snapshot);
   void listGroups();
   void recordHistory(const SystemSample& sample, TickGroups freshness, Date at);
   // The history was deleted (here or by `omnira history delete --all`): drops what is held
@@ -251,6 +262,12 @@ class MonitorStore : public QObject {
   Ports ports_;
   IdleServers idleServers_;
   ServerWatcher serverWatcher_;
+  std::optional<SamplingResult::Sockets> lastSockets_;  // of the last project scan
+  ContainerSnapshot containers_;
+  std::set<std::string> containerRequests_;
+  bool containersInFlight_ = false;
+  bool scannedSinceContainers_ = false;
+  std::optional<Date> lastContainersAskedAt_;
   int viewers_ = 0;
   bool isPrimed_ = false;
   std::optional<Date> lastNetworkDetailsAt_, lastProjectScanAt_, lastLedgerSaveAt_;
@@ -262,6 +279,8 @@ class MonitorStore : public QObject {
 
   QThread workerThread_;
   SamplingWorker* worker_ = nullptr;  // lives on workerThread_, deleted when it finishes
+  QThread containerThread_;
+  ContainerWorker* containerWorker_ = nullptr;  // lives on containerThread_, likewise
   std::optional<SamplingLoop> loop_;
   BootClockTimer sleep_;
   bool inFlight_ = false;

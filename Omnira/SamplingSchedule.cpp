@@ -76,6 +76,17 @@ bool SamplingSchedule::savesLedger(std::optional<Date> savedAt, Date now, bool o
   return !savedAt || secondsBetween(*savedAt, now) >= (onBattery ? ledgerSaveBattery : ledgerSaveMains);
 }
 
+SamplingSchedule::ContainerWork SamplingSchedule::containerWork(bool wanted, bool scannedProjectsSinceLast,
+                                                               bool inFlight, std::optional<Date> lastAsked,
+                                                               Date now) {
+  if (inFlight) return ContainerWork::none;
+  // A clock set back does not hold the containers up until it catches up.
+  if (lastAsked && secondsBetween(*lastAsked, now) >= 0 && secondsBetween(*lastAsked, now) < containerSpacing)
+    return ContainerWork::none;
+  if (wanted) return ContainerWork::stats;
+  return scannedProjectsSinceLast ? ContainerWork::list : ContainerWork::none;
+}
+
 double SamplingSchedule::coalescedDeadline(double target, double tolerance) {
   if (!(tolerance > 0)) return target;
   for (double grid : {1.0, 0.5, 0.25, 0.1}) {

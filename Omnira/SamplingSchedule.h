@@ -37,6 +37,7 @@ struct SamplingSchedule {
   static constexpr double ledgerPublishSpacing = 15;
   static constexpr double ledgerSaveMains = 120;
   static constexpr double ledgerSaveBattery = 600;
+  static constexpr double containerSpacing = 10;
 
   // "refreshSeconds" clamped to 1...10; unset or 0 reads as 1.
   static double refreshSeconds(std::optional<double> setting);
@@ -54,6 +55,14 @@ struct SamplingSchedule {
   // What the process sample measures this tick, from what the views want and the throttles.
   static ProcessDetails details(ProcessDetails wanted, Date now, std::optional<Date> lastNetworkDetails,
                                 std::optional<Date> lastProjectScan, bool onBattery);
+
+  // What the container thread is asked for after a tick: nothing, the engines' lists
+  // (to name container groups and published ports after a project scan), or the lists
+  // with every container's stats (while something wants containers). At most every
+  // containerSpacing seconds, and never while the last request is still out.
+  enum class ContainerWork { none, list, stats };
+  static ContainerWork containerWork(bool wanted, bool scannedProjectsSinceLast, bool inFlight,
+                                     std::optional<Date> lastAsked, Date now);
 
   static bool publishesLedger(std::optional<Date> publishedAt, Date now);
   static bool savesLedger(std::optional<Date> savedAt, Date now, bool onBattery);

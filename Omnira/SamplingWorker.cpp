@@ -9,7 +9,8 @@
 namespace omnira {
 
 SamplingParts SamplingParts::thisMachine() {
-  return {platform::makeSystemSampler, platform::makeProcessSampler, platform::makeAppGrouper};
+  return {platform::makeSystemSampler, [] { return platform::makeProcessSampler(); }, platform::makeAppGrouper,
+          [] { return std::make_unique<ContainerSampler>(ContainerSampler::forThisUser()); }};
 }
 
 SamplingWorker::SamplingWorker(SamplingParts parts) : parts_(std::move(parts)) {
@@ -43,8 +44,9 @@ void SamplingWorker::sample(const SamplingRequest& request) {
       result.measured = processes_->measuredDetails();
       result.unmeasured = processes_->unmeasuredCount();
       result.groups = grouper_->group(std::move(samples));
+      request.containers.nameGroups(*result.groups);
       if (result.measured.projects)
-        result.ports = Port::of(processes_->lastSockets(), processes_->socketHolders(), *result.groups, ::geteuid());
+        result.sockets = SamplingResult::Sockets{processes_->lastSockets(), processes_->socketHolders()};
     }
   }
   result.at = std::chrono::system_clock::now();

@@ -14,6 +14,7 @@
 #include <optional>
 #include <vector>
 
+#include "OmniraCore/containers/ContainerSampler.h"
 #include "OmniraCore/containers/Ports.h"
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/sampling/AppGroup.h"
@@ -29,6 +30,8 @@ struct SamplingParts {
   std::function<std::unique_ptr<SystemSampler>()> system;
   std::function<std::unique_ptr<ProcessSampler>()> processes;
   std::function<std::unique_ptr<AppGrouper>()> grouper;
+  // Built on the container thread instead (ContainerWorker).
+  std::function<std::unique_ptr<ContainerSampler>()> containers;
 
   static SamplingParts thisMachine();
 };
@@ -39,6 +42,8 @@ struct SamplingRequest {
   bool includeProcesses = false;
   ProcessDetails details;
   bool reloadApps = false;  // installed applications changed
+  // The store's last look at the engines: names container groups and published ports.
+  ContainerSnapshot containers;
 };
 
 struct SamplingResult {
@@ -52,8 +57,13 @@ struct SamplingResult {
   ProcessDetails measured;
   // Processes left out because their figures could not be read (ProcessSampler).
   size_t unmeasured = 0;
-  // The ports of the user Omnira runs as; present when project details were measured.
-  std::optional<std::vector<Port>> ports;
+  // The machine's TCP sockets and the holders found; present when project details were
+  // measured, for the store to list ports with what it knows of containers.
+  struct Sockets {
+    std::vector<TCPSocket> sockets;
+    ProcessNetwork::Owners holders;
+  };
+  std::optional<Sockets> sockets;
   double seconds = 0;  // wall time the sampling took, for the log
 };
 

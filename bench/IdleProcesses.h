@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <string>
 #include <vector>
 
 extern char** environ;
@@ -16,13 +17,19 @@ namespace omnira::bench {
 
 class IdleProcesses {
  public:
-  explicit IdleProcesses(int count) {
+  // `folders`: working directories given in turn, as processes of several projects have.
+  explicit IdleProcesses(int count, const std::vector<std::string>& folders = {}) {
     char sleep[] = "sleep";
     char forever[] = "86400";
     char* argv[] = {sleep, forever, nullptr};
     for (int i = 0; i < count; ++i) {
+      posix_spawn_file_actions_t actions;
+      posix_spawn_file_actions_init(&actions);
+      if (!folders.empty())
+        posix_spawn_file_actions_addchdir_np(&actions, folders[static_cast<size_t>(i) % folders.size()].c_str());
       pid_t pid = 0;
-      if (posix_spawnp(&pid, "sleep", nullptr, nullptr, argv, environ) == 0) pids_.push_back(pid);
+      if (posix_spawnp(&pid, "sleep", &actions, nullptr, argv, environ) == 0) pids_.push_back(pid);
+      posix_spawn_file_actions_destroy(&actions);
     }
   }
   ~IdleProcesses() {

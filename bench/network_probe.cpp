@@ -6,6 +6,8 @@
 // refresh has every socket's counters to read and give to its holder. Then, in rounds:
 //   omnira network   the CPU time one process sample with network costs more than one
 //                    without (the socket dump, finding new holders, the counting)
+//   omnira ports     the same with the project scan (working directories, listening
+//                    ports) and the port list with who is connected, over a grouped tick
 //   ss -tinp         the CPU time of one whole `ss -tinp` run: every TCP socket with its
 //                    tcp_info and the processes holding it
 // and prints the medians and their ratio as JSON.
@@ -28,6 +30,8 @@
 #include <thread>
 #include <vector>
 
+#include "bench/ProcessCPU.h"
+#include "OmniraCore/containers/Ports.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 
 extern char** environ;
@@ -35,13 +39,6 @@ extern char** environ;
 namespace {
 
 constexpr int kChildren = 20;
-
-double cpuSeconds() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
 
 // One child: `pairs` connections to its own listener, both ends kept, a few bytes each
 // way on every one ten times a second until killed.
@@ -121,30 +118,49 @@ int main(int argc, char** argv) {
   (void)sampler->sample({.network = true});  // the baseline
   // Every socket moved since the baseline: this refresh finds all their holders; later
   // ones look only for holders of new sockets.
-  double before = cpuSeconds();
+  double before = omnira::bench::cpuSeconds();
   (void)sampler->sample({.network = true});
-  const double first = cpuSeconds() - before;
-  std::vector<double> withNetwork, without, ss;
+  const double first = omnira::bench::cpuSeconds() - before;
+  auto grouper = omnira::platform::makeAppGrouper();
+  const omnira::ProcessSampler::Details everything{.network = true, .projects = true};
+  (void)grouper->group(sampler->sample(everything));
+  std::vector<double> withNetwork, without, withPorts, groupedWithout, ss;
+  size_t ports = 0, connected = 0;
   for (int round = 0; round < rounds; ++round) {
     std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    before = cpuSeconds();
+    before = omnira::bench::cpuSeconds();
     (void)sampler->sample();
-    without.push_back(cpuSeconds() - before);
+    without.push_back(omnira::bench::cpuSeconds() - before);
+    // The ports with who is connected, as `omnira ports` and the store list them.
     std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    before = cpuSeconds();
+    before = omnira::bench::cpuSeconds();
+    (void)grouper->group(sampler->sample());
+    groupedWithout.push_back(omnira::bench::cpuSeconds() - before);
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    before = omnira::bench::cpuSeconds();
+    const auto groups = grouper->group(sampler->sample(everything));
+    const auto listed = omnira::Port::of(sampler->lastSockets(), sampler->socketHolders(), groups, ::geteuid());
+    withPorts.push_back(omnira::bench::cpuSeconds() - before);
+    ports = listed.size();
+    connected = 0;
+    for (const auto& port : listed) connected += port.connectedFrom.size();
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    before = omnira::bench::cpuSeconds();
     (void)sampler->sample({.network = true});
-    withNetwork.push_back(cpuSeconds() - before);
+    withNetwork.push_back(omnira::bench::cpuSeconds() - before);
     ss.push_back(ssCPUSeconds());
   }
   for (const pid_t pid : children) ::kill(pid, SIGKILL);
   for (const pid_t pid : children) ::waitpid(pid, nullptr, 0);
 
   const double network = std::max(0.0, median(withNetwork) - median(without));
+  const double portsAndNetwork = std::max(0.0, median(withPorts) - median(groupedWithout));
   const double peer = median(ss);
   fmt::print("{{\"sockets\": {}, \"rounds\": {}, \"tick_ms\": {:.3f}, \"first_network_refresh_ms\": {:.3f}, "
-             "\"network_refresh_ms\": {:.3f}, \"ss_tinp_ms\": {:.3f}, \"ratio\": {:.3f}}}\n",
+             "\"network_refresh_ms\": {:.3f}, \"ports_and_network_refresh_ms\": {:.3f}, \"ports\": {}, "
+             "\"connected_processes\": {}, \"ss_tinp_ms\": {:.3f}, \"ratio\": {:.3f}, \"ports_ratio\": {:.3f}}}\n",
              pairsEach * 2 * kChildren, rounds, median(without) * 1e3,
-             std::max(0.0, first - median(without)) * 1e3, network * 1e3, peer * 1e3,
-             peer > 0 ? network / peer : 0.0);
+             std::max(0.0, first - median(without)) * 1e3, network * 1e3, portsAndNetwork * 1e3, ports, connected,
+             peer * 1e3, peer > 0 ? network / peer : 0.0, peer > 0 ? portsAndNetwork / peer : 0.0);
   return 0;
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <algorithm>
 #include <memory>
 
 #include <unistd.h>
@@ -69,6 +70,39 @@ void tick(benchmark::State& state) {
                                                          benchmark::Counter::kInvert);
 }
 
+// A project scan: every process's working directory and the project folder above it, for
+// N extra processes spread over 100 project folders (three levels below each), against the
+// same sample without it. The folders' marker checks are cached for two minutes, as a running
+// Omnira keeps them; the working directories are read afresh each time, as at a scan.
+void projectScan(benchmark::State& state) {
+  namespace fs = std::filesystem;
+  const auto home = fs::temp_directory_path() / ("omnira-bench-projects-" + std::to_string(::getpid()));
+  std::vector<std::string> folders;
+  for (int i = 0; i < 100; ++i) {
+    const auto project = home / "src" / ("project-" + std::to_string(i));
+    fs::create_directories(project / "packages/app/src");
+    std::ofstream(project / "package.json") << "{}\n";
+    folders.push_back((project / "packages/app/src").string());
+  }
+  bench::IdleProcesses extra(static_cast<int>(state.range(0)), folders);
+  ProcessSampler::Options options;
+  options.homeDirectory = home.string();
+  options.workingDirectoryMaxAgeSeconds = 0;  // a scan reads them all
+  auto sampler = platform::makeProcessSampler(options);
+  const ProcessSampler::Details details{.projects = state.range(1) != 0};
+  (void)sampler->sample(details);
+  size_t processes = 0, inProjects = 0;
+  for (auto _ : state) {
+    auto samples = sampler->sample(details);
+    processes = samples.size();
+    inProjects = static_cast<size_t>(std::count_if(samples.begin(), samples.end(), [](const auto& s) { return s.projectPath.has_value(); }));
+    benchmark::DoNotOptimize(samples.data());
+  }
+  state.counters["processes"] = static_cast<double>(processes);
+  state.counters["in_projects"] = static_cast<double>(inProjects);
+  fs::remove_all(home);
+}
+
 // The desktop entries a one-shot snapshot scans: N entries naming programs of /usr/bin,
 // looked up through this machine's PATH as a desktop of N apps would be.
 void desktopScan(benchmark::State& state) {
@@ -100,6 +134,7 @@ void desktopScan(benchmark::State& state) {
   fs::remove_all(dir);
 }
 
+BENCHMARK(projectScan)->Args({1000, 0})->Args({1000, 1})->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(desktopScan)->Arg(300)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(processSample)->Arg(0)->Arg(1000)->Unit(benchmark::kMicrosecond)->MeasureProcessCPUTime()->UseRealTime();
 BENCHMARK(grouping)->Arg(0)->Arg(1000)->Unit(benchmark::kMicrosecond)->MeasureProcessCPUTime()->UseRealTime();

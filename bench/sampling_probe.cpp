@@ -10,16 +10,10 @@
 #include <string_view>
 #include <thread>
 
+#include "bench/ProcessCPU.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 
 namespace {
-
-double cpuSeconds() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
 
 }  // namespace
 
@@ -32,11 +26,11 @@ int main(int argc, char** argv) {
   }
   auto sampler = omnira::platform::makeProcessSampler();
   auto grouper = omnira::platform::makeAppGrouper();
-  const double startCPU = cpuSeconds();
+  const double startCPU = omnira::bench::cpuSeconds();
   (void)grouper->group(sampler->sample());
-  const double firstCPU = cpuSeconds() - startCPU;
+  const double firstCPU = omnira::bench::cpuSeconds() - startCPU;
   size_t processes = 0;
-  const double before = cpuSeconds();
+  const double before = omnira::bench::cpuSeconds();
   for (int i = 0; i < iterations; ++i) {
     // Ticks a little apart, like top's refreshes, so the kernel's counters move.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -44,7 +38,7 @@ int main(int argc, char** argv) {
     processes = samples.size();
     auto groups = grouper->group(std::move(samples));
   }
-  const double perTick = (cpuSeconds() - before) / iterations;
+  const double perTick = (omnira::bench::cpuSeconds() - before) / iterations;
   fmt::print("{{\"processes\": {}, \"first_tick_cpu_seconds\": {:.6f}, \"tick_cpu_seconds\": {:.6f}}}\n", processes,
              firstCPU, perTick);
   return 0;

@@ -52,14 +52,25 @@ int printPorts(const std::vector<Port>& all, const std::vector<uint16_t>& listen
     for (const auto* port : shown) {
       const std::string address = port->localOnly ? "this computer" : "all interfaces";
       const std::string process =
-          port->process ? fmt::format("{} ({})", shownText(port->process->name), port->process->pid) : "(not visible)";
-      const std::string app = port->process ? shownText(port->process->appName) : "";
-      const std::string project =
-          port->process && port->process->projectPath ? shownText(shownPath(*port->process->projectPath, home)) : "-";
+          port->process ? fmt::format("{} ({})", shownText(port->process->name), port->process->pid)
+          : port->container ? "(engine's proxy)"
+                            : "(not visible)";
+      std::string app = port->process ? shownText(port->process->appName) : "";
+      std::optional<std::string> projectPath = port->process ? port->process->projectPath : std::nullopt;
+      if (port->container) {
+        // What a person knows it by is the container, not the engine's proxy that holds it.
+        app = "container " + shownText(port->container->name);
+        projectPath = port->container->projectPath;
+      }
+      const std::string project = projectPath ? shownText(shownPath(*projectPath, home)) : "-";
       fmt::print(out, "{:>5}  {:<16} {:<22} {:<20} {:<24} {}\n", port->port, address, fit(process, 22), fit(app, 20),
                  fit(project, 24), connectedText(*port));
     }
   }
+  for (const auto* port : shown)
+    if (port->container)
+      fmt::print(out, "{} is published by the container {}: stop it with {}\n", port->port,
+                 shownText(port->container->name), shownText(port->container->stopCommand));
   for (const uint16_t port : free) fmt::print(out, "{} is free.\n", port);
   for (const uint16_t port : others) fmt::print(out, "{} is taken by another user's process.\n", port);
   return 0;

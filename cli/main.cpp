@@ -4,15 +4,20 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
+#include <thread>
 
 #include <unistd.h>
 
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/AppPaths.h"
+#include "OmniraCore/containers/ContainerSampler.h"
 #include "cli/CanQuit.h"
+#include "cli/Containers.h"
 #include "cli/History.h"
 #include "cli/Insights.h"
 #include "cli/Ports.h"
@@ -26,6 +31,12 @@ namespace {
 
 // Usage mistakes exit with 2, as shells and scripts expect.
 constexpr int kUsageError = 2;
+
+// The engines' lists, asked while the process snapshot takes its second: what names the
+// container groups and the ports that containers publish.
+std::future<omnira::ContainerSnapshot> listContainers() {
+  return std::async(std::launch::async, [] { return omnira::ContainerSampler(omnira::ContainerSampler::forThisUser()).sample(false); });
+}
 
 }  // namespace
 
@@ -63,6 +74,11 @@ int main(int argc, char** argv) {
   canQuit->add_option("--project", canQuitRequest.project, "A project folder's name or path");
   canQuit->add_option("name", canQuitRequest.name, "An app's or a program's name, like node");
   canQuit->add_flag("--json", canQuitRequest.json, "Print JSON");
+
+  auto* containers = app.add_subcommand("containers", "Running containers with their CPU, memory, network and ports");
+  omnira::cli::ContainersRequest containersRequest;
+  containers->add_option("name", containersRequest.name, "A container's name, image, service or Compose project, or part of one");
+  containers->add_flag("--json", containersRequest.json, "Print JSON");
 
   auto* run = app.add_subcommand("run", "Run Omnira in the foreground until Ctrl-C or SIGTERM");
   omnira::cli::RunRequest runRequest;
@@ -177,10 +193,24 @@ int main(int argc, char** argv) {
     return omnira::cli::runInsights(insightsRequest, *paths, std::chrono::system_clock::now(), stdout, stderr);
   }
 
-  if (projects->parsed()) {
-    const auto snap = omnira::cli::takeSnapshot(/*projects=*/true);
+  if (containers->parsed()) {
+    // Two readings a second apart, as `docker stats` takes them: CPU and rates are deltas.
+    omnira::ContainerSampler sampler(omnira::ContainerSampler::forThisUser());
+    const auto started = std::chrono::steady_clock::now();
+    auto first = sampler.sample(/*withStats=*/true);
+    if (!first.containers.empty()) std::this_thread::sleep_until(started + std::chrono::seconds(1));
+    const auto second = first.containers.empty() ? std::move(first) : sampler.sample(/*withStats=*/true);
     const char* home = std::getenv("HOME");
-    return omnira::cli::printProjects(omnira::Project::of(snap.groups, ::getuid()), projectsRequest,
+    return omnira::cli::printContainers(second, containersRequest, home ? home : "", stdout, stderr);
+  }
+
+  if (projects->parsed()) {
+    auto engines = listContainers();
+    auto snap = omnira::cli::takeSnapshot(/*projects=*/true);
+    const auto listed = engines.get();
+    listed.nameGroups(snap.groups);
+    const char* home = std::getenv("HOME");
+    return omnira::cli::printProjects(omnira::Project::of(snap.groups, ::getuid(), &listed), projectsRequest,
                                       home ? home : "", stdout, stderr);
   }
 
@@ -189,11 +219,14 @@ int main(int argc, char** argv) {
       fmt::print(stderr, "omnira: {}\n", *mistake);
       return kUsageError;
     }
-    const auto snap = omnira::cli::takeSnapshot(/*projects=*/true);
+    auto engines = listContainers();
+    auto snap = omnira::cli::takeSnapshot(/*projects=*/true);
     omnira::QuitCheck::Context context;
+    context.containers = engines.get();
+    context.containers.nameGroups(snap.groups);
     context.groups = snap.groups;
     context.personUID = ::geteuid();
-    context.ports = omnira::Port::of(snap.sockets, snap.socketHolders, snap.groups, context.personUID);
+    context.ports = omnira::Port::of(snap.sockets, snap.socketHolders, snap.groups, context.personUID, &context.containers);
     if (canQuitRequest.port) canQuitRequest.portListened = omnira::Port::listened(snap.sockets, *canQuitRequest.port);
     context.omniraPIDs = {::getpid()};
     if (auto paths = omnira::AppPaths::fromProcessEnvironment())
@@ -205,17 +238,23 @@ int main(int argc, char** argv) {
   }
 
   if (portsCommand->parsed()) {
-    const auto snap = omnira::cli::takeSnapshot(/*projects=*/true);
+    auto engines = listContainers();
+    auto snap = omnira::cli::takeSnapshot(/*projects=*/true);
+    const auto listed = engines.get();
+    listed.nameGroups(snap.groups);
     std::vector<uint16_t> others;
     for (const uint16_t port : portsRequest.ports)
       if (omnira::Port::listened(snap.sockets, port)) others.push_back(port);
     const char* home = std::getenv("HOME");
-    return omnira::cli::printPorts(omnira::Port::of(snap.sockets, snap.socketHolders, snap.groups, ::geteuid()), others,
-                                   portsRequest, home ? home : "", stdout);
+    return omnira::cli::printPorts(omnira::Port::of(snap.sockets, snap.socketHolders, snap.groups, ::geteuid(), &listed),
+                                   others, portsRequest, home ? home : "", stdout);
   }
 
   if (snapshot->parsed()) {
     auto snap = omnira::cli::takeSnapshot();
+    // Only a machine that runs containers pays for asking the engines their names.
+    if (std::any_of(snap.groups.begin(), snap.groups.end(), [](const auto& g) { return g.id.starts_with("container:"); }))
+      listContainers().get().nameGroups(snap.groups);
     if (auto paths = omnira::AppPaths::fromProcessEnvironment())
       snap.strain = omnira::cli::sampleStrain(snap.system, *paths, omnira::Settings::load(paths->settingsFile()),
                                               snap.system.timestamp);

@@ -117,6 +117,8 @@ Result<DockerAPI::Stats, DockerAPI::Failure> DockerAPI::decodeStats(std::string_
   const json& root = *parsed;
   if (!root.is_object()) return fail(failure("the container's stats are not an object"));
   Stats stats;
+  // "0001-01-01T00:00:00Z" stands for no time; it also lies outside what a Date holds.
+  if (const std::string read = text(at(root, "read")); read >= "1970") stats.read = parseISO8601(read);
   stats.cpu = cpuOf(at(root, "cpu_stats"));
   stats.previousCPU = cpuOf(at(root, "precpu_stats"));
   const json& memory = at(root, "memory_stats");
@@ -142,25 +144,27 @@ Result<DockerAPI::Stats, DockerAPI::Failure> DockerAPI::decodeStats(std::string_
   return stats;
 }
 
-Result<std::vector<DockerAPI::Summary>, DockerAPI::Failure> DockerAPI::list(const std::string& socketPath) {
-  auto body = UnixHTTP::get("/containers/json", socketPath, kTimeout);
+Result<std::vector<DockerAPI::Summary>, DockerAPI::Failure> DockerAPI::list(const std::string& socketPath,
+                                                                       std::chrono::milliseconds timeout) {
+  auto body = UnixHTTP::get("/containers/json", socketPath, timeout);
   if (!body) return fail(body.error());
   return decodeList(*body);
 }
 
-Result<DockerAPI::Info, DockerAPI::Failure> DockerAPI::info(const std::string& socketPath) {
-  auto body = UnixHTTP::get("/info", socketPath, kTimeout);
+Result<DockerAPI::Info, DockerAPI::Failure> DockerAPI::info(const std::string& socketPath, std::chrono::milliseconds timeout) {
+  auto body = UnixHTTP::get("/info", socketPath, timeout);
   if (!body) return fail(body.error());
   return decodeInfo(*body);
 }
 
-Result<DockerAPI::Stats, DockerAPI::Failure> DockerAPI::stats(const std::string& socketPath, const std::string& id) {
+Result<DockerAPI::Stats, DockerAPI::Failure> DockerAPI::stats(const std::string& socketPath, const std::string& id,
+                                                         std::chrono::milliseconds timeout) {
   // The id goes into the request line: one from a misbehaving engine must not break it.
   const bool plain = !id.empty() && std::all_of(id.begin(), id.end(), [](char c) {
     return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.';
   });
   if (!plain) return fail(failure("the container's id is not one the engine would give"));
-  auto body = UnixHTTP::get("/containers/" + id + "/stats?stream=false&one-shot=true", socketPath, kTimeout);
+  auto body = UnixHTTP::get("/containers/" + id + "/stats?stream=false&one-shot=true", socketPath, timeout);
   if (!body) return fail(body.error());
   return decodeStats(*body);
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "OmniraCore/containers/UnixHTTP.h"
+#include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/foundation/Result.h"
 
 namespace omnira {
@@ -66,6 +67,7 @@ class DockerAPI {
       uint64_t readBytes = 0;
       uint64_t writeBytes = 0;
     };
+    std::optional<Date> read;  // when the engine took it; absent when it gives no time
     CPU cpu;
     CPU previousCPU;  // "precpu_stats": the engine's own previous sample, when it keeps one
     Memory memory;
@@ -78,9 +80,11 @@ class DockerAPI {
   static Result<Info, Failure> decodeInfo(std::string_view body);
   static Result<Stats, Failure> decodeStats(std::string_view body);
 
-  static Result<std::vector<Summary>, Failure> list(const std::string& socketPath);
-  static Result<Info, Failure> info(const std::string& socketPath);
-  static Result<Stats, Failure> stats(const std::string& socketPath, const std::string& id);
+  static Result<std::vector<Summary>, Failure> list(const std::string& socketPath,
+                                                    std::chrono::milliseconds timeout = kTimeout);
+  static Result<Info, Failure> info(const std::string& socketPath, std::chrono::milliseconds timeout = kTimeout);
+  static Result<Stats, Failure> stats(const std::string& socketPath, const std::string& id,
+                                      std::chrono::milliseconds timeout = kTimeout);
 };
 
 }  // namespace omnira

@@ -38,11 +38,19 @@ nlohmann::ordered_json Port::toJSON() const {
   auto& connected = json["connectedFrom"] = nlohmann::ordered_json::array();
   for (const auto& p : connectedFrom) connected.push_back(processJSON(p));
   json["remoteConnections"] = remoteConnections;
+  if (container)
+    json["container"] = {{"id", container->id},
+                         {"name", container->name},
+                         {"stop", container->stopCommand},
+                         {"project", container->projectPath ? nlohmann::ordered_json(*container->projectPath)
+                                                            : nlohmann::ordered_json()}};
+  else
+    json["container"] = nullptr;
   return json;
 }
 
 std::vector<Port> Port::of(const std::vector<TCPSocket>& sockets, const ProcessNetwork::Owners& holders,
-                           const std::vector<AppGroup>& groups, uint32_t uid) {
+                           const std::vector<AppGroup>& groups, uint32_t uid, const ContainerSnapshot* containers) {
   std::unordered_map<int32_t, PortProcess> processes;
   for (const auto& group : groups)
     for (const auto& s : group.processes) processes[s.pid] = PortProcess{s.pid, s.name, group.id, group.name, s.projectPath};
@@ -54,14 +62,22 @@ std::vector<Port> Port::of(const std::vector<TCPSocket>& sockets, const ProcessN
     return found->second;
   };
 
+  const auto published = containers ? containers->byPublishedPort() : std::map<uint16_t, const ContainerSample*>();
   std::map<uint16_t, Port> ports;
   for (const auto& socket : sockets) {
-    if (!socket.is(TCPSocket::State::listening) || socket.localPort == 0 || socket.uid != uid) continue;
+    if (!socket.is(TCPSocket::State::listening) || socket.localPort == 0) continue;
+    if (socket.uid != uid && !published.contains(socket.localPort)) continue;
     Port& port = ports[socket.localPort];
     port.port = socket.localPort;
     port.addresses.push_back(addressText(socket));
     port.localOnly = port.localOnly && socket.localOnly();
     if (!port.process) port.process = processOf(socket.inode);
+  }
+  // An engine in a virtual machine forwards its ports without a socket here.
+  for (const auto& [number, container] : published) {
+    Port& port = ports[number];
+    port.port = number;
+    port.container = PortContainer{container->id, container->name, container->stopCommand(), container->composeFolder};
   }
   // The server ends of its connections: a peer among the sockets is this machine's.
   std::map<std::tuple<bool, std::array<uint8_t, 16>, uint16_t>, const TCPSocket*> byLocalEnd;

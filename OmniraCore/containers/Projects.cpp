@@ -30,7 +30,7 @@ uint64_t Project::memoryBytes() const {
 }
 
 std::vector<uint16_t> Project::ports() const {
-  std::vector<uint16_t> all;
+  std::vector<uint16_t> all = containerPorts;
   for (const auto& p : processes) all.insert(all.end(), p.ports.begin(), p.ports.end());
   std::sort(all.begin(), all.end());
   all.erase(std::unique(all.begin(), all.end()), all.end());
@@ -49,6 +49,7 @@ nlohmann::ordered_json Project::toJSON() const {
   json["memoryBytes"] = memoryBytes();
   json["ports"] = ports();
   json["devServers"] = devServerCount();
+  json["containers"] = containers;
   auto& list = json["processes"] = nlohmann::ordered_json::array();
   for (const auto& p : processes) {
     nlohmann::ordered_json process;
@@ -65,17 +66,28 @@ nlohmann::ordered_json Project::toJSON() const {
   return json;
 }
 
-std::vector<Project> Project::of(const std::vector<AppGroup>& groups, uint32_t personUID) {
+std::vector<Project> Project::of(const std::vector<AppGroup>& groups, uint32_t personUID,
+                                 const ContainerSnapshot* containers) {
   std::map<std::string, Project> byPath;
+  const auto projectAt = [&](const std::string& path) -> Project& {
+    auto [slot, inserted] = byPath.try_emplace(path);
+    if (inserted) {
+      slot->second.path = path;
+      slot->second.name = folderName(path);
+    }
+    return slot->second;
+  };
+  if (containers)
+    for (const auto& c : containers->containers)
+      if (c.composeFolder) {
+        Project& project = projectAt(*c.composeFolder);
+        project.containers.push_back(c.name);
+        project.containerPorts.insert(project.containerPorts.end(), c.publishedPorts.begin(), c.publishedPorts.end());
+      }
   for (const auto& group : groups) {
     for (const auto& s : group.processes) {
       if (!s.projectPath) continue;
-      auto [slot, inserted] = byPath.try_emplace(*s.projectPath);
-      Project& project = slot->second;
-      if (inserted) {
-        project.path = *s.projectPath;
-        project.name = folderName(project.path);
-      }
+      Project& project = projectAt(*s.projectPath);
       project.processes.push_back(ProjectProcess{s.pid, s.name, group.id, group.name, s.cpuPercent, s.memoryBytes,
                                                  s.listeningPorts, !s.listeningPorts.empty() && s.uid == personUID});
     }

@@ -12,6 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "OmniraCore/containers/ContainerSnapshot.h"
 #include "OmniraCore/sampling/AppGroup.h"
 
 namespace omnira {
@@ -33,17 +34,22 @@ struct Project {
   std::string path;
   std::string name;  // the folder's own name
   std::vector<ProjectProcess> processes;  // by pid
+  // Containers whose Compose folder it is, by name: "shop-web-1".
+  std::vector<std::string> containers;
+  std::vector<uint16_t> containerPorts;  // what those containers publish
 
   double cpuPercent() const;
   uint64_t memoryBytes() const;
-  std::vector<uint16_t> ports() const;  // lowest first, each once
+  std::vector<uint16_t> ports() const;  // its processes' and containers', lowest first, each once
   size_t devServerCount() const;
 
   nlohmann::ordered_json toJSON() const;
   friend bool operator==(const Project&, const Project&) = default;
 
-  // Projects of the groups' processes, by name then path. `personUID` owns dev servers.
-  static std::vector<Project> of(const std::vector<AppGroup>& groups, uint32_t personUID);
+  // Projects of the groups' processes and of the Compose containers, by name then path.
+  // `personUID` owns dev servers.
+  static std::vector<Project> of(const std::vector<AppGroup>& groups, uint32_t personUID,
+                                 const ContainerSnapshot* containers = nullptr);
   // Whether `query` names this project: its name or path, or part of either, ignoring case.
   bool matches(std::string_view query) const;
 };

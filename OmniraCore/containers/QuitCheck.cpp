@@ -32,7 +32,7 @@ std::string_view rawValue(QuitVerdict verdict) {
 
 nlohmann::ordered_json QuitJudgement::toJSON() const {
   nlohmann::ordered_json json;
-  json["pid"] = pid;
+  json["pid"] = pid > 0 ? nlohmann::ordered_json(pid) : nlohmann::ordered_json();
   json["name"] = name;
   json["app"] = appName;
   json["project"] = projectPath ? nlohmann::ordered_json(*projectPath) : nlohmann::ordered_json();
@@ -101,23 +101,22 @@ QuitJudgement QuitCheck::judge(const AppGroup& group, const ProcessSample& p) co
   if (p.uid != context_.personUID)
     return doNot(fmt::format("{} belongs to another user. Omnira only stops your own processes.", label(p)));
   if (p.containerID) {
-    // "docker:<id>": the engine's own command stops it, by the short id it shows.
+    // "docker:<id>": the engine's own command stops it, by the name or short id it shows.
     const auto colon = p.containerID->find(':');
     const std::string engine = colon == std::string::npos ? "docker" : p.containerID->substr(0, colon);
-    const std::string id = p.containerID->substr(colon == std::string::npos ? 0 : colon + 1).substr(0, 12);
+    const std::string id = p.containerID->substr(colon == std::string::npos ? 0 : colon + 1);
+    if (const auto* container = context_.containers.find(id))
+      return doNot(fmt::format("{} runs in the container {}, and Omnira doesn't stop containers.", label(p), container->name),
+                   container->stopCommand());
     const std::string command = engine == "podman" ? "podman" : "docker";
-    return doNot(fmt::format("{} runs in the container {}, and Omnira doesn't stop containers.", label(p), id),
-                 fmt::format("{} stop {}", command, id));
+    return doNot(fmt::format("{} runs in the container {}, and Omnira doesn't stop containers.", label(p), id.substr(0, 12)),
+                 fmt::format("{} stop {}", command, id.substr(0, 12)));
   }
   if (p.sessionService)
     return doNot(fmt::format("{} is part of your desktop session: quitting it may end the session or break it.",
                              label(p)));
-  for (const uint16_t port : j.ports) {
-    if (const auto container = context_.containerPorts.find(port); container != context_.containerPorts.end())
-      return doNot(fmt::format("Port {} is published by the container {}, and Omnira doesn't stop containers.", port,
-                               container->second),
-                   "docker stop " + container->second);
-  }
+  for (const auto& port : context_.ports)
+    if (port.container && port.process && port.process->pid == p.pid) return containerPort(port, std::move(j));
 
   j.verdict = QuitVerdict::askFirst;
   if (!j.connectedFrom.empty()) {
@@ -145,9 +144,35 @@ std::optional<QuitJudgement> QuitCheck::process(int32_t pid) const {
 }
 
 std::optional<QuitJudgement> QuitCheck::port(uint16_t number) const {
-  for (const auto& p : context_.ports)
-    if (p.port == number && p.process) return process(p.process->pid);
+  for (const auto& p : context_.ports) {
+    if (p.port != number) continue;
+    if (!p.container) return p.process ? process(p.process->pid) : std::nullopt;
+    // A container's port is the container's, whatever holds it here: the engine's proxy,
+    // seen or not, or nothing when the engine forwards it from a virtual machine.
+    QuitJudgement j;
+    if (p.process)
+      if (auto holder = process(p.process->pid)) j = std::move(*holder);
+    j.name = j.pid > 0 ? j.name : p.container->name;
+    j.appName = p.container->name;
+    j.projectPath = p.container->projectPath;
+    if (const auto* c = context_.containers.find(p.container->id)) {
+      j.appName = c->displayName();
+      j.projectPath = c->composeFolder;
+      j.freesBytes = c->memoryInUseBytes.value_or(j.freesBytes);
+    }
+    j.ports = {number};
+    j.connectedFrom = p.connectedFrom;
+    return containerPort(p, std::move(j));
+  }
   return std::nullopt;
+}
+
+QuitJudgement QuitCheck::containerPort(const Port& port, QuitJudgement j) {
+  j.verdict = QuitVerdict::doNot;
+  j.reason = fmt::format("Port {} is published by the container {}, and Omnira doesn't stop containers.", port.port,
+                         port.container->name);
+  j.how = port.container->stopCommand;
+  return j;
 }
 
 std::vector<QuitJudgement> QuitCheck::project(std::string_view pathOrName) const {

@@ -39,7 +39,7 @@ struct StoppedProcess {
 };
 
 struct QuitJudgement {
-  int32_t pid = 0;
+  int32_t pid = 0;  // 0: a container's port whose holder Omnira cannot see
   std::string name;
   std::string appName;
   std::optional<std::string> projectPath;
@@ -63,7 +63,7 @@ class QuitCheck {
     uint32_t personUID = 0;
     std::vector<int32_t> omniraPIDs;  // the running application and the asking command
     std::vector<int32_t> askerChain;  // the asking assistant's process and its ancestors
-    std::map<uint16_t, std::string> containerPorts;  // published port → container name
+    ContainerSnapshot containers;  // names containers and says how to stop them; may be empty
     std::string systemName = "Linux";
   };
 
@@ -71,7 +71,8 @@ class QuitCheck {
 
   // Nothing when no process has the pid.
   std::optional<QuitJudgement> process(int32_t pid) const;
-  // What listens on the port; nothing when nothing of the person's does.
+  // What listens on the port; nothing when nothing of the person's does and no container
+  // publishes it.
   std::optional<QuitJudgement> port(uint16_t port) const;
   // Every process working in the project folder (by path or folder name), or every process
   // with the executable name; empty when none.
@@ -80,6 +81,7 @@ class QuitCheck {
 
  private:
   QuitJudgement judge(const AppGroup& group, const ProcessSample& process) const;
+  static QuitJudgement containerPort(const Port& port, QuitJudgement j);
 
   Context context_;
   std::map<int32_t, std::pair<const AppGroup*, const ProcessSample*>> byPID_;

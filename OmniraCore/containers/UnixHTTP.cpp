@@ -65,9 +65,18 @@ Result<std::string, UnixHTTP::Failure> UnixHTTP::get(std::string_view path, cons
     sent += static_cast<size_t>(n);
   }
 
+  // The time-out bounds the whole reply, not each read: an engine that trickles a byte
+  // at a time must not hold its caller longer than one that says nothing.
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
   std::string reply;
   std::vector<char> buffer(65536);
   while (true) {
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return fail(failure(std::string("read ") + std::strerror(EAGAIN)));
+    timeval wait{};
+    wait.tv_sec = static_cast<time_t>(left.count() / 1000000);
+    wait.tv_usec = static_cast<suseconds_t>(left.count() % 1000000);
+    ::setsockopt(socket.fd(), SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
     const ssize_t n = ::recv(socket.fd(), buffer.data(), buffer.size(), 0);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) return fail(failure(std::string("read ") + std::strerror(errno)));

@@ -25,8 +25,8 @@ class UnixHTTP {
   // sockaddr_un's path, less room kept for the terminating NUL on every platform.
   static constexpr size_t kMaxPathBytes = 103;
 
-  // The body of the reply to "GET path", de-chunked. `timeout` bounds each read and
-  // write; a server that says nothing fails after it.
+  // The body of the reply to "GET path", de-chunked. `timeout` bounds the connect, the
+  // write and the whole reply; a server that says nothing, or too slowly, fails after it.
   static Result<std::string, Failure> get(std::string_view path, const std::string& socketPath,
                                           std::chrono::milliseconds timeout);
 

@@ -193,9 +193,11 @@ std::string AppGrouper::cacheKey(const ProcessSample& sample) const {
   std::string key = *sample.path;
   if (!options_.identifier) return key;
   // NUL cannot occur in a path, so the launch facts cannot run into it.
-  fmt::format_to(std::back_inserter(key), "{}{}{}{}{}{}{}{}{}{}{}", '\0', sample.uid, sample.kernelThread ? 'k' : '-',
+  // Two containers of one image run the same path and are still two groups.
+  fmt::format_to(std::back_inserter(key), "{}{}{}{}{}{}{}{}{}{}{}{}{}", '\0', sample.uid, sample.kernelThread ? 'k' : '-',
                  sample.hasTerminal ? 't' : '-', sample.sessionService ? 's' : '-', '\0',
-                 sample.appUnitID.value_or(""), '\0', sample.flatpakAppID.value_or(""), '\0', sample.name);
+                 sample.appUnitID.value_or(""), '\0', sample.flatpakAppID.value_or(""), '\0', sample.name, '\0',
+                 sample.containerID.value_or(""));
   return key;
 }
 

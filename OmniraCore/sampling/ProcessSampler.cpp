@@ -339,7 +339,9 @@ void ProcessSampler::findProjects(std::vector<ProcessSample>& samples, const std
       static_cast<uint64_t>(options_.workingDirectoryMaxAgeSeconds * kNanosecondsPerSecond);
   for (size_t i = 0; i < samples.size(); ++i) {
     Tracked& t = *sampled_[i];
-    if (samples[i].kernelThread) continue;
+    // A container's working directory is a path in its own file system, not this one's;
+    // its project is its Compose folder, which the engine tells.
+    if (samples[i].kernelThread || samples[i].containerID) continue;
     if (!t.directoryRead || now - t.directoryReadAt >= directoryMaxAge) {
       t.directoryRead = true;
       t.directoryReadAt = now;

@@ -52,11 +52,23 @@ QuitCheck::Context machine() {
   Port apiPort{.port = 8000, .process = PortProcess{60, "python3", "exec:/usr/bin/python3", "python3", "/home/ada/src/api"}};
   apiPort.connectedFrom = {PortProcess{20, "firefox", "firefox.desktop", "Firefox", std::nullopt}};
   Port published{.port = 8080, .process = PortProcess{99, "docker-proxy", "", "docker-proxy", std::nullopt}};
-  c.ports = {shop, apiPort, published};
+  published.container = PortContainer{"d0", "shop-db-1", "docker stop shop-db-1"};
+  // Held by root's proxy, which the person's Omnira cannot see.
+  Port unseen{.port = 8443};
+  unseen.container = PortContainer{"e1", "shop-web-1", "docker stop shop-web-1"};
+  c.ports = {shop, apiPort, published, unseen};
+  ContainerSample web;
+  web.engine = "Docker";
+  web.id = "e1";
+  web.name = "shop-web-1";
+  web.composeProject = "shop";
+  web.composeService = "web";
+  web.composeFolder = "/home/ada/src/shop";
+  web.memoryInUseBytes = 42'000'000;
+  c.containers.containers = {web};
   c.personUID = kPerson;
   c.omniraPIDs = {90};
   c.askerChain = {81, 80};
-  c.containerPorts = {{8080, "shop-db-1"}};
   c.systemName = "Debian";
   return c;
 }
@@ -102,6 +114,15 @@ TEST(QuitCheck, EachKindOfProcessGetsTheVerdictAPersonWouldAgreeWith) {
   EXPECT_EQ(server->freesBytes, 300'000'000u);
   EXPECT_EQ(server->toJSON()["verdict"], "safe");
   EXPECT_FALSE(check.port(22));
+  const auto container = check.port(8443);
+  ASSERT_TRUE(container);
+  EXPECT_EQ(container->verdict, QuitVerdict::doNot);
+  EXPECT_EQ(container->reason, "Port 8443 is published by the container shop-web-1, and Omnira doesn't stop containers.");
+  EXPECT_EQ(container->how, "docker stop shop-web-1");
+  EXPECT_EQ(container->appName, "web (shop)");
+  EXPECT_EQ(container->projectPath, "/home/ada/src/shop");
+  EXPECT_EQ(container->freesBytes, 42'000'000u);
+  EXPECT_TRUE(container->toJSON()["pid"].is_null());
   EXPECT_EQ(check.project("shop").size(), 1u);
   EXPECT_EQ(check.project("/home/ada/src/api")[0].connectedFrom[0].pid, 20);
   EXPECT_EQ(check.named("esbuild").size(), 1u);

@@ -2,7 +2,10 @@
 // image made here from busybox (nothing is pulled): the engine's replies, and the
 // container's processes grouped as the container through their control group.
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,10 +13,12 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include <nlohmann/json.hpp>
 
+#include "OmniraCore/containers/ContainerSampler.h"
 #include "OmniraCore/containers/DockerAPI.h"
 #include "OmniraCore/containers/UnixHTTP.h"
 #include "tests/cli/CommandRun.h"
@@ -63,10 +68,28 @@ class RealDocker : public ::testing::Test {
   void TearDown() override {
     if (daemon_ <= 0) return;
     docker("rm -f shop-web-1");
+    docker("network rm omnira-net");
     ::kill(daemon_, SIGTERM);
     ::waitpid(daemon_, nullptr, 0);
     std::error_code ignored;
     fs::remove_all(root_, ignored);
+  }
+  // An image of busybox alone, as "omnira-test:1".
+  void importImage() {
+    const fs::path image = root_ / "image";
+    fs::create_directories(image / "bin");
+    fs::copy_file("/bin/busybox", image / "bin/busybox");
+    for (const char* applet : {"sleep", "httpd", "sh"}) fs::create_symlink("busybox", image / "bin" / applet);
+    fs::create_directories(image / "www");
+    std::ofstream(image / "www/index.html") << std::string(10'000, 'x');
+    ASSERT_EQ(testing::runShell("tar -C " + image.string() + " -c . | docker -H unix://" + socket_ +
+                                " import - omnira-test:1 >/dev/null 2>&1")
+                  .status,
+              0);
+  }
+  // The command, asking this test's daemon.
+  testing::CommandRun omnira(const std::string& arguments) {
+    return testing::runShell("DOCKER_HOST=unix://" + socket_ + " " + OMNIRA_CLI_PATH + " " + arguments + " 2>&1");
   }
   testing::CommandRun docker(const std::string& arguments) {
     return testing::runShell("docker -H unix://" + socket_ + " " + arguments + " 2>&1");
@@ -78,15 +101,7 @@ class RealDocker : public ::testing::Test {
 };
 
 TEST_F(RealDocker, ListsInfoAndStatsAndGroupsTheContainersProcesses) {
-  // An image of busybox alone.
-  const fs::path image = root_ / "image";
-  fs::create_directories(image / "bin");
-  fs::copy_file("/bin/busybox", image / "bin/busybox");
-  fs::create_symlink("busybox", image / "bin/sleep");
-  ASSERT_EQ(testing::runShell("tar -C " + image.string() + " -c . | docker -H unix://" + socket_ +
-                              " import - omnira-test:1 >/dev/null 2>&1")
-                .status,
-            0);
+  importImage();
   const auto run = docker(
       "run -d --network none --label com.docker.compose.project=shop --label com.docker.compose.service=web "
       "--label com.docker.compose.project.working_dir=/home/ada/shop --name shop-web-1 omnira-test:1 /bin/sleep 300");
@@ -125,6 +140,102 @@ TEST_F(RealDocker, ListsInfoAndStatsAndGroupsTheContainersProcesses) {
     for (const auto& process : group["processes"]) grouped = grouped || process["pid"] == pid;
   }
   EXPECT_TRUE(grouped) << "no group container:docker:" << id << " holding " << pid;
+}
+
+uint16_t freePort() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+// A page fetched through the published port: traffic the container's network counts.
+size_t fetch(uint16_t port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  size_t got = 0;
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+    const std::string request = "GET /index.html HTTP/1.0\r\n\r\n";
+    (void)::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+    char buffer[16384];
+    for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;) got += static_cast<size_t>(n);
+  }
+  ::close(fd);
+  return got;
+}
+
+TEST_F(RealDocker, AComposeServiceWithAPublishedPortIsMeasuredListedAndNotToBeQuit) {
+  importImage();
+  ASSERT_EQ(docker("network create -d bridge omnira-net").status, 0);
+  const uint16_t port = freePort();
+  const auto run = docker("run -d --network omnira-net -p 127.0.0.1:" + std::to_string(port) +
+                          ":80 --label com.docker.compose.project=shop --label com.docker.compose.service=web "
+                          "--label com.docker.compose.project.working_dir=/home/ada/shop --name shop-web-1 "
+                          "omnira-test:1 /bin/httpd -f -p 80 -h /www");
+  ASSERT_EQ(run.status, 0) << run.out;
+  const std::string id = run.out.substr(0, 64);
+
+  ContainerSampler::Options options;
+  options.engines = {{"Docker", socket_, std::nullopt}};
+  ContainerSampler sampler(options);
+  const auto first = sampler.sample(/*withStats=*/true);
+  ASSERT_EQ(first.containers.size(), 1u);
+  size_t fetched = 0;
+  for (int i = 0; i < 20; ++i) fetched += fetch(port);
+  EXPECT_GT(fetched, 200'000u);
+  std::this_thread::sleep_for(1100ms);
+  const auto second = sampler.sample(/*withStats=*/true);
+  ASSERT_EQ(second.containers.size(), 1u);
+  const auto& web = second.containers.front();
+  EXPECT_EQ(web.id, id);
+  EXPECT_EQ(web.displayName(), "web (shop)");
+  EXPECT_EQ(web.publishedPorts, (std::vector<uint16_t>{port}));
+  EXPECT_GT(web.memoryInUseBytes.value_or(0), 0u);
+  ASSERT_TRUE(web.cpuPercent);
+  EXPECT_GE(*web.cpuPercent, 0.0);
+  // The pages left the container: at least what was fetched, over the time between readings.
+  ASSERT_TRUE(web.networkOutBytesPerSec);
+  EXPECT_GT(*web.networkOutBytesPerSec, 50'000.0);
+
+  const auto listed = omnira("containers shop --json");
+  ASSERT_EQ(listed.status, 0) << listed.out;
+  const auto containers = nlohmann::json::parse(listed.out)["containers"];
+  ASSERT_EQ(containers.size(), 1u);
+  EXPECT_EQ(containers[0]["name"], "shop-web-1");
+  EXPECT_TRUE(containers[0]["cpuPercent"].is_number());
+  EXPECT_EQ(omnira("containers nothing-like-it").status, 1);
+
+  const auto ports = omnira("ports " + std::to_string(port) + " --json");
+  ASSERT_EQ(ports.status, 0) << ports.out;
+  const auto held = nlohmann::json::parse(ports.out)["ports"];
+  ASSERT_EQ(held.size(), 1u) << ports.out;
+  EXPECT_EQ(held[0]["container"]["name"], "shop-web-1");
+  EXPECT_EQ(held[0]["container"]["project"], "/home/ada/shop");
+
+  const auto verdict = omnira("can-quit --port " + std::to_string(port) + " --json");
+  ASSERT_EQ(verdict.status, 0) << verdict.out;
+  const auto judged = nlohmann::json::parse(verdict.out)["verdicts"][0];
+  EXPECT_EQ(judged["verdict"], "do_not");
+  EXPECT_EQ(judged["how"], "docker stop shop-web-1");
+
+  // The container's process is named after its Compose service, and works in its project.
+  const auto pid = std::stoi(docker("inspect -f '{{.State.Pid}}' shop-web-1").out);
+  const auto projects = omnira("projects shop --json");
+  ASSERT_EQ(projects.status, 0) << projects.out;
+  const auto shop = nlohmann::json::parse(projects.out)["projects"][0];
+  EXPECT_EQ(shop["path"], "/home/ada/shop");
+  EXPECT_EQ(shop["containers"], nlohmann::json::array({"shop-web-1"}));
+  bool named = false;
+  for (const auto& process : shop["processes"]) named = named || (process["pid"] == pid && process["app"] == "web (shop)");
+  EXPECT_TRUE(named) << projects.out;
 }
 
 }  // namespace

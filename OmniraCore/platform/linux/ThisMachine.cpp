@@ -16,8 +16,8 @@ std::unique_ptr<SystemSampler> makeSystemSampler() {
   return std::make_unique<SystemSampler>(std::make_unique<LinuxSystemSource>(Roots{}));
 }
 
-std::unique_ptr<ProcessSampler> makeProcessSampler() {
-  return std::make_unique<ProcessSampler>(std::make_unique<LibProc>(Roots{}));
+std::unique_ptr<ProcessSampler> makeProcessSampler(ProcessSampler::Options options) {
+  return std::make_unique<ProcessSampler>(std::make_unique<LibProc>(Roots{}), std::move(options));
 }
 
 namespace {

@@ -13,7 +13,7 @@
 namespace omnira::platform {
 
 std::unique_ptr<SystemSampler> makeSystemSampler();
-std::unique_ptr<ProcessSampler> makeProcessSampler();
+std::unique_ptr<ProcessSampler> makeProcessSampler(ProcessSampler::Options options = {});
 // Scans the installed desktop entries once; the system group is named for the distribution.
 std::unique_ptr<AppGrouper> makeAppGrouper();
 // The folders that scan reads; after they change, AppGrouper::reload() finds the new apps.

@@ -66,6 +66,17 @@ TEST(ContainerCgroup, AContainersProcessesAreOneGroupWhoeverTheyRunAs) {
     EXPECT_EQ(descriptor->name, "Container 3f1c8e2b9a7d");
     EXPECT_EQ(descriptor->kind, GroupKind::other);
   }
+
+  // A second container of the same image runs the same program, and is a group of its own.
+  AppGrouper::Options options;
+  options.identifier = std::make_shared<LinuxAppIdentifier>(config);
+  const AppGrouper grouper("Debian", options);
+  ProcessSample other = root;
+  other.pid = 12;
+  other.containerID = "docker:" + std::string(64, 'b');
+  const auto groups = grouper.group({root, worker, other});
+  ASSERT_EQ(groups.size(), 2u);
+  for (const auto& group : groups) EXPECT_EQ(group.processes.size(), group.id.ends_with(id) ? 2u : 1u) << group.id;
 }
 
 }  // namespace
