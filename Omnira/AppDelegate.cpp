@@ -12,6 +12,7 @@
 #include <spdlog/spdlog.h>
 
 #include "Omnira/AppFoldersWatcher.h"
+#include "Omnira/BridgeHost.h"
 #include "Omnira/InsightNotifier.h"
 #include "Omnira/MonitorStore.h"
 #include "Omnira/SettingsWatcher.h"
@@ -82,6 +83,11 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   }
 
   store_->start();
+  // The bridge listens from here on; it answers from the store's readings.
+  bridge_ = std::make_unique<BridgeHost>(BridgeHost::Options{*paths_, platform::systemName()}, settingsWatcher_->current());
+  bridge_->attach(store_.get());
+  connect(settingsWatcher_.get(), &SettingsWatcher::changed, bridge_.get(), &BridgeHost::applySettings);
+  bridge_->applySettings(settingsWatcher_->current());
   usageLimits_->start();  // now, then every few minutes
   spdlog::info("Omnira {} started; data in {}", OMNIRA_VERSION, paths_->dataFolder().string());
   return {};
@@ -89,6 +95,7 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
 
 void AppDelegate::stop() {
   if (!store_) return;
+  bridge_.reset();  // no question is answered from a store that is stopping
   store_->stop();
   appFolders_.reset();
   store_.reset();

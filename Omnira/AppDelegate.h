@@ -2,10 +2,11 @@
 // Start-up and shut-down order of the running application.
 //
 // Start: data and settings folders → the single-instance lock → logging → settings and
-// their watch → the monitor store (saved state, history, samplers, loop) → usage limits → notifications
-// → SIGINT/SIGTERM. Stop (on either signal, or when the event loop ends): the loop and the
-// samplers end, then live history, ledger and insights are saved and the history is
-// checkpointed, and the lock is released last.
+// their watch → the monitor store (saved state, history, samplers, loop) → the agent bridge
+// (while "bridgeEnabled" is on) → usage limits → notifications → SIGINT/SIGTERM.
+// Stop (on either signal, or when the event loop ends): the bridge stops listening, the loop
+// and the samplers end, then live history, ledger and insights are saved and the history
+// is checkpointed, and the lock is released last.
 //
 // Lives on the main thread, created by OmniraApp before the event loop runs.
 
@@ -27,6 +28,7 @@ class SettingsWatcher;
 class AppFoldersWatcher;
 class InsightNotifier;
 class UsageLimitsStore;
+class BridgeHost;
 
 class AppDelegate : public QObject {
   Q_OBJECT
@@ -69,6 +71,7 @@ class AppDelegate : public QObject {
   std::unique_ptr<AppFoldersWatcher> appFolders_;
   std::unique_ptr<InsightNotifier> notifier_;
   std::unique_ptr<UsageLimitsStore> usageLimits_;
+  std::unique_ptr<BridgeHost> bridge_;
   int signalFD_ = -1;
   std::unique_ptr<QSocketNotifier> signalNotifier_;
 };

@@ -247,6 +247,7 @@ void MonitorStore::refresh(const SamplingResult& result) {
     // No per-process energy counter on Linux: power is always the estimate.
     if (assign(powerIsEstimated_, !ProcessSampler::kernelCountsEnergy)) emit powerIsEstimatedChanged();
     if (assign(unmeasuredProcessCount_, static_cast<qint64>(result.unmeasured))) emit unmeasuredProcessCountChanged();
+    groupsAt_ = at;
     publishGroups(*result.groups, at);
     if (result.sockets) {
       lastSockets_ = std::move(result.sockets);
@@ -274,6 +275,11 @@ void MonitorStore::publishProjects(bool scanned, Date at) {
   if (assign(projects_, Project::of(allGroups_, person, &containers_))) emit projectsChanged();
   if (!lastSockets_) return;
   auto ports = Port::of(lastSockets_->sockets, lastSockets_->holders, allGroups_, person, &containers_);
+  listening_.clear();
+  for (const auto& socket : lastSockets_->sockets)
+    if (socket.is(TCPSocket::State::listening)) listening_.push_back(socket.localPort);
+  std::sort(listening_.begin(), listening_.end());
+  listening_.erase(std::unique(listening_.begin(), listening_.end()), listening_.end());
   if (scanned) {
     // Idleness is judged on fresh figures only.
     if (assign(idleServers_, serverWatcher_.ingest(ports, allGroups_, at))) emit idleServersChanged();

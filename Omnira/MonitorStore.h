@@ -146,6 +146,10 @@ class MonitorStore : public QObject {
   const Ports& ports() const { return ports_; }
   const IdleServers& idleServers() const { return idleServers_; }
   const ContainerSnapshot& containers() const { return containers_; }
+  // When the groups were sampled; absent before the first process sample.
+  std::optional<Date> groupsAt() const { return groupsAt_; }
+  // Every TCP port a process of any user listens on, from the last project scan.
+  const std::vector<uint16_t>& listening() const { return listening_; }
   bool isPrimed() const { return isPrimed_; }
   bool onBattery() const;
   HistorySpan historySpan() const;
@@ -263,6 +267,8 @@ class MonitorStore : public QObject {
   IdleServers idleServers_;
   ServerWatcher serverWatcher_;
   std::optional<SamplingResult::Sockets> lastSockets_;  // of the last project scan
+  std::vector<uint16_t> listening_;
+  std::optional<Date> groupsAt_;
   ContainerSnapshot containers_;
   std::set<std::string> containerRequests_;
   bool containersInFlight_ = false;

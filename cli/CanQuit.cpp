@@ -56,20 +56,6 @@ std::optional<int32_t> runningOmnira(const AppPaths& paths) {
   return pid;
 }
 
-std::vector<int32_t> ancestors(const std::vector<AppGroup>& groups, int32_t pid) {
-  std::map<int32_t, int32_t> parentOf;
-  for (const auto& group : groups)
-    for (const auto& p : group.processes) parentOf[p.pid] = p.parentPID;
-  std::vector<int32_t> chain;
-  while (pid > 1 && chain.size() < 64 && std::count(chain.begin(), chain.end(), pid) == 0) {
-    chain.push_back(pid);
-    const auto parent = parentOf.find(pid);
-    if (parent == parentOf.end()) break;
-    pid = parent->second;
-  }
-  return chain;
-}
-
 std::optional<std::string> CanQuitRequest::mistake() const {
   const int targets = (pid ? 1 : 0) + (pids.empty() ? 0 : 1) + (port ? 1 : 0) + (project ? 1 : 0) + (name ? 1 : 0);
   if (targets == 1) return std::nullopt;

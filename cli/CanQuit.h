@@ -29,8 +29,6 @@ struct CanQuitRequest {
 
 // The pid of the Omnira running for this user, from its lock file; nothing when none runs.
 std::optional<int32_t> runningOmnira(const AppPaths& paths);
-// `pid` and the processes above it, as far as the groups know them: who is asking.
-std::vector<int32_t> ancestors(const std::vector<AppGroup>& groups, int32_t pid);
 
 // Judges the target and prints the verdicts. Returns 0, or 1 when the target is not running.
 int printCanQuit(const QuitCheck& check, const CanQuitRequest& request, std::FILE* out, std::FILE* err);

@@ -16,7 +16,13 @@
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/AppPaths.h"
 #include "OmniraCore/containers/ContainerSampler.h"
+#include "OmniraCore/bridge/BridgeSocket.h"
+#include "OmniraCore/foundation/Settings.h"
+#include "OmniraCore/foundation/SettingsKeys.h"
+#include "OmniraCore/platform/linux/ThisMachine.h"
+#include "cli/Ask.h"
 #include "cli/CanQuit.h"
+#include "cli/McpServer.h"
 #include "cli/Containers.h"
 #include "cli/History.h"
 #include "cli/Insights.h"
@@ -79,6 +85,14 @@ int main(int argc, char** argv) {
   omnira::cli::ContainersRequest containersRequest;
   containers->add_option("name", containersRequest.name, "A container's name, image, service or Compose project, or part of one");
   containers->add_flag("--json", containersRequest.json, "Print JSON");
+
+  auto* mcp = app.add_subcommand("mcp", "Serve coding agents over the Model Context Protocol (standard input and output)");
+
+  auto* ask = app.add_subcommand("ask", "Ask the running Omnira one of the agents' questions");
+  std::string askTool;
+  std::optional<std::string> askArguments;
+  ask->add_option("TOOL", askTool, "A tool's name: system_status, top_apps, ports, can_quit, ...")->required();
+  ask->add_option("ARGUMENTS", askArguments, "The tool's arguments as a JSON object, like '{\"port\": 3000}'");
 
   auto* run = app.add_subcommand("run", "Run Omnira in the foreground until Ctrl-C or SIGTERM");
   omnira::cli::RunRequest runRequest;
@@ -149,6 +163,25 @@ int main(int argc, char** argv) {
   omnira::setUpStandardErrorLogging("omnira", verbose ? spdlog::level::debug : spdlog::level::warn);
 
   if (run->parsed()) return omnira::cli::runApplication(runRequest, stderr);
+
+  if (mcp->parsed() || ask->parsed()) {
+    auto paths = omnira::AppPaths::fromProcessEnvironment();
+    if (!paths) {
+      fmt::print(stderr, "omnira: {}\n", paths.error().message);
+      return 1;
+    }
+    if (ask->parsed()) return omnira::cli::runAsk(askTool, askArguments, *paths, stdout, stderr);
+    const std::string socket = omnira::BridgeSocket::path(*paths).string();
+    omnira::cli::McpServer server({omnira::platform::systemName(),
+                                   [settingsFile = paths->settingsFile()] {
+                                     return omnira::Settings::load(settingsFile).boolean(
+                                         omnira::SettingsKeys::bridgeActionsEnabled);
+                                   },
+                                   [socket](const nlohmann::ordered_json& request, std::chrono::seconds timeout) {
+                                     return omnira::BridgeSocket::ask(request, socket, timeout);
+                                   }});
+    return server.run(stdin, stdout);
+  }
   if (auto status = usage.run()) return *status;
 
   if (history->parsed()) {
@@ -231,7 +264,7 @@ int main(int argc, char** argv) {
     context.omniraPIDs = {::getpid()};
     if (auto paths = omnira::AppPaths::fromProcessEnvironment())
       if (auto running = omnira::cli::runningOmnira(*paths)) context.omniraPIDs.push_back(*running);
-    context.askerChain = omnira::cli::ancestors(snap.groups, ::getppid());
+    context.askerChain = omnira::QuitCheck::ancestors(snap.groups, ::getppid());
     for (const auto& group : snap.groups)
       if (group.kind == omnira::GroupKind::system) context.systemName = group.name;
     return omnira::cli::printCanQuit(omnira::QuitCheck(std::move(context)), canQuitRequest, stdout, stderr);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 
 namespace omnira {
 
@@ -135,6 +136,20 @@ QuitJudgement QuitCheck::judge(const AppGroup& group, const ProcessSample& p) co
                                 : std::string("A tool of yours that nothing else uses.");
   }
   return j;
+}
+
+std::vector<int32_t> QuitCheck::ancestors(const std::vector<AppGroup>& groups, int32_t pid) {
+  std::map<int32_t, int32_t> parentOf;
+  for (const auto& group : groups)
+    for (const auto& p : group.processes) parentOf[p.pid] = p.parentPID;
+  std::vector<int32_t> chain;
+  while (pid > 1 && chain.size() < 64 && std::count(chain.begin(), chain.end(), pid) == 0) {
+    chain.push_back(pid);
+    const auto parent = parentOf.find(pid);
+    if (parent == parentOf.end()) break;
+    pid = parent->second;
+  }
+  return chain;
 }
 
 std::optional<QuitJudgement> QuitCheck::process(int32_t pid) const {

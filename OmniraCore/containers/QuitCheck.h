@@ -69,6 +69,9 @@ class QuitCheck {
 
   explicit QuitCheck(Context context);
 
+  // `pid` and its parents up to (not including) pid 1: the asking assistant's chain.
+  static std::vector<int32_t> ancestors(const std::vector<AppGroup>& groups, int32_t pid);
+
   // Nothing when no process has the pid.
   std::optional<QuitJudgement> process(int32_t pid) const;
   // What listens on the port; nothing when nothing of the person's does and no container

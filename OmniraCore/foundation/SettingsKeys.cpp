@@ -107,6 +107,15 @@ std::vector<SettingSpec> buildTable() {
   table.push_back(boolean("usageLimitsAntigravity", true, "Ask Antigravity."));
   table.push_back(boolean("usageLimitsOpenCode", true, "Ask OpenCode."));
   table.push_back(boolean("usageLimitsClaudeApp", false, "Also read the Claude desktop app's sign-in for Claude."));
+  table.push_back(boolean("bridgeEnabled", false,
+                          "Let coding agents on this computer ask Omnira through its socket (omnira mcp)."));
+  table.push_back(boolean("bridgeSharesSystem", true, "Share the computer's figures with assistants."));
+  table.push_back(boolean("bridgeSharesApps", true, "Share apps and processes with assistants."));
+  table.push_back(boolean("bridgeSharesProjects", true, "Share project folders, ports and containers with assistants."));
+  table.push_back(boolean("bridgeSharesHistory", true, "Share the history with assistants."));
+  table.push_back(boolean("bridgeFolderNamesOnly", false,
+                          "Give assistants project folders by their last name only, not their whole path."));
+  table.push_back(boolean("bridgeActionsEnabled", true, "Let assistants ask you to quit apps and processes."));
   return table;
 }
 

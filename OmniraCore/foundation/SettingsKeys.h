@@ -89,6 +89,14 @@ inline constexpr SettingKey<bool> usageLimitsAntigravity{"usageLimitsAntigravity
 inline constexpr SettingKey<bool> usageLimitsOpenCode{"usageLimitsOpenCode"};
 inline constexpr SettingKey<bool> usageLimitsClaudeApp{"usageLimitsClaudeApp"};
 
+inline constexpr SettingKey<bool> bridgeEnabled{"bridgeEnabled"};
+inline constexpr SettingKey<bool> bridgeSharesSystem{"bridgeSharesSystem"};
+inline constexpr SettingKey<bool> bridgeSharesApps{"bridgeSharesApps"};
+inline constexpr SettingKey<bool> bridgeSharesProjects{"bridgeSharesProjects"};
+inline constexpr SettingKey<bool> bridgeSharesHistory{"bridgeSharesHistory"};
+inline constexpr SettingKey<bool> bridgeFolderNamesOnly{"bridgeFolderNamesOnly"};
+inline constexpr SettingKey<bool> bridgeActionsEnabled{"bridgeActionsEnabled"};
+
 // The whole table, in the order `omnira settings list` shows it.
 std::span<const SettingSpec> all();
 // The row of a key; nothing for a key Omnira does not read.

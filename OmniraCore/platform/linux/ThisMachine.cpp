@@ -32,11 +32,13 @@ LinuxAppIdentifier::Config identifierConfig() {
 
 }  // namespace
 
-std::unique_ptr<AppGrouper> makeAppGrouper() {
+std::string systemName() {
   auto name = readOperatingSystemName("/");
-  if (!name) spdlog::debug("no distribution name in os-release; the system group is called Linux");
-  return makeLinuxAppGrouper(name ? *name : std::string("Linux"), identifierConfig());
+  if (!name) spdlog::debug("no distribution name in os-release; the system is called Linux");
+  return name ? *name : std::string("Linux");
 }
+
+std::unique_ptr<AppGrouper> makeAppGrouper() { return makeLinuxAppGrouper(systemName(), identifierConfig()); }
 
 std::vector<std::filesystem::path> appFolders() {
   std::vector<std::filesystem::path> folders;

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "OmniraCore/sampling/AppGrouper.h"
@@ -16,6 +17,8 @@ std::unique_ptr<SystemSampler> makeSystemSampler();
 std::unique_ptr<ProcessSampler> makeProcessSampler(ProcessSampler::Options options = {});
 // Scans the installed desktop entries once; the system group is named for the distribution.
 std::unique_ptr<AppGrouper> makeAppGrouper();
+// The distribution's name ("Debian GNU/Linux"), or "Linux" when os-release has none.
+std::string systemName();
 // The folders that scan reads; after they change, AppGrouper::reload() finds the new apps.
 std::vector<std::filesystem::path> appFolders();
 

@@ -1,0 +1,52 @@
+#pragma once
+// What the bridge's tools answer from: the running store's last readings, gathered on the
+// main thread just before a tool runs. Tools never sample.
+//
+// A plain value, except `history`, which the store owns and which is touched on the main
+// thread only, like the tools themselves; absent when the history could not be opened.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "OmniraCore/bridge/AgentSession.h"
+#include "OmniraCore/containers/ContainerSnapshot.h"
+#include "OmniraCore/containers/Ports.h"
+#include "OmniraCore/containers/Projects.h"
+#include "OmniraCore/foundation/Date.h"
+#include "OmniraCore/history/AppLimit.h"
+#include "OmniraCore/history/IdleServer.h"
+#include "OmniraCore/history/Insight.h"
+#include "OmniraCore/history/WorthALook.h"
+#include "OmniraCore/sampling/AppGroup.h"
+#include "OmniraCore/sampling/SleepBlocker.h"
+#include "OmniraCore/sampling/SystemSample.h"
+
+namespace omnira {
+
+class HistoryDatabase;
+
+struct BridgeReadings {
+  std::optional<SystemSample> system;  // absent until the first tick
+  std::vector<AppGroup> groups;        // every group of the last process sample, the system's too
+  std::optional<Date> groupsAt;        // when that sample was taken
+  std::vector<Project> projects;
+  std::vector<Port> ports;
+  std::vector<uint16_t> listening;  // every port any process listens on, of any user
+  ContainerSnapshot containers;
+  std::vector<IdleServer> idleServers;
+  std::vector<Insight> insights;
+  StrainSince strain;
+  std::vector<AppLimit> limits;
+  std::vector<AgentSession> agents;
+  std::vector<SleepBlocker> sleepBlockers;
+  HistoryDatabase* history = nullptr;
+  std::string systemName = "Linux";
+  uint32_t personUID = 0;
+  std::vector<int32_t> omniraPIDs;
+  bool historyShared = true;  // app_details leaves its history part out otherwise
+  double hotCelsius = 90;     // the person's hot limit
+};
+
+}  // namespace omnira
