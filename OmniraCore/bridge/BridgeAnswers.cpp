@@ -574,7 +574,8 @@ json findProcess(Arguments& a, const BridgeReadings& r, Date now) {
   if (r.groups.empty()) return Answers::refused(Answers::kNoReading);
   const auto processes = byPID(r);
   json j;
-  auto& found = j["processes"] = json::array();
+  // Built apart: a reference into an ordered object does not survive the next key.
+  json found = json::array();
   if (pid) {
     const auto it = processes.find(static_cast<int32_t>(*pid));
     if (it == processes.end()) return Answers::refused(fmt::format("No process Omnira can see has PID {}.", *pid));
@@ -607,6 +608,7 @@ json findProcess(Arguments& a, const BridgeReadings& r, Date now) {
   } else {
     return Answers::refused(Answers::kUnknownProcess);
   }
+  j["processes"] = std::move(found);
   return Answers::ok(std::move(j));
 }
 
@@ -697,7 +699,8 @@ json whatsWrong(const BridgeReadings& r, Date now) {
   auto& left = j["dev_servers_left_behind"] = json::array();
   for (const auto& srv : r.idleServers)
     left.push_back({{"pid", srv.pid}, {"name", srv.name}, {"port", srv.port}, {"memory_mb", mb(static_cast<double>(srv.memoryBytes))}});
-  const bool calm = insights.empty() && strain.empty() && cpu.empty() && !pressed && left.empty();
+  const bool calm = j["insights"].empty() && j["strain"].empty() && j["apps_holding_the_cpu"].empty() && !pressed &&
+                    j["dev_servers_left_behind"].empty();
   j["summary"] = calm ? "Nothing stands out right now." : "See the lists: each names what stands out.";
   j["temperatures_note"] = "This computer gives Omnira no temperature readings, so nothing is said about heat.";
   return Answers::ok(std::move(j));
@@ -786,7 +789,7 @@ json containers(Arguments& a, const BridgeReadings& r, Date now) {
   if (r.containers.engines.empty()) j["note"] = "No container engine runs on this computer.";
   else if (!r.containers.withStats && !r.containers.containers.empty())
     j["note"] = "CPU, memory and network come with the next look at the engines, within about 10 seconds: ask again.";
-  else if (name && list.empty())
+  else if (name && j["containers"].empty())
     j["note"] = "No running container matches “" + *name + "”.";
   (void)now;
   return Answers::ok(std::move(j));

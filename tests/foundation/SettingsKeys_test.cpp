@@ -51,7 +51,8 @@ TEST(SettingsKeys, EveryDefaultIsAllowedAndReadsBack) {
   EXPECT_EQ(defaults.number(SettingsKeys::insightHotMinutes), 3);
   EXPECT_FALSE(defaults.boolean(SettingsKeys::usageLimitsClaudeApp));
   EXPECT_EQ(defaults.json(SettingsKeys::insightMutedApps), nlohmann::json::object());
-  EXPECT_EQ(SettingsKeys::find("bridgeEnabled"), nullptr);
+  EXPECT_EQ(SettingsKeys::find("menuBarShowsGraph"), nullptr);
+  EXPECT_FALSE(defaults.boolean(SettingsKeys::bridgeEnabled));  // agents are let in only when the person says so
   EXPECT_EQ(SettingsKeys::unknownKeySentence("refreshseconds"),
             "There is no setting \"refreshseconds\"; did you mean \"refreshSeconds\"?");
 }
