@@ -4,11 +4,14 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <ctime>
 
+#include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/foundation/SettingsFile.h"
 #include "OmniraCore/foundation/SettingsKeys.h"
+#include "cli/CanQuit.h"
 
 namespace omnira::cli {
 
@@ -46,6 +49,38 @@ Settings current(const AppPaths& paths, std::FILE* err) {
 int unknownKey(const std::string& key, std::FILE* err) {
   fmt::print(err, "omnira: {} Run 'omnira settings list' to see them all.\n", SettingsKeys::unknownKeySentence(key));
   return kUsageError;
+}
+
+// How the agent bridge stands, from what the running Omnira keeps in "bridge.json".
+std::string bridgeState(const AppPaths& paths, const Settings& settings) {
+  const auto running = runningOmnira(paths);
+  const bool enabled = settings.boolean(SettingsKeys::bridgeEnabled);
+  if (!running)
+    return enabled ? "Bridge: on, once Omnira runs (omnira run)."
+                   : "Bridge: off. omnira settings set bridgeEnabled true lets coding agents ask Omnira.";
+  nlohmann::json state;
+  if (auto text = AtomicFile::read(paths.dataFile("bridge.json")))
+    state = nlohmann::json::parse(*text, nullptr, /*allow_exceptions=*/false);
+  // A file of an earlier run says nothing about this one.
+  if (!state.is_object() || state.value("pid", 0) != *running)
+    return enabled ? "Bridge: starting." : "Bridge: off. omnira settings set bridgeEnabled true lets coding agents ask Omnira.";
+  if (state["failure"].is_string()) return "Bridge: could not start: " + state["failure"].get<std::string>();
+  if (!state.value("listening", false))
+    return "Bridge: off. omnira settings set bridgeEnabled true lets coding agents ask Omnira.";
+  std::string line = "Bridge: listening at " + state.value("socket", std::string("?"));
+  if (state["lastAsked"].is_string()) {
+    if (const auto asked = parseISO8601(state["lastAsked"].get<std::string>())) {
+      const std::time_t t = std::chrono::system_clock::to_time_t(*asked);
+      std::tm local{};
+      localtime_r(&t, &local);
+      char when[32];
+      std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &local);
+      line += fmt::format("; last asked {}", when);
+    }
+  } else {
+    line += "; not asked yet";
+  }
+  return line + ". omnira mcp setup adds Omnira to your agents.";
 }
 
 int list(const SettingsRequest& request, const AppPaths& paths, std::FILE* out, std::FILE* err) {
@@ -86,6 +121,7 @@ int list(const SettingsRequest& request, const AppPaths& paths, std::FILE* out, 
                  spec.refusal(*stored).value_or(""));
     }
   }
+  fmt::print(out, "\n{}\n", bridgeState(paths, settings));
   return 0;
 }
 

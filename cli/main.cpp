@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <future>
 #include <thread>
 
@@ -23,6 +24,7 @@
 #include "cli/Ask.h"
 #include "cli/CanQuit.h"
 #include "cli/McpServer.h"
+#include "cli/McpSetup.h"
 #include "cli/Containers.h"
 #include "cli/History.h"
 #include "cli/Insights.h"
@@ -87,6 +89,11 @@ int main(int argc, char** argv) {
   containers->add_flag("--json", containersRequest.json, "Print JSON");
 
   auto* mcp = app.add_subcommand("mcp", "Serve coding agents over the Model Context Protocol (standard input and output)");
+  mcp->require_subcommand(0, 1);
+  auto* mcpSetup = mcp->add_subcommand("setup", "Add Omnira to the agents' own MCP settings, or take it out");
+  omnira::cli::McpSetupRequest setupRequest;
+  mcpSetup->add_option("agent", setupRequest.agent, "claude, codex, gemini or all (the default: every installed one)");
+  mcpSetup->add_flag("--remove", setupRequest.remove, "Take Omnira out again");
 
   auto* ask = app.add_subcommand("ask", "Ask the running Omnira one of the agents' questions");
   std::string askTool;
@@ -171,6 +178,16 @@ int main(int argc, char** argv) {
       return 1;
     }
     if (ask->parsed()) return omnira::cli::runAsk(askTool, askArguments, *paths, stdout, stderr);
+    if (mcpSetup->parsed()) {
+      std::error_code error;
+      const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+      const auto environment = [](const std::string& name) -> std::optional<std::string> {
+        const char* value = std::getenv(name.c_str());
+        return value ? std::optional<std::string>(value) : std::nullopt;
+      };
+      return omnira::cli::runMcpSetup(setupRequest, error ? std::string(argv[0]) : self.string(), environment, stdout,
+                                      stderr);
+    }
     const std::string socket = omnira::BridgeSocket::path(*paths).string();
     omnira::cli::McpServer server({omnira::platform::systemName(),
                                    [settingsFile = paths->settingsFile()] {

@@ -32,7 +32,8 @@ bool writeAll(int fd, std::string_view bytes) {
 
 }  // namespace
 
-Result<void, AtomicFile::Failure> AtomicFile::write(const std::filesystem::path& file, std::string_view bytes) {
+Result<void, AtomicFile::Failure> AtomicFile::write(const std::filesystem::path& file, std::string_view bytes,
+                                                    mode_t mode) {
   std::error_code error;
   const auto folder = file.parent_path().empty() ? std::filesystem::path(".") : file.parent_path();
   std::filesystem::create_directories(folder, error);
@@ -44,7 +45,7 @@ Result<void, AtomicFile::Failure> AtomicFile::write(const std::filesystem::path&
   if (fd < 0) return fail(Failure{fmt::format("cannot write in {}: {}", folder.string(), reason(errno))});
   const std::filesystem::path temporary = pattern;
 
-  const bool written = writeAll(fd, bytes) && ::fchmod(fd, 0644) == 0 && ::fsync(fd) == 0;
+  const bool written = writeAll(fd, bytes) && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0;
   const int writeError = errno;
   if (::close(fd) != 0 || !written) {
     const int closeError = written ? errno : writeError;

@@ -6,6 +6,8 @@
 //
 // Plain functions; safe on any thread as long as two writers do not share one file.
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -19,7 +21,8 @@ struct AtomicFile {
     std::string message;  // names the file and the system's reason
   };
 
-  static Result<void, Failure> write(const std::filesystem::path& file, std::string_view bytes);
+  // The file gets `mode`: readable by all by default, as Omnira's own files are.
+  static Result<void, Failure> write(const std::filesystem::path& file, std::string_view bytes, mode_t mode = 0644);
 
   // The whole file. A missing file is `missing`, so callers can tell "nothing saved yet"
   // from "cannot read".

@@ -128,6 +128,7 @@ TEST_F(BridgeHostTest, TheRunningApplicationAnswersAgentsAndFollowsItsSettings) 
             "Too many questions in a minute. The figures change every few seconds at most; wait a little.\n");
   const auto state = json::parse(testing::slurp(root_ / "data" / "Omnira" / "bridge.json"));
   EXPECT_EQ(state["listening"], true);
+  EXPECT_NE(omnira("settings list").out.find("Bridge: listening at " + socket.string() + "; "), std::string::npos);
 
   // Switched off through the settings: the socket goes, and a client hears nobody is there.
   ASSERT_EQ(omnira("settings set bridgeEnabled false").status, 0);
@@ -141,6 +142,7 @@ TEST_F(BridgeHostTest, TheRunningApplicationAnswersAgentsAndFollowsItsSettings) 
   EXPECT_EQ(app.stop(), 0);
   EXPECT_FALSE(fs::exists(socket));
   EXPECT_FALSE(fs::exists(root_ / "data" / "Omnira" / "bridge.json"));
+  EXPECT_NE(omnira("settings list").out.find("Bridge: on, once Omnira runs (omnira run)."), std::string::npos);
 }
 
 }  // namespace
