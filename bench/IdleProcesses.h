@@ -20,8 +20,8 @@ class IdleProcesses {
   // `folders`: working directories given in turn, as processes of several projects have.
   explicit IdleProcesses(int count, const std::vector<std::string>& folders = {}) {
     char sleep[] = "sleep";
-    char forever[] = "86400";
-    char* argv[] = {sleep, forever, nullptr};
+    char aDay[] = "86400";
+    char* argv[] = {sleep, aDay, nullptr};
     for (int i = 0; i < count; ++i) {
       posix_spawn_file_actions_t actions;
       posix_spawn_file_actions_init(&actions);

@@ -13,10 +13,6 @@
 #include "bench/ProcessCPU.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 
-namespace {
-
-}  // namespace
-
 int main(int argc, char** argv) {
   int iterations = 0;
   if (argc != 2 || std::from_chars(argv[1], argv[1] + std::strlen(argv[1]), iterations).ec != std::errc() ||

@@ -64,8 +64,10 @@ bool onPath(const std::string& program, const AppPaths::Environment& environment
 std::string shown(const fs::path& file, const AppPaths::Environment& environment) {
   const auto home = environment("HOME");
   const std::string text = file.string();
-  if (home && !home->empty() && text.starts_with(*home + "/")) return "~" + text.substr(home->size());
-  return text;
+  if (!home || home->empty() || !text.starts_with(*home + "/")) return text;
+  std::string within = text.substr(home->size());
+  within.insert(within.begin(), '~');
+  return within;
 }
 
 }  // namespace
