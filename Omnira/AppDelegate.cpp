@@ -13,6 +13,7 @@
 
 #include "Omnira/AppFoldersWatcher.h"
 #include "Omnira/BridgeHost.h"
+#include "Omnira/QuitRequests.h"
 #include "Omnira/InsightNotifier.h"
 #include "Omnira/MonitorStore.h"
 #include "Omnira/SettingsWatcher.h"
@@ -20,6 +21,7 @@
 #include "Omnira/UsageLimitsStore.h"
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/Settings.h"
+#include "OmniraCore/foundation/SettingsFile.h"
 #include "OmniraCore/foundation/SettingsKeys.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 
@@ -87,15 +89,41 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   bridge_ = std::make_unique<BridgeHost>(BridgeHost::Options{*paths_, platform::systemName()}, settingsWatcher_->current());
   bridge_->attach(store_.get());
   connect(settingsWatcher_.get(), &SettingsWatcher::changed, bridge_.get(), &BridgeHost::applySettings);
+  quitRequests_ = std::make_unique<QuitRequests>(quitParts());
+  bridge_->setQuitHandler([this](const std::string& tool, const BridgeHost::json& arguments, int32_t peer, auto reply) {
+    quitRequests_->handle(tool, arguments, peer, std::move(reply));
+  });
   bridge_->applySettings(settingsWatcher_->current());
   usageLimits_->start();  // now, then every few minutes
   spdlog::info("Omnira {} started; data in {}", OMNIRA_VERSION, paths_->dataFolder().string());
   return {};
 }
 
+QuitRequests::Parts AppDelegate::quitParts() {
+  QuitRequests::Parts parts;
+  parts.readings = [this] { return bridge_->readings("quit", std::chrono::system_clock::now()); };
+  parts.asker = [this](const BridgeReadings& readings, int32_t peer) {
+    return bridge_->askerName(readings, peer, std::chrono::system_clock::now());
+  };
+  parts.actions = std::make_shared<ProcessActions>();
+  parts.panel = [] { return QuitRequestPanel::forThisSession(); };
+  parts.log = ActionLog(paths_->dataFile("requests.json"));
+  parts.settings = [this] { return settingsWatcher_->current(); };
+  parts.allowFolder = [file = paths_->settingsFile()](const std::string& folder) -> std::optional<std::string> {
+    auto list = Settings::load(file).json(SettingsKeys::bridgeAllowedProjects);
+    if (!list.is_array()) list = nlohmann::json::array();
+    if (std::count(list.begin(), list.end(), folder) == 0) list.push_back(folder);
+    if (auto written = SettingsFile(file).set("bridgeAllowedProjects", list.dump()); !written)
+      return written.error().message;
+    return std::nullopt;
+  };
+  return parts;
+}
+
 void AppDelegate::stop() {
   if (!store_) return;
-  bridge_.reset();  // no question is answered from a store that is stopping
+  quitRequests_.reset();  // an open panel goes; its asker hears nothing more
+  bridge_.reset();        // no question is answered from a store that is stopping
   store_->stop();
   appFolders_.reset();
   store_.reset();

@@ -18,6 +18,7 @@
 #include <string>
 
 #include "Omnira/InstanceLock.h"
+#include "Omnira/QuitRequests.h"
 #include "OmniraCore/foundation/AppPaths.h"
 #include "OmniraCore/foundation/Result.h"
 
@@ -61,6 +62,7 @@ class AppDelegate : public QObject {
 
  private:
   void listenForStopSignals();
+  QuitRequests::Parts quitParts();
   void printTick();
 
   Options options_;
@@ -72,6 +74,7 @@ class AppDelegate : public QObject {
   std::unique_ptr<InsightNotifier> notifier_;
   std::unique_ptr<UsageLimitsStore> usageLimits_;
   std::unique_ptr<BridgeHost> bridge_;
+  std::unique_ptr<QuitRequests> quitRequests_;
   int signalFD_ = -1;
   std::unique_ptr<QSocketNotifier> signalNotifier_;
 };

@@ -10,6 +10,7 @@
 #include "OmniraCore/bridge/Bridge.h"
 #include "OmniraCore/bridge/BridgeAnswers.h"
 #include "OmniraCore/bridge/BridgeSharing.h"
+#include "OmniraCore/containers/QuitCheck.h"
 #include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/SettingsKeys.h"
@@ -125,18 +126,18 @@ void BridgeHost::answer(const json& request, int32_t peer, const std::function<v
   if (auto refusal = sharing.refusal(tool, arguments)) return reply(BridgeAnswers::refused(*refusal));
 
   if (Bridge::isAction(tool)) {
+    // The quit handler decides with the person, and logs even what it refuses.
+    if (quitHandler_) return quitHandler_(tool, arguments, peer, reply);
     if (!settings_.boolean(SettingsKeys::bridgeActionsEnabled)) return reply(BridgeAnswers::refused(kActionsOff));
-    if (!quitHandler_) return reply(BridgeAnswers::refused(kCannotQuitYet));
-    return quitHandler_(tool, arguments, peer, reply);
+    return reply(BridgeAnswers::refused(kCannotQuitYet));
   }
   auto answered = run(tool, arguments, peer, now);
   if (answered.value("ok", false)) answered["result"] = sharing.applied(std::move(answered["result"]));
   reply(std::move(answered));
 }
 
-BridgeHost::json BridgeHost::run(const std::string& tool, const json& arguments, int32_t peer, Date now) {
+BridgeReadings BridgeHost::readings(const std::string& tool, Date now) {
   const MonitorStore& store = *store_;
-  wantDetails(tool == "containers");
   BridgeReadings r;
   r.system = store.system();
   r.groups = store.allGroups();
@@ -157,7 +158,23 @@ BridgeHost::json BridgeHost::run(const std::string& tool, const json& arguments,
   r.hotCelsius = settings_.number(SettingsKeys::insightHotCelsius);
   if (tool == "agents") r.agents = agents_.sessions(r.groups, now);
   if (tool == "whats_wrong") r.sleepBlockers = platform::readSleepBlockers();
-  return BridgeAnswers::respond(tool, arguments, r, peer, now);
+  return r;
+}
+
+std::string BridgeHost::askerName(const BridgeReadings& r, int32_t peer, Date now) {
+  const auto chain = QuitCheck::ancestors(r.groups, peer);
+  for (const auto& session : agents_.sessions(r.groups, now))
+    if (std::count(chain.begin(), chain.end(), session.pid) > 0) return session.agentName;
+  // No agent above it: the program that started `omnira mcp` or `omnira ask`.
+  for (const auto& g : r.groups)
+    for (const auto& p : g.processes)
+      if (chain.size() > 1 && p.pid == chain[1]) return p.name;
+  return "An assistant";
+}
+
+BridgeHost::json BridgeHost::run(const std::string& tool, const json& arguments, int32_t peer, Date now) {
+  wantDetails(tool == "containers");
+  return BridgeAnswers::respond(tool, arguments, readings(tool, now), peer, now);
 }
 
 void BridgeHost::wantDetails(bool containers) {

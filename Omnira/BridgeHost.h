@@ -27,7 +27,9 @@
 #include <nlohmann/json.hpp>
 
 #include "OmniraCore/bridge/AgentSessions.h"
+#include "OmniraCore/bridge/BridgeAnswers.h"
 #include "OmniraCore/bridge/BridgeListener.h"
+#include "OmniraCore/bridge/BridgeReadings.h"
 #include "OmniraCore/foundation/AppPaths.h"
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/foundation/Settings.h"
@@ -49,12 +51,9 @@ class BridgeHost : public QObject {
   static constexpr const char* kStarting = "Omnira is still starting. Try again in a moment.";
   static constexpr const char* kTooMany =
       "Too many questions in a minute. The figures change every few seconds at most; wait a little.";
-  static constexpr const char* kActionsOff =
-      "The person has turned off quitting through Omnira, in Omnira → Settings → Integrations. Tell them what you "
-      "would quit and why, and let them do it.";
+  static constexpr const char* kActionsOff = BridgeAnswers::kActionsOff;
   static constexpr const char* kCannotQuitYet =
-      "Omnira cannot ask the person about quitting on this computer yet. Tell them what you would quit and why, and "
-      "let them do it.";
+      "Omnira cannot ask the person about quitting here. Tell them what you would quit and why, and let them do it.";
 
   struct Options {
     AppPaths paths;
@@ -80,6 +79,12 @@ class BridgeHost : public QObject {
 
   // One request, as the socket brings it; `reply` gets the answer, now or (quit) later.
   void answer(const json& request, int32_t peer, const std::function<void(json reply)>& reply);
+
+  // The store's readings as the tools see them; `tool` adds what only it needs (agent
+  // sessions, sleep blockers). Needs an attached store.
+  BridgeReadings readings(const std::string& tool, Date now);
+  // Who is asking: the agent whose session holds the peer, else the program above it.
+  std::string askerName(const BridgeReadings& readings, int32_t peer, Date now);
 
  signals:
   void stateChanged();

@@ -8,15 +8,13 @@
 
 #include <spdlog/spdlog.h>
 
+#include "Omnira/Notifications.h"
+
 namespace omnira {
 
-namespace {
-
-constexpr auto service = "org.freedesktop.Notifications";
-constexpr auto path = "/org/freedesktop/Notifications";
-constexpr auto interface = "org.freedesktop.Notifications";
-
-}  // namespace
+using notifications::interface;
+using notifications::path;
+using notifications::service;
 
 InsightNotifier::InsightNotifier(QDBusConnection bus, QObject* parent) : QObject(parent), bus_(std::move(bus)) {}
 

@@ -2,7 +2,13 @@
 
 #include <unistd.h>
 
+#include <QApplication>
 #include <QCoreApplication>
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
 
 #include <cstdio>
 
@@ -13,12 +19,31 @@
 
 namespace omnira {
 
+namespace {
+
+bool displayAnswers() {
+  if (const char* wayland = std::getenv("WAYLAND_DISPLAY"); wayland && *wayland) {
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    const std::string socket = wayland[0] == '/' ? wayland : std::string(runtime ? runtime : "") + "/" + wayland;
+    if (::access(socket.c_str(), F_OK) == 0) return true;
+  }
+  const char* x11 = std::getenv("DISPLAY");
+  if (!x11 || !*x11) return false;
+  xcb_connection_t* connection = xcb_connect(nullptr, nullptr);
+  const bool answers = connection && !xcb_connection_has_error(connection);
+  if (connection) xcb_disconnect(connection);
+  return answers;
+}
+
+}  // namespace
+
 int OmniraApp::run(int argc, char** argv) {
   CLI::App cli{"Runs Omnira: samples the computer, keeps its history and raises insights until stopped.",
                "omnira run"};
   bool headless = false;
   AppDelegate::Options options;
-  cli.add_flag("--headless", headless, "Run without any window (the default when there is no display)");
+  cli.add_flag("--headless", headless,
+               "Run without any window: quit requests are asked through notifications (the default without a display)");
   cli.add_flag("--watching", options.watching,
                "Sample as if a window showed live figures: every \"refreshSeconds\", processes every tick");
   cli.set_version_flag("--version", OMNIRA_VERSION);
@@ -27,14 +52,22 @@ int OmniraApp::run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return cli.exit(error);
   }
-  // There are no windows yet, so a display changes nothing: every run is headless.
-  (void)headless;
   options.printTicks = ::isatty(STDOUT_FILENO) == 1;
 
   AppDelegate::blockStopSignals();
   int qtArgc = 1;
   char* qtArgv[] = {argv[0], nullptr};
-  QCoreApplication app(qtArgc, qtArgv);
+  // Windows (the quit request's) need a display that answers; a dead DISPLAY must not end
+  // the monitor, so without one it runs as a service does.
+  std::unique_ptr<QCoreApplication> application;
+  if (!headless && displayAnswers()) {
+    auto* gui = new QApplication(qtArgc, qtArgv);
+    gui->setQuitOnLastWindowClosed(false);  // a closed panel is not the end of Omnira
+    application.reset(gui);
+  } else {
+    application = std::make_unique<QCoreApplication>(qtArgc, qtArgv);
+  }
+  QCoreApplication& app = *application;
   QCoreApplication::setApplicationName("Omnira");
   QCoreApplication::setApplicationVersion(OMNIRA_VERSION);
 

@@ -1,4 +1,7 @@
 #include "cli/Format.h"
+#include "OmniraCore/foundation/Parse.h"
+
+#include <iostream>
 
 #include <fmt/format.h>
 
@@ -59,6 +62,15 @@ std::string shownPath(const std::string& path, const std::string& home) {
   if (!home.empty() && home != "/" && path.starts_with(home) && (path.size() == home.size() || path[home.size()] == '/'))
     return "~" + path.substr(home.size());
   return path;
+}
+
+bool confirmed(const std::string& question, std::FILE* out) {
+  fmt::print(out, "{} [y/N] ", question);
+  std::fflush(out);
+  std::string answer;
+  if (!std::getline(std::cin, answer)) return false;
+  answer = std::string(trim(answer));
+  return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
 }
 
 }  // namespace omnira::cli

@@ -36,11 +36,7 @@ int64_t epochSeconds(Date date) {
 }
 
 std::string localTime(int64_t seconds, const char* format) {
-  const std::time_t t = static_cast<std::time_t>(seconds);
-  std::tm tm{};
-  localtime_r(&t, &tm);
-  char text[64];
-  return std::strftime(text, sizeof text, format, &tm) ? text : "";
+  return formatLocal(Date(std::chrono::seconds(seconds)), format);
 }
 
 int64_t localMidnight(int64_t seconds) {
@@ -279,15 +275,6 @@ int exportFiles(HistoryDatabase& db, const HistoryRequest& request, const AppPat
   }
   fmt::print(out, "{}\n{}\n", files->machine.string(), files->apps.string());
   return 0;
-}
-
-bool confirmed(const std::string& question, std::FILE* out) {
-  fmt::print(out, "{} [y/N] ", question);
-  std::fflush(out);
-  std::string answer;
-  if (!std::getline(std::cin, answer)) return false;
-  answer = std::string(trim(answer));
-  return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
 }
 
 int remove(HistoryDatabase& db, const HistoryRequest& request, const AppPaths& paths, Date now, std::FILE* out,

@@ -69,14 +69,8 @@ std::string bridgeState(const AppPaths& paths, const Settings& settings) {
     return "Bridge: off. omnira settings set bridgeEnabled true lets coding agents ask Omnira.";
   std::string line = "Bridge: listening at " + state.value("socket", std::string("?"));
   if (state["lastAsked"].is_string()) {
-    if (const auto asked = parseISO8601(state["lastAsked"].get<std::string>())) {
-      const std::time_t t = std::chrono::system_clock::to_time_t(*asked);
-      std::tm local{};
-      localtime_r(&t, &local);
-      char when[32];
-      std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &local);
-      line += fmt::format("; last asked {}", when);
-    }
+    if (const auto asked = parseISO8601(state["lastAsked"].get<std::string>()))
+      line += "; last asked " + formatLocal(*asked, "%Y-%m-%d %H:%M:%S");
   } else {
     line += "; not asked yet";
   }

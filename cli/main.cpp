@@ -21,6 +21,7 @@
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/foundation/SettingsKeys.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
+#include "cli/Actions.h"
 #include "cli/Ask.h"
 #include "cli/CanQuit.h"
 #include "cli/McpServer.h"
@@ -101,6 +102,13 @@ int main(int argc, char** argv) {
   ask->add_option("TOOL", askTool, "A tool's name: system_status, top_apps, ports, can_quit, ...")->required();
   ask->add_option("ARGUMENTS", askArguments, "The tool's arguments as a JSON object, like '{\"port\": 3000}'");
 
+  auto* actions = app.add_subcommand("actions", "The agents' quit requests and what came of them");
+  omnira::cli::ActionsRequest actionsRequest;
+  actions->add_flag("--json", actionsRequest.json, "Print JSON");
+  actions->require_subcommand(0, 1);
+  auto* actionsClear = actions->add_subcommand("clear", "Empty the log of quit requests");
+  actionsClear->add_flag("-y,--yes", actionsRequest.yes, "Do not ask for confirmation");
+
   auto* run = app.add_subcommand("run", "Run Omnira in the foreground until Ctrl-C or SIGTERM");
   omnira::cli::RunRequest runRequest;
   run->add_flag("--headless", runRequest.headless, "Run without any window (the default without a display)");
@@ -170,6 +178,16 @@ int main(int argc, char** argv) {
   omnira::setUpStandardErrorLogging("omnira", verbose ? spdlog::level::debug : spdlog::level::warn);
 
   if (run->parsed()) return omnira::cli::runApplication(runRequest, stderr);
+
+  if (actions->parsed()) {
+    auto paths = omnira::AppPaths::fromProcessEnvironment();
+    if (!paths) {
+      fmt::print(stderr, "omnira: {}\n", paths.error().message);
+      return 1;
+    }
+    actionsRequest.clear = actionsClear->parsed();
+    return omnira::cli::runActions(actionsRequest, *paths, stdout, stderr);
+  }
 
   if (mcp->parsed() || ask->parsed()) {
     auto paths = omnira::AppPaths::fromProcessEnvironment();

@@ -33,12 +33,7 @@ int64_t epochSeconds(Date date) { return std::chrono::duration_cast<std::chrono:
 
 // "2026-11-25T14:05+01:00": local time, as the person reads it, with its offset.
 std::string localTime(Date date) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
-  std::tm local{};
-  localtime_r(&seconds, &local);
-  char text[40];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M%z", &local);
-  std::string out = text;
+  std::string out = formatLocal(date, "%Y-%m-%dT%H:%M%z");
   if (out.size() >= 5) out.insert(out.size() - 2, ":");
   return out;
 }
@@ -807,15 +802,7 @@ json canQuit(Arguments& a, const BridgeReadings& r, int32_t asker) {
   if (r.groups.empty()) return Answers::refused(Answers::kNoReading);
   if (pids && pids->size() > Bridge::limit) return Answers::refused("Give at most 20 pids.");
 
-  QuitCheck::Context context;
-  context.groups = r.groups;
-  context.ports = r.ports;
-  context.personUID = r.personUID;
-  context.omniraPIDs = r.omniraPIDs;
-  context.askerChain = QuitCheck::ancestors(r.groups, asker);
-  context.containers = r.containers;
-  context.systemName = r.systemName;
-  const QuitCheck check(std::move(context));
+  const QuitCheck check(r.quitContext(asker));
 
   std::vector<QuitJudgement> judged;
   std::vector<std::string> notFound;

@@ -34,6 +34,9 @@ class BridgeAnswers {
       "Omnira has no readings for this period yet. It records them while it runs.";
   static constexpr const char* kUnknownTarget = "Omnira could not tell what that is.";
   static constexpr const char* kUnknownProcess = "Omnira could not tell which process that is.";
+  static constexpr const char* kActionsOff =
+      "The person has turned off quitting through Omnira, in Omnira → Settings → Integrations. Tell them what you "
+      "would quit and why, and let them do it.";
 
   // `asker` is the pid at the other end of the bridge connection (0 when unknown).
   static json respond(std::string_view tool, const json& arguments, const BridgeReadings& readings, int32_t asker,

@@ -14,6 +14,7 @@
 #include "OmniraCore/containers/ContainerSnapshot.h"
 #include "OmniraCore/containers/Ports.h"
 #include "OmniraCore/containers/Projects.h"
+#include "OmniraCore/containers/QuitCheck.h"
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/history/AppLimit.h"
 #include "OmniraCore/history/IdleServer.h"
@@ -47,6 +48,19 @@ struct BridgeReadings {
   std::vector<int32_t> omniraPIDs;
   bool historyShared = true;  // app_details leaves its history part out otherwise
   double hotCelsius = 90;     // the person's hot limit
+
+  // What the quit check judges by, with `asker`'s process chain (the bridge peer's) spared.
+  QuitCheck::Context quitContext(int32_t asker) const {
+    QuitCheck::Context context;
+    context.groups = groups;
+    context.ports = ports;
+    context.personUID = personUID;
+    context.omniraPIDs = omniraPIDs;
+    context.askerChain = QuitCheck::ancestors(groups, asker);
+    context.containers = containers;
+    context.systemName = systemName;
+    return context;
+  }
 };
 
 }  // namespace omnira

@@ -99,4 +99,12 @@ Date dateFromSecondsSinceEpoch(double seconds) {
   return Date(std::chrono::duration_cast<Date::duration>(std::chrono::microseconds(micros)));
 }
 
+std::string formatLocal(Date date, const char* format) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  char text[64];
+  return std::strftime(text, sizeof text, format, &local) ? text : "";
+}
+
 }  // namespace omnira

@@ -16,6 +16,9 @@ std::string formatISO8601(Date date);
 // Accepts "Z" or "+hh:mm"/"-hh:mm"/"+hhmm", with or without fractional seconds.
 std::optional<Date> parseISO8601(std::string_view text);
 
+// The date in the system's local time, laid out by strftime's `format`.
+std::string formatLocal(Date date, const char* format);
+
 // Days from 1970-01-01 to a date of the proleptic Gregorian calendar (month 1...12).
 int64_t daysFromCivil(int64_t year, unsigned month, unsigned day);
 

@@ -37,6 +37,14 @@ std::optional<std::string> checkMutedApps(const json& value) {
   return std::nullopt;
 }
 
+std::optional<std::string> checkFolders(const json& value) {
+  if (!value.is_array()) return "it is not a list";
+  for (size_t i = 0; i < value.size(); ++i)
+    if (!value[i].is_string() || !value[i].get<std::string>().starts_with('/'))
+      return fmt::format("item {} is not a folder's full path", i + 1);
+  return std::nullopt;
+}
+
 SettingSpec boolean(std::string_view key, bool fallback, std::string_view description) {
   SettingSpec spec{.key = key, .type = Type::boolean, .defaultValue = fallback};
   spec.description = description;
@@ -116,6 +124,12 @@ std::vector<SettingSpec> buildTable() {
   table.push_back(boolean("bridgeFolderNamesOnly", false,
                           "Give assistants project folders by their last name only, not their whole path."));
   table.push_back(boolean("bridgeActionsEnabled", true, "Let assistants ask you to quit apps and processes."));
+  table.push_back({.key = "bridgeAllowedProjects",
+                   .type = Type::json,
+                   .defaultValue = json::array(),
+                   .check = checkFolders,
+                   .shape = "a list of project folders, like [\"/home/ada/src/shop\"]",
+                   .description = "Project folders where assistants' safe quit requests are carried out without asking."});
   return table;
 }
 

@@ -96,6 +96,7 @@ inline constexpr SettingKey<bool> bridgeSharesProjects{"bridgeSharesProjects"};
 inline constexpr SettingKey<bool> bridgeSharesHistory{"bridgeSharesHistory"};
 inline constexpr SettingKey<bool> bridgeFolderNamesOnly{"bridgeFolderNamesOnly"};
 inline constexpr SettingKey<bool> bridgeActionsEnabled{"bridgeActionsEnabled"};
+inline constexpr SettingKey<nlohmann::json> bridgeAllowedProjects{"bridgeAllowedProjects"};
 
 // The whole table, in the order `omnira settings list` shows it.
 std::span<const SettingSpec> all();

@@ -14,6 +14,7 @@
 #include <spdlog/spdlog.h>
 
 #include "OmniraCore/foundation/AtomicFile.h"
+#include "OmniraCore/foundation/FileLock.h"
 #include "OmniraCore/foundation/JSONText.h"
 
 namespace omnira {
@@ -159,43 +160,6 @@ Result<void, WorthALook::Failure> WorthALook::save(const std::filesystem::path& 
   if (!written) return fail(Failure{written.error().message});
   return {};
 }
-
-namespace {
-
-// An exclusive lock on "<file>.lock", held while the object lives. The file itself cannot
-// carry it: every save renames a new file over it.
-class FileLock {
- public:
-  explicit FileLock(const std::filesystem::path& file) {
-    std::error_code error;
-    std::filesystem::create_directories(file.parent_path(), error);
-    path_ = file;
-    path_ += ".lock";
-    fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (fd_ < 0) {
-      failure_ = fmt::format("Cannot open {}: {}.", path_.string(), std::strerror(errno));
-      return;
-    }
-    while (::flock(fd_, LOCK_EX) != 0) {
-      if (errno == EINTR) continue;
-      failure_ = fmt::format("Cannot lock {}: {}.", path_.string(), std::strerror(errno));
-      break;
-    }
-  }
-  ~FileLock() {
-    if (fd_ >= 0) ::close(fd_);  // closing drops the lock
-  }
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
-  const std::string& failure() const { return failure_; }
-
- private:
-  std::filesystem::path path_;
-  int fd_ = -1;
-  std::string failure_;
-};
-
-}  // namespace
 
 Result<WorthALook, WorthALook::Failure> WorthALook::update(const std::filesystem::path& file,
                                                            const std::function<void(WorthALook&)>& change,

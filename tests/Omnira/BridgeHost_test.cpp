@@ -88,6 +88,9 @@ TEST_F(BridgeHostTest, ChecksInTheirOrderAndASlidingMinute) {
             "The person has turned off sharing projects and ports with assistants, in Omnira → Settings → "
             "Integrations. Don't work around it; tell them if you need it.");
   EXPECT_EQ(answer(host, json{{"tool", "quit"}, {"arguments", {{"pid", 5}}}})["error"], BridgeHost::kCannotQuitYet);
+  host.applySettings(settings(R"({"bridgeActionsEnabled": false})"));
+  EXPECT_EQ(answer(host, json{{"tool", "quit"}})["error"], BridgeHost::kActionsOff);
+  // With quit requests in place they decide, and log, whatever comes.
   json handed;
   host.setQuitHandler([&](const std::string& tool, const json& arguments, int32_t, auto reply) {
     handed = {{"tool", tool}, {"arguments", arguments}};
@@ -95,8 +98,6 @@ TEST_F(BridgeHostTest, ChecksInTheirOrderAndASlidingMinute) {
   });
   EXPECT_EQ(answer(host, json{{"tool", "stop_process"}, {"arguments", {{"pid", 5}}}})["result"], "asked");
   EXPECT_EQ(handed["tool"], "stop_process");
-  host.applySettings(settings(R"({"bridgeActionsEnabled": false})"));
-  EXPECT_EQ(answer(host, json{{"tool", "quit"}})["error"], BridgeHost::kActionsOff);
 }
 
 TEST_F(BridgeHostTest, TheRunningApplicationAnswersAgentsAndFollowsItsSettings) {

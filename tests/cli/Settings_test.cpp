@@ -40,7 +40,7 @@ TEST_F(SettingsCommand, SetGetListUnset) {
   auto listed = run("list --json", false);
   ASSERT_EQ(listed.status, 0) << listed.out;
   auto rows = nlohmann::json::parse(listed.out);
-  ASSERT_EQ(rows.size(), 32u);
+  ASSERT_EQ(rows.size(), 33u);
   EXPECT_EQ(rows[0]["key"], "refreshSeconds");
   EXPECT_EQ(rows[0]["value"], 1);
   EXPECT_EQ(rows[0]["isDefault"], true);

@@ -1,0 +1,11 @@
+#pragma once
+// Where the desktop's notification service answers on the session bus.
+// https://specifications.freedesktop.org/notification-spec/latest/
+
+namespace omnira::notifications {
+
+inline constexpr const char* service = "org.freedesktop.Notifications";
+inline constexpr const char* path = "/org/freedesktop/Notifications";
+inline constexpr const char* interface = "org.freedesktop.Notifications";
+
+}  // namespace omnira::notifications

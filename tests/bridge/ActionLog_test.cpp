@@ -1,0 +1,90 @@
+// The action log in a real file: what a record keeps, how long and how many, and a file
+// that cannot be read set aside rather than overwritten.
+
+#include "OmniraCore/bridge/ActionLog.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace omnira {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+ActionRecord record(Date at, const char* target) {
+  ActionRecord r;
+  r.id = UUID::random();
+  r.date = at;
+  r.asker = "Claude Code";
+  r.target = target;
+  r.verdict = "safe";
+  r.outcome = ActionRecord::Outcome::quit;
+  r.detail = ActionRecord::Detail{"A tool of yours that nothing else uses.", {"esbuild (52)"}, {5173}, {}, 12.5, {}};
+  return r;
+}
+
+TEST(ActionLog, KeepsThirtyDaysAndFiveHundredAtMost) {
+  const Date now = Date(std::chrono::seconds(1'795'600'000));
+  std::vector<ActionRecord> records;
+  records.push_back(record(now - 31 * 24h, "too old"));
+  records.push_back(record(now - 29 * 24h, "kept"));
+  EXPECT_EQ(ActionRecord::pruned(records, now).size(), 1u);
+  for (int i = 0; i < 600; ++i) records.push_back(record(now - std::chrono::seconds(600 - i), "many"));
+  const auto kept = ActionRecord::pruned(records, now);
+  ASSERT_EQ(kept.size(), 500u);
+  EXPECT_EQ(kept.back().date, now - 1s);  // the newest stay
+  EXPECT_LT(kept.front().date, kept.back().date);
+
+  const auto json = records[1].toJSON();
+  EXPECT_EQ(json["outcome"], "quit");
+  EXPECT_EQ(json["detail"]["memoryMB"], 12.5);
+  EXPECT_EQ(ActionRecord::fromJSON(json).value(), records[1]);
+  auto wrong = json;
+  wrong["outcome"] = "exploded";
+  EXPECT_EQ(ActionRecord::fromJSON(wrong).error().message, "\"outcome\" is not quit, declined, unanswered or refused");
+}
+
+TEST(ActionLog, AnUnreadableLogIsSetAsideNeverOverwritten) {
+  const fs::path folder = fs::temp_directory_path() / ("omnira-actions-" + std::to_string(::getpid()));
+  fs::remove_all(folder);
+  fs::create_directories(folder);
+  const ActionLog log(folder / "requests.json");
+  EXPECT_TRUE(log.read()->records.empty());  // missing: empty
+  const Date now = std::chrono::system_clock::now();
+  ASSERT_TRUE(log.add(record(now - 1min, "node (1)"), now).ok());
+  ASSERT_TRUE(log.add(record(now, "node (2)"), now).ok());
+  ASSERT_EQ(log.read()->records.size(), 2u);
+  struct stat info {};
+  ::stat((folder / "requests.json").c_str(), &info);
+  EXPECT_EQ(info.st_mode & 0777, 0600u) << "what agents asked is the person's alone";
+
+  // Cut short, as by a crash of some other writer: moved aside with its bytes, then a fresh log.
+  const std::string cut = R"([{"id": "3f2a)";
+  std::ofstream(folder / "requests.json") << cut;
+  const auto added = log.add(record(now, "node (3)"), now);
+  ASSERT_TRUE(added.ok());
+  ASSERT_TRUE(added->setAside);
+  EXPECT_NE(added->setAside->find("could not be read"), std::string::npos);
+  EXPECT_EQ(log.read()->records.size(), 1u);
+  int asides = 0;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    if (entry.path().filename().string().starts_with("requests.json.unreadable-")) {
+      ++asides;
+      std::ifstream in(entry.path());
+      EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), cut);
+    }
+  }
+  EXPECT_EQ(asides, 1);
+  ASSERT_TRUE(log.clear().ok());
+  EXPECT_TRUE(log.read()->records.empty());
+  fs::remove_all(folder);
+}
+
+}  // namespace
+}  // namespace omnira
