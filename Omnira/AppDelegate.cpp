@@ -101,7 +101,7 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
 
 QuitRequests::Parts AppDelegate::quitParts() {
   QuitRequests::Parts parts;
-  parts.readings = [this] { return bridge_->readings("quit", std::chrono::system_clock::now()); };
+  parts.readings = [this](int32_t peer) { return bridge_->readings("quit", std::chrono::system_clock::now(), peer); };
   parts.asker = [this](const BridgeReadings& readings, int32_t peer) {
     return bridge_->askerName(readings, peer, std::chrono::system_clock::now());
   };

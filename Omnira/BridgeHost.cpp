@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include <spdlog/spdlog.h>
 
@@ -14,6 +15,7 @@
 #include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/SettingsKeys.h"
+#include "OmniraCore/platform/linux/ProcessChain.h"
 #include "OmniraCore/platform/linux/SleepBlockers.h"
 
 namespace omnira {
@@ -42,6 +44,7 @@ BridgeHost::BridgeHost(Options options, Settings settings, QObject* parent)
     if (!store_) return;
     store_->requestDetails("bridge", {});
     store_->requestContainers("bridge", false);
+    if (std::exchange(watching_, false)) store_->viewerDisappeared();
   });
   stateSave_.setSingleShot(true);
   stateSave_.setInterval(5000);
@@ -125,6 +128,7 @@ void BridgeHost::answer(const json& request, int32_t peer, const std::function<v
   const auto sharing = BridgeSharing::from(settings_);
   if (auto refusal = sharing.refusal(tool, arguments)) return reply(BridgeAnswers::refused(*refusal));
 
+  wantDetails(tool == "containers");
   if (Bridge::isAction(tool)) {
     // The quit handler decides with the person, and logs even what it refuses.
     if (quitHandler_) return quitHandler_(tool, arguments, peer, reply);
@@ -136,7 +140,7 @@ void BridgeHost::answer(const json& request, int32_t peer, const std::function<v
   reply(std::move(answered));
 }
 
-BridgeReadings BridgeHost::readings(const std::string& tool, Date now) {
+BridgeReadings BridgeHost::readings(const std::string& tool, Date now, int32_t peer) {
   const MonitorStore& store = *store_;
   BridgeReadings r;
   r.system = store.system();
@@ -156,30 +160,32 @@ BridgeReadings BridgeHost::readings(const std::string& tool, Date now) {
   r.omniraPIDs = {::getpid()};
   r.historyShared = settings_.boolean(SettingsKeys::bridgeSharesHistory);
   r.hotCelsius = settings_.number(SettingsKeys::insightHotCelsius);
+  for (const auto& [pid, name] : platform::processChain(peer)) r.askerChain.push_back(pid);
   if (tool == "agents") r.agents = agents_.sessions(r.groups, now);
   if (tool == "whats_wrong") r.sleepBlockers = platform::readSleepBlockers();
   return r;
 }
 
 std::string BridgeHost::askerName(const BridgeReadings& r, int32_t peer, Date now) {
-  const auto chain = QuitCheck::ancestors(r.groups, peer);
+  const auto chain = platform::processChain(peer);
   for (const auto& session : agents_.sessions(r.groups, now))
-    if (std::count(chain.begin(), chain.end(), session.pid) > 0) return session.agentName;
-  // No agent above it: the program that started `omnira mcp` or `omnira ask`.
-  for (const auto& g : r.groups)
-    for (const auto& p : g.processes)
-      if (chain.size() > 1 && p.pid == chain[1]) return p.name;
+    for (const auto& [pid, name] : chain)
+      if (pid == session.pid) return session.agentName;
+  // No agent above it: the program that started the client, by its name.
+  for (size_t i = 1; i < chain.size(); ++i)
+    if (chain[i].second != "omnira") return chain[i].second;
   return "An assistant";
 }
 
 BridgeHost::json BridgeHost::run(const std::string& tool, const json& arguments, int32_t peer, Date now) {
-  wantDetails(tool == "containers");
-  return BridgeAnswers::respond(tool, arguments, readings(tool, now), peer, now);
+  return BridgeAnswers::respond(tool, arguments, readings(tool, now, peer), peer, now);
 }
 
 void BridgeHost::wantDetails(bool containers) {
-  // An agent that asks once tends to ask again: projects and ports are scanned on every
-  // tick, and containers measured, while it does.
+  // An agent that asks once tends to ask again, often about what it just started: while it
+  // does, the store samples as for a window with live figures (processes every tick), scans
+  // projects and ports on every tick, and measures containers.
+  if (!std::exchange(watching_, true)) store_->viewerAppeared();
   store_->requestDetails("bridge", {.network = true, .projects = true});
   if (containers) store_->requestContainers("bridge", true);
   detailsWanted_.start(kDetailsMilliseconds);

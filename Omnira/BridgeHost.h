@@ -81,8 +81,8 @@ class BridgeHost : public QObject {
   void answer(const json& request, int32_t peer, const std::function<void(json reply)>& reply);
 
   // The store's readings as the tools see them; `tool` adds what only it needs (agent
-  // sessions, sleep blockers). Needs an attached store.
-  BridgeReadings readings(const std::string& tool, Date now);
+  // sessions, sleep blockers), `peer` the asking process's chain. Needs an attached store.
+  BridgeReadings readings(const std::string& tool, Date now, int32_t peer);
   // Who is asking: the agent whose session holds the peer, else the program above it.
   std::string askerName(const BridgeReadings& readings, int32_t peer, Date now);
 
@@ -105,6 +105,7 @@ class BridgeHost : public QObject {
   QuitHandler quitHandler_;
   AgentSessions agents_;
   QTimer detailsWanted_;  // withdraws the details the bridge asked the store for
+  bool watching_ = false;  // counted among the store's viewers
   QTimer stateSave_;      // lastAsked reaches the state file at most every few seconds
 };
 

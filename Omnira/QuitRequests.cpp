@@ -236,7 +236,7 @@ std::optional<std::string> QuitRequests::resolve(const std::string& tool, const 
 }
 
 void QuitRequests::handle(const std::string& tool, const json& arguments, int32_t peer, Reply reply) {
-  const BridgeReadings readings = parts_.readings();
+  const BridgeReadings readings = parts_.readings(peer);
   const std::string asker = parts_.asker ? parts_.asker(readings, peer) : std::string("An assistant");
   auto target = std::make_shared<Target>();
   const json args = arguments.is_object() ? arguments : json::object();

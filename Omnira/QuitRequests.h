@@ -66,7 +66,7 @@ class QuitRequests : public QObject {
 
   struct Parts {
     // The store's readings when a request comes; `peer` is the asking connection's pid.
-    std::function<BridgeReadings()> readings;
+    std::function<BridgeReadings(int32_t peer)> readings;
     // Who asks, by name, from the peer's process chain ("Claude Code").
     std::function<std::string(const BridgeReadings&, int32_t peer)> asker;
     std::shared_ptr<ProcessActions> actions;

@@ -46,6 +46,8 @@ struct BridgeReadings {
   std::string systemName = "Linux";
   uint32_t personUID = 0;
   std::vector<int32_t> omniraPIDs;
+  // The asking process and its parents, read when the question came: never to be quit.
+  std::vector<int32_t> askerChain;
   bool historyShared = true;  // app_details leaves its history part out otherwise
   double hotCelsius = 90;     // the person's hot limit
 
@@ -56,7 +58,7 @@ struct BridgeReadings {
     context.ports = ports;
     context.personUID = personUID;
     context.omniraPIDs = omniraPIDs;
-    context.askerChain = QuitCheck::ancestors(groups, asker);
+    context.askerChain = askerChain.empty() ? QuitCheck::ancestors(groups, asker) : askerChain;
     context.containers = containers;
     context.systemName = systemName;
     return context;

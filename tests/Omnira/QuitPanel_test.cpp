@@ -85,7 +85,7 @@ TEST(QuitPanel, AChildQuitsAfterAYesAndAnotherSurvivesANo) {
   host.attach(&store);
   host.applySettings(settings);
   QuitRequests::Parts parts;
-  parts.readings = [&] { return host.readings("quit", std::chrono::system_clock::now()); };
+  parts.readings = [&](int32_t peer) { return host.readings("quit", std::chrono::system_clock::now(), peer); };
   parts.asker = [&](const BridgeReadings& r, int32_t peer) { return host.askerName(r, peer, std::chrono::system_clock::now()); };
   parts.actions = std::make_shared<ProcessActions>();
   parts.panel = [] { return std::make_unique<QuitRequestWindow>(); };

@@ -109,7 +109,7 @@ class QuitRequestsTest : public ::testing::Test {
     shared_ = std::make_shared<FakePanel::Shared>();
 
     QuitRequests::Parts parts;
-    parts.readings = [this] { return readings_; };
+    parts.readings = [this](int32_t) { return readings_; };
     parts.asker = [](const BridgeReadings&, int32_t) { return std::string("Claude Code"); };
     parts.actions = actions_;
     parts.panel = [this]() -> std::unique_ptr<QuitRequestPanel> {

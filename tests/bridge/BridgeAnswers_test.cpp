@@ -164,8 +164,13 @@ TEST(BridgeAnswers, CanQuitSaysWhatToDoWithTheVerdicts) {
   EXPECT_EQ(ask("can_quit", {{"project", "api"}})["result"]["summary"],
             "Nothing of the person's is running in a project folder called “api”.");
   EXPECT_EQ(ask("can_quit", {{"port", 9999}})["result"]["summary"], "Nothing of the person's is running on port 9999.");
-  // The asking assistant's own chain is never to be quit.
+  // The asking assistant's own chain is never to be quit, found through the sample or, for a
+  // client newer than it, as read when the question came.
   EXPECT_EQ(ask("can_quit", {{"pid", 20}}, readings(), 21)["result"]["verdicts"][0]["verdict"], "do_not");
+  auto r = readings();
+  r.askerChain = {9999, 30};
+  EXPECT_EQ(ask("can_quit", {{"pid", 30}}, r, 9999)["result"]["verdicts"][0]["reason"],
+            "thunderbird (30) runs the assistant that is asking: quitting it would end the session.");
 }
 
 TEST(BridgeAnswers, HistoryFromTheReadingsAndTheAppRows) {

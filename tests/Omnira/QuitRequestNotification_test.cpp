@@ -1,0 +1,75 @@
+// Asking the person through a notification, on a D-Bus of the test's own: the request with
+// its two actions, the person's click on one, and a notification closed without one.
+
+#include "Omnira/QuitRequestNotification.h"
+
+#include <gtest/gtest.h>
+
+#include <QElapsedTimer>
+
+#include "tests/Omnira/NotificationBus.h"
+#include "tests/Omnira/QtTestApp.h"
+
+namespace omnira {
+namespace {
+
+template <class Done>
+bool pump(Done done) {
+  QElapsedTimer waited;
+  waited.start();
+  while (!done() && waited.elapsed() < 5000) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+  return done();
+}
+
+void emitSignal(QDBusConnection& bus, const char* name, const QList<QVariant>& arguments) {
+  auto signal = QDBusMessage::createSignal("/org/freedesktop/Notifications", "org.freedesktop.Notifications", name);
+  signal.setArguments(arguments);
+  bus.send(signal);
+}
+
+TEST(QuitRequestNotification, AsksWithTwoActionsAndHearsTheClickOrNothing) {
+  testing::qtTestApp();
+  PrivateBus bus;
+  ASSERT_TRUE(bus.failure().empty()) << bus.failure();
+  auto serviceBus = QDBusConnection::connectToBus(bus.address(), "omnira-quit-service");
+  auto askerBus = QDBusConnection::connectToBus(bus.address(), "omnira-quit-asker");
+  EXPECT_FALSE(QuitRequestNotification::available(askerBus));
+  NotificationService service;
+  ASSERT_TRUE(serviceBus.registerVirtualObject("/org/freedesktop/Notifications", &service));
+  ASSERT_TRUE(serviceBus.registerService("org.freedesktop.Notifications"));
+  EXPECT_TRUE(QuitRequestNotification::available(askerBus));
+
+  {
+    QuitRequestNotification panel(askerBus);
+    QuitPlan plan{"Claude Code", "node (4242)", true, "A tool of yours that nothing else uses.", {"esbuild (4243)"}, 120, 0,
+                  std::nullopt, false};
+    std::optional<QuitAnswer> answer;
+    panel.ask(plan, [&](QuitAnswer a) { answer = a; });
+    ASSERT_TRUE(pump([&] { return service.received().size() == 1; }));
+    const auto sent = service.received()[0];
+    EXPECT_EQ(sent.summary, "Claude Code asks to quit node (4242)");
+    EXPECT_EQ(sent.actions, (QStringList{"quit", "Quit", "keep", "Don't Quit"}));
+    EXPECT_TRUE(sent.body.contains("Also stops: esbuild (4243)."));
+    EXPECT_TRUE(sent.body.contains("No answer in a minute counts as no."));
+    // Someone else's notification is not ours to answer.
+    emitSignal(serviceBus, "ActionInvoked", {7u, QString("quit")});
+    emitSignal(serviceBus, "ActionInvoked", {1u, QString("quit")});
+    ASSERT_TRUE(pump([&] { return answer.has_value(); }));
+    EXPECT_EQ(*answer, QuitAnswer::quit);
+
+    answer.reset();
+    plan.force = true;
+    panel.ask(plan, [&](QuitAnswer a) { answer = a; });
+    ASSERT_TRUE(pump([&] { return service.received().size() == 2; }));
+    EXPECT_EQ(service.received()[1].actions[1], "Force Quit");
+    EXPECT_TRUE(service.received()[1].body.contains("Force quitting ends it at once."));
+    emitSignal(serviceBus, "NotificationClosed", {2u, 1u});  // it expired: nobody answered
+    ASSERT_TRUE(pump([&] { return answer.has_value(); }));
+    EXPECT_EQ(*answer, QuitAnswer::none);
+  }
+  QDBusConnection::disconnectFromBus("omnira-quit-service");
+  QDBusConnection::disconnectFromBus("omnira-quit-asker");
+}
+
+}  // namespace
+}  // namespace omnira

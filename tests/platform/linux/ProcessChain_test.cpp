@@ -1,0 +1,43 @@
+// A process's chain of parents from a /proc tree of the test's own: names with spaces and
+// parentheses, a stat file cut short, and a loop that must not spin.
+
+#include "OmniraCore/platform/linux/ProcessChain.h"
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace omnira::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(ProcessChain, WalksUpToTheFirstParentThatCannotBeRead) {
+  const fs::path root = fs::temp_directory_path() / ("omnira-chain-" + std::to_string(::getpid()));
+  fs::remove_all(root);
+  const auto stat = [&](int pid, const std::string& text) {
+    fs::create_directories(root / std::to_string(pid));
+    std::ofstream(root / std::to_string(pid) / "stat") << text;
+  };
+  const std::string rest = " 1 1 0 -1 4194304 90 0 0 0 1 0 0 0 20 0 1 0 5000 0 0\n";
+  stat(400, "400 (omnira) S 300" + rest);
+  stat(300, "300 (node (MCP) x) S 200" + rest);
+  stat(200, "200 (claude) S 100" + rest);
+  stat(100, "100 (bash) S");  // cut short: the chain ends above it
+  const auto chain = processChain(400, root);
+  ASSERT_EQ(chain.size(), 3u);
+  EXPECT_EQ(chain[1], (std::pair<int32_t, std::string>{300, "node (MCP) x"}));
+  EXPECT_EQ(chain[2].second, "claude");
+  stat(500, "500 (a) S 600" + rest);
+  stat(600, "600 (b) S 500" + rest);
+  EXPECT_EQ(processChain(500, root).size(), 2u);
+  EXPECT_TRUE(processChain(1, root).empty());
+  EXPECT_TRUE(processChain(999, root).empty());
+  fs::remove_all(root);
+}
+
+}  // namespace
+}  // namespace omnira::platform
