@@ -463,7 +463,12 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::record(const SystemSampl
       const auto memory = static_cast<int64_t>(std::min<uint64_t>(group.memoryBytes(), INT64_MAX));
       const double cpuSeconds = group.cpuPercent() / 100.0 * dt;
       const double energy = countsEnergy ? group.energyJoules() : 0;
-      const int64_t bytes[4] = {bytesOver(group.networkInBytesPerSec(), dt), bytesOver(group.networkOutBytesPerSec(), dt),
+      // Network as measured, on the tick that measured it: carried rates would book a step's
+      // bytes over the ticks after it and lose what falls after the app's last tick.
+      const auto counted = [&](uint64_t measured) {
+        return countsEnergy ? static_cast<int64_t>(std::min<uint64_t>(measured, INT64_MAX)) : int64_t{0};
+      };
+      const int64_t bytes[4] = {counted(group.networkBytesIn()), counted(group.networkBytesOut()),
                                 bytesOver(group.diskReadBytesPerSec(), dt), bytesOver(group.diskWriteBytesPerSec(), dt)};
       for (size_t i = 0; i < 2; ++i) {
         auto [found, inserted] = openApps_[i].rows.try_emplace(group.id);

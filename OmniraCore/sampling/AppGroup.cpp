@@ -24,6 +24,8 @@ double AppGroup::energyJoules() const { return sum(processes, &ProcessSample::en
 double AppGroup::diskReadBytesPerSec() const { return sum(processes, &ProcessSample::diskReadBytesPerSec); }
 double AppGroup::diskWriteBytesPerSec() const { return sum(processes, &ProcessSample::diskWriteBytesPerSec); }
 double AppGroup::networkInBytesPerSec() const { return sum(processes, &ProcessSample::networkInBytesPerSec); }
+uint64_t AppGroup::networkBytesIn() const { return sum(processes, &ProcessSample::networkBytesIn); }
+uint64_t AppGroup::networkBytesOut() const { return sum(processes, &ProcessSample::networkBytesOut); }
 double AppGroup::networkOutBytesPerSec() const { return sum(processes, &ProcessSample::networkOutBytesPerSec); }
 double AppGroup::idleWakeupsPerSec() const { return sum(processes, &ProcessSample::idleWakeupsPerSec); }
 double AppGroup::gpuPercent() const { return sum(processes, &ProcessSample::gpuPercent); }

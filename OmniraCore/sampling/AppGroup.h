@@ -37,6 +37,8 @@ struct AppGroup {
   double diskWriteBytesPerSec() const;
   double networkInBytesPerSec() const;
   double networkOutBytesPerSec() const;
+  uint64_t networkBytesIn() const;   // measured this sample (ProcessSample::networkBytesIn)
+  uint64_t networkBytesOut() const;
   double idleWakeupsPerSec() const;
   double gpuPercent() const;
 

@@ -39,6 +39,10 @@ struct ProcessSample {
   double gpuPercent = 0;
   double networkInBytesPerSec = 0;
   double networkOutBytesPerSec = 0;
+  // The bytes this sample measured: a network step's whole count on the tick that took it,
+  // 0 on the ticks between, whose rates are carried for showing. What the history books.
+  uint64_t networkBytesIn = 0;
+  uint64_t networkBytesOut = 0;
   // Every figure could be read this tick, disk counters included; false for another
   // user's process, whose CPU and memory are read but whose disk counters are not ours.
   bool hasMetrics = false;

@@ -387,6 +387,8 @@ void ProcessSampler::measureNetwork(std::vector<ProcessSample>& samples, const s
     if (bytes == moved.end()) continue;
     s.networkInBytesPerSec = static_cast<double>(bytes->second.in) / interval;
     s.networkOutBytesPerSec = static_cast<double>(bytes->second.out) / interval;
+    s.networkBytesIn = bytes->second.in;
+    s.networkBytesOut = bytes->second.out;
   }
 }
 

@@ -69,7 +69,7 @@ TEST(SnapshotCommand, JSONDescribesThisMachineAndItsApps) {
     EXPECT_TRUE(kind == "app" || kind == "system" || kind == "other") << kind;
     sawSystem = sawSystem || (id == "system" && kind == "system");
     EXPECT_TRUE(id == "system" || id.starts_with("/") || id.starts_with("exec:") || id.starts_with("name:") ||
-                id.starts_with("clone:"))
+                id.starts_with("clone:") || id.starts_with("container:"))
         << id;
     const uint64_t memory = group.at("memoryBytes").get<uint64_t>();
     EXPECT_LE(memory, previousMemory) << "groups are sorted by memory, largest first";

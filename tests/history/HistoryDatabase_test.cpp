@@ -106,7 +106,7 @@ TEST_F(HistoryDatabaseFile, TicksFoldIntoTheOpenPeriodsWeightedByTheirInterval) 
     EXPECT_DOUBLE_EQ(a.memoryByteSeconds, 100 * 5 + 300 * 5 + 200 * 10);
     EXPECT_EQ(a.peakMemoryBytes, 300);
     EXPECT_DOUBLE_EQ(a.energyJoules, 6);
-    EXPECT_EQ(a.networkBytesIn, 2000);
+    EXPECT_EQ(a.networkBytesIn, 3 * 700);  // as the network steps counted it, not rate × seconds
     EXPECT_EQ(a.diskBytesWritten, 1000);
     EXPECT_EQ(a.kind, "app");
     EXPECT_EQ(a.bundlePath, "a");

@@ -109,6 +109,7 @@ inline AppGroup app(const std::string& id, const std::string& name, double cpuPe
   process.memoryBytes = memory;
   process.energyJoules = energy;
   process.networkInBytesPerSec = 100;
+  process.networkBytesIn = 700;  // what the tick's network step counted
   process.diskWriteBytesPerSec = 50;
   return AppGroup(id, name, GroupKind::app, id, {process});
 }
