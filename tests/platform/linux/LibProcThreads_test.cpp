@@ -103,8 +103,11 @@ TEST(LibProcThreads, AWorkerBehindAnIdleMainThreadReadsAsBusyEveryTick) {
   WorkerChild child(WorkerChild::Work::spin);
   ASSERT_TRUE(child.waitUntilReady());
   ProcessSampler sampler(std::make_unique<LibProc>());
+  // The sampler reads the worker's clock somewhere within each sample() call, so each of its
+  // readings lies between the test's readings just before and just after the call.
+  double previousFrom = child.cpuSeconds();
   (void)sampler.sample();
-  double before = child.cpuSeconds();
+  double previousTo = child.cpuSeconds();
   // stat counts whole clock ticks of each of user and system time.
   const double slack = 2.0 / static_cast<double>(::sysconf(_SC_CLK_TCK)) + 0.005;
   for (int tick = 1; tick <= 8; ++tick) {
@@ -119,9 +122,10 @@ TEST(LibProcThreads, AWorkerBehindAnIdleMainThreadReadsAsBusyEveryTick) {
     // runs: never 0 now and several ticks' worth later.
     const double used = static_cast<double>(s->delta.cpuNanoseconds) / 1e9;
     EXPECT_GT(s->cpuPercent, 0);
-    EXPECT_GE(used, from - before - slack);
-    EXPECT_LE(used, to - before + slack);
-    before = to;
+    EXPECT_GE(used, from - previousTo - slack);
+    EXPECT_LE(used, to - previousFrom + slack);
+    previousFrom = from;
+    previousTo = to;
   }
 }
 
