@@ -144,6 +144,7 @@ BridgeReadings BridgeHost::readings(const std::string& tool, Date now, int32_t p
   const MonitorStore& store = *store_;
   BridgeReadings r;
   r.system = store.system();
+  r.sensors = store.sensors();
   r.groups = store.allGroups();
   r.groupsAt = store.groupsAt();
   r.projects = store.projects();

@@ -168,7 +168,9 @@ void MonitorStore::step() {
       ProcessDetails details;
       if (next.includeProcesses)
         details = SamplingSchedule::details(processDetails_, now, lastNetworkDetailsAt_, lastProjectScanAt_, onBattery());
-      send({0, false, next.includeProcesses, details, false});
+      SamplingRequest request{0, false, next.includeProcesses, details, false};
+      request.peripherals = wantsPeripherals(now);
+      send(request);
       break;
     }
     case SamplingLoop::Step::Kind::end:
@@ -225,15 +227,26 @@ void MonitorStore::refresh(const SamplingResult& result) {
   followHistory();
   publishSystem(sample, at);
 
-  // Strain: no temperature sensors are read yet, so the temperature test stays off.
+  publishSensors(result, at);
+
+  // Strain judges the CPU's temperature, else the hottest sensor's, as the hot insight does.
   const double hotCelsius = settings_.number(SettingsKeys::insightHotCelsius);
-  if (strainTracker_.note(Strain::kinds(sample, std::nullopt, hotCelsius), at) &&
+  std::optional<double> celsius;
+  if (thermal_) celsius = thermal_->cpuCelsius ? thermal_->cpuCelsius : thermal_->hottestCelsius;
+  if (strainTracker_.note(Strain::kinds(sample, celsius, hotCelsius), at) &&
       assign(strainSince_, strainTracker_.since())) {
     emit strainSinceChanged();
     saveInsights();  // `omnira insights` and `omnira snapshot` show it from there
   }
   if (history_) {
-    if (auto row = readings_.record(sample, ReadingsRecorder::Tick{}, at)) {
+    ReadingsRecorder::Tick tick;
+    if (result.sensors) {
+      tick.thermal = result.sensors->thermal();
+      tick.thermalState = ReadingsRecorder::thermalState(*result.sensors);
+      tick.powerWatts = result.sensors->systemWatts;
+      tick.neuralEngineLoad = result.sensors->npuBusy();
+    }
+    if (auto row = readings_.record(sample, tick, at)) {
       if (auto written = history_->writeReading(*row); !written)
         spdlog::warn("Could not write readings: {}", written.error().message);
     }
@@ -317,6 +330,45 @@ void MonitorStore::receivedContainers(const ContainerSnapshot& snapshot) {
   containers_.nameGroups(allGroups_);
   listGroups();
   publishProjects(/*scanned=*/false, std::chrono::system_clock::now());
+}
+
+void MonitorStore::publishSensors(const SamplingResult& result, Date at) {
+  if (result.peripherals) {
+    peripheralsAt_ = at;
+    if (assign(peripherals_, *result.peripherals)) emit peripheralsChanged();
+  }
+  if (!result.sensors) return;
+  const SensorSample& sensors = *result.sensors;
+  if (assign(hasTemperature_, OptionalFlag(sensors.hasTemperature()))) emit hasTemperatureChanged();
+  if (assign(hasSystemPower_, OptionalFlag(sensors.systemWatts.has_value()))) emit hasSystemPowerChanged();
+  if (assign(thermal_, sensors.thermal())) emit thermalChanged();
+  if (assign(sensors_, OptionalSensorSample(sensors))) emit sensorsChanged();
+
+  // The rings keep as many points as the system chart.
+  const size_t limit = static_cast<size_t>(std::max(1, HistorySpans::samples(historySpan(), refreshSetting())));
+  auto keep = [limit](auto& ring) {
+    if (ring.size() > limit) ring.erase(ring.begin(), ring.end() - static_cast<ptrdiff_t>(limit));
+  };
+  if (thermal_) {
+    thermalHistory_.push_back(*thermal_);
+    keep(thermalHistory_);
+    emit thermalHistoryChanged();
+  }
+  if (sensors.systemWatts) {
+    powerHistory_.push_back(*sensors.systemWatts);
+    keep(powerHistory_);
+    emit powerHistoryChanged();
+  }
+}
+
+bool MonitorStore::wantsPeripherals(Date at) const {
+  if (peripheralRequests_.empty()) return false;
+  return !peripheralsAt_ || std::chrono::duration<double>(at - *peripheralsAt_).count() >= SamplingSchedule::peripheralSeconds;
+}
+
+void MonitorStore::requestPeripherals(const std::string& requester, bool wanted) {
+  if (wanted) peripheralRequests_.insert(requester);
+  else peripheralRequests_.erase(requester);
 }
 
 void MonitorStore::publishSystem(const SystemSample& sample, Date at) {
@@ -406,7 +458,11 @@ void MonitorStore::runInsights(const SystemSample& sample, Date at) {
   insightEngine_.limits = SettingsKeys::appLimits(settings_);
   insightEngine_.muted = SettingsKeys::mutedApps(settings_);
 
-  auto fresh = insightEngine_.ingest(allGroups_, sample, std::nullopt, idleServers_, std::nullopt, std::nullopt, at);
+  // No Linux interface tells which process uses the NPU, so the busy insight names none.
+  std::optional<NeuralEngineHolder> npu;
+  if (sensors_)
+    if (auto busy = sensors_->npuBusy()) npu = NeuralEngineHolder{*busy, std::nullopt};
+  auto fresh = insightEngine_.ingest(allGroups_, sample, std::nullopt, idleServers_, thermal_, npu, at);
   noteInsights(fresh);
 }
 

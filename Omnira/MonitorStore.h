@@ -49,6 +49,9 @@
 #include "OmniraCore/sampling/AppGroup.h"
 #include "OmniraCore/sampling/ProcessDetails.h"
 #include "OmniraCore/sampling/SystemSample.h"
+#include "OmniraCore/sensors/PeripheralBattery.h"
+#include "OmniraCore/sensors/SensorSample.h"
+#include "OmniraCore/sensors/ThermalSample.h"
 
 namespace omnira {
 
@@ -57,6 +60,11 @@ using SystemSamples = std::vector<SystemSample>;
 using AppGroups = std::vector<AppGroup>;
 using GroupHistory = std::map<std::string, std::vector<GroupPoint>>;
 using Insights = std::vector<Insight>;
+using OptionalSensorSample = std::optional<SensorSample>;
+using OptionalThermalSample = std::optional<ThermalSample>;
+using ThermalSamples = std::vector<ThermalSample>;
+using PowerHistory = std::vector<double>;
+using PeripheralBatteries = std::vector<PeripheralBattery>;
 using InsightIDs = std::set<UUID>;
 using OptionalFlag = std::optional<bool>;
 using Projects = std::vector<Project>;
@@ -80,6 +88,16 @@ class MonitorStore : public QObject {
   Q_PROPERTY(omnira::OptionalFlag hasGPUReading READ hasGPUReading NOTIFY hasGPUReadingChanged)
   Q_PROPERTY(omnira::OptionalFlag hasNeuralEngine READ hasNeuralEngine NOTIFY hasNeuralEngineChanged)
   Q_PROPERTY(omnira::OptionalFlag hasBattery READ hasBattery NOTIFY hasBatteryChanged)
+  Q_PROPERTY(omnira::OptionalFlag hasTemperature READ hasTemperature NOTIFY hasTemperatureChanged)
+  Q_PROPERTY(omnira::OptionalFlag hasSystemPower READ hasSystemPower NOTIFY hasSystemPowerChanged)
+  // Every sensor of the last tick; the thermal part of it, and live rings of both.
+  Q_PROPERTY(omnira::OptionalSensorSample sensors READ sensors NOTIFY sensorsChanged)
+  Q_PROPERTY(omnira::OptionalThermalSample thermal READ thermal NOTIFY thermalChanged)
+  Q_PROPERTY(omnira::ThermalSamples thermalHistory READ thermalHistory NOTIFY thermalHistoryChanged)
+  Q_PROPERTY(omnira::PowerHistory powerHistory READ powerHistory NOTIFY powerHistoryChanged)
+  // Batteries of mice, keyboards and headsets: read at most every 10 s, and only while
+  // something asked for them (requestPeripherals).
+  Q_PROPERTY(omnira::PeripheralBatteries peripherals READ peripherals NOTIFY peripheralsChanged)
   Q_PROPERTY(omnira::StrainSince strainSince READ strainSince NOTIFY strainSinceChanged)
   Q_PROPERTY(omnira::ProcessDetails processDetails READ processDetails NOTIFY processDetailsChanged)
   Q_PROPERTY(omnira::ProcessDetails measuredDetails READ measuredDetails NOTIFY measuredDetailsChanged)
@@ -137,6 +155,15 @@ class MonitorStore : public QObject {
   OptionalFlag hasGPUReading() const { return hasGPUReading_; }
   OptionalFlag hasNeuralEngine() const { return hasNeuralEngine_; }
   OptionalFlag hasBattery() const { return hasBattery_; }
+  OptionalFlag hasTemperature() const { return hasTemperature_; }
+  OptionalFlag hasSystemPower() const { return hasSystemPower_; }
+  const OptionalSensorSample& sensors() const { return sensors_; }
+  const OptionalThermalSample& thermal() const { return thermal_; }
+  const ThermalSamples& thermalHistory() const { return thermalHistory_; }
+  const PowerHistory& powerHistory() const { return powerHistory_; }
+  const PeripheralBatteries& peripherals() const { return peripherals_; }
+  // Peripheral batteries are read while at least one requester wants them.
+  void requestPeripherals(const std::string& requester, bool wanted);
   const StrainSince& strainSince() const { return strainSince_; }
   ProcessDetails processDetails() const { return processDetails_; }
   ProcessDetails measuredDetails() const { return measuredDetails_; }
@@ -199,6 +226,13 @@ class MonitorStore : public QObject {
   void hasGPUReadingChanged();
   void hasNeuralEngineChanged();
   void hasBatteryChanged();
+  void hasTemperatureChanged();
+  void hasSystemPowerChanged();
+  void sensorsChanged();
+  void thermalChanged();
+  void thermalHistoryChanged();
+  void powerHistoryChanged();
+  void peripheralsChanged();
   void strainSinceChanged();
   void processDetailsChanged();
   void measuredDetailsChanged();
@@ -216,6 +250,8 @@ class MonitorStore : public QObject {
   void refresh(const SamplingResult& result);
   void resumed(double sleptSeconds);
   void publishSystem(const SystemSample& sample, Date at);
+  void publishSensors(const SamplingResult& result, Date at);
+  bool wantsPeripherals(Date at) const;
   void publishGroups(std::vector<AppGroup> groups, Date at);
   // After a project scan (`scanned`), or when the containers changed.
   void publishProjects(bool scanned, Date at);
@@ -254,7 +290,14 @@ class MonitorStore : public QObject {
   std::vector<Insight> unsavedInsights_;  // raised but not yet in the file
   std::unique_ptr<SavedFileWatcher> insightsWatcher_;
   bool powerIsEstimated_ = false;
-  OptionalFlag hasGPUReading_, hasNeuralEngine_, hasBattery_;
+  OptionalFlag hasGPUReading_, hasNeuralEngine_, hasBattery_, hasTemperature_, hasSystemPower_;
+  OptionalSensorSample sensors_;
+  OptionalThermalSample thermal_;
+  ThermalSamples thermalHistory_;
+  PowerHistory powerHistory_;
+  PeripheralBatteries peripherals_;
+  std::set<std::string> peripheralRequests_;
+  std::optional<Date> peripheralsAt_;
   StrainSince strainSince_;
   StrainTracker strainTracker_;
   InsightEngine insightEngine_;

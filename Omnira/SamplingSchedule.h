@@ -35,6 +35,7 @@ struct SamplingSchedule {
   static constexpr double networkDetailsForcedBattery = 120;
   static constexpr double projectScanSpacing = 120;
   static constexpr double ledgerPublishSpacing = 15;
+  static constexpr double peripheralSeconds = 10;  // batteries of mice and headsets change slowly
   static constexpr double ledgerSaveMains = 120;
   static constexpr double ledgerSaveBattery = 600;
   static constexpr double containerSpacing = 10;

@@ -24,6 +24,7 @@ void SamplingWorker::ensureParts() {
   if (!system_) system_ = parts_.system();
   if (!processes_) processes_ = parts_.processes();
   if (!grouper_) grouper_ = parts_.grouper();
+  if (!sensors_ && parts_.sensors) sensors_ = parts_.sensors();
 }
 
 void SamplingWorker::sample(const SamplingRequest& request) {
@@ -36,9 +37,19 @@ void SamplingWorker::sample(const SamplingRequest& request) {
   if (request.prime) {
     (void)system_->sample();
     (void)processes_->sample();
+    if (sensors_) (void)sensors_->sample(std::nullopt);
     result.primed = true;
   } else {
     result.system = system_->sample();
+    if (sensors_) {
+      result.sensors = sensors_->sample(result.system.battery);
+      // The system sample carries the GPU and NPU figures, as on machines where the
+      // system's own counters give them, so history and strain need not know sensors.
+      result.system.gpuUtilization = result.sensors->gpuBusy();
+      result.system.gpuMemoryBytes = result.sensors->gpuMemoryBytes();
+      if (auto npu = result.sensors->npuBusy()) result.system.neuralEngineActive = *npu >= SensorSample::npuActiveShare;
+      if (request.peripherals) result.peripherals = sensors_->peripherals();
+    }
     if (request.includeProcesses) {
       auto samples = processes_->sample(request.details);
       result.measured = processes_->measuredDetails();

@@ -22,6 +22,7 @@
 #include "OmniraCore/sampling/ProcessDetails.h"
 #include "OmniraCore/sampling/ProcessSampler.h"
 #include "OmniraCore/sampling/SystemSampler.h"
+#include "OmniraCore/sensors/Sensors.h"
 
 namespace omnira {
 
@@ -32,6 +33,8 @@ struct SamplingParts {
   std::function<std::unique_ptr<AppGrouper>()> grouper;
   // Built on the container thread instead (ContainerWorker).
   std::function<std::unique_ptr<ContainerSampler>()> containers;
+  // Empty: no sensors are read.
+  std::function<std::unique_ptr<Sensors>()> sensors;
 
   static SamplingParts thisMachine();
 };
@@ -42,6 +45,7 @@ struct SamplingRequest {
   bool includeProcesses = false;
   ProcessDetails details;
   bool reloadApps = false;  // installed applications changed
+  bool peripherals = false;  // read the batteries of mice, keyboards and headsets too
   // The store's last look at the engines: names container groups and published ports.
   ContainerSnapshot containers;
 };
@@ -51,6 +55,10 @@ struct SamplingResult {
   bool primed = false;
   Date at{};
   SystemSample system;
+  // Absent while priming or without sensors; an empty sample on a machine without any.
+  std::optional<SensorSample> sensors;
+  // Present when asked for.
+  std::optional<std::vector<PeripheralBattery>> peripherals;
   // Present when processes were sampled this time.
   std::optional<std::vector<AppGroup>> groups;
   // Of the details asked for, those the sample really filled.
@@ -87,6 +95,7 @@ class SamplingWorker : public QObject {
   std::unique_ptr<SystemSampler> system_;
   std::unique_ptr<ProcessSampler> processes_;
   std::unique_ptr<AppGrouper> grouper_;
+  std::unique_ptr<Sensors> sensors_;
 };
 
 }  // namespace omnira

@@ -9,8 +9,10 @@ namespace omnira::cli {
 Snapshot takeSnapshot(bool projects) {
   auto system = platform::makeSystemSampler();
   auto processes = platform::makeProcessSampler();
+  auto sensors = platform::makeSensors();
   // The grouper scans desktop entries while the samplers' baselines age.
   (void)system->sample();
+  (void)sensors->sample(std::nullopt);
   // Network rates are the sockets' bytes between the two samples.
   const ProcessSampler::Details details{.network = true, .projects = projects};
   (void)processes->sample(details);
@@ -20,6 +22,9 @@ Snapshot takeSnapshot(bool projects) {
 
   Snapshot snap;
   snap.system = system->sample();
+  snap.sensors = sensors->sample(snap.system.battery);
+  snap.system.gpuUtilization = snap.sensors.gpuBusy();
+  snap.system.gpuMemoryBytes = snap.sensors.gpuMemoryBytes();
   auto samples = processes->sample(details);
   snap.unmeasuredProcesses = processes->unmeasuredCount();
   snap.processesWithoutDisk = processes->withoutDiskCount();

@@ -11,11 +11,13 @@
 #include "OmniraCore/sampling/ProcessNetwork.h"
 #include "OmniraCore/sampling/TCPSocket.h"
 #include "OmniraCore/sampling/SystemSample.h"
+#include "OmniraCore/sensors/SensorSample.h"
 
 namespace omnira::cli {
 
 struct Snapshot {
   SystemSample system;
+  SensorSample sensors;  // over the same second as the system sample
   std::vector<AppGroup> groups;  // sorted by memory, largest first
   // Left out: their figures could not be read at all.
   size_t unmeasuredProcesses = 0;
@@ -31,7 +33,7 @@ struct Snapshot {
 // measured; `projects` adds the processes' project folders and listening ports.
 Snapshot takeSnapshot(bool projects = false);
 
-// {"system": <sample as persisted>, "strain": {"memory": "<since>"}, "groups": [...]}
+// {"system": <sample as persisted>, "sensors": {...}, "strain": {"memory": "<since>"}, "groups": [...]}
 nlohmann::ordered_json snapshotJSON(const Snapshot& snapshot);
 // What a person reads at a glance; `topApps` rows of apps at most.
 std::string snapshotText(const Snapshot& snapshot, size_t topApps);

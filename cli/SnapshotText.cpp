@@ -1,10 +1,12 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <unistd.h>
 
 #include <algorithm>
 
 #include "OmniraCore/foundation/Date.h"
+#include "OmniraCore/foundation/SystemText.h"
 #include "cli/Format.h"
 #include "cli/Snapshot.h"
 
@@ -22,6 +24,28 @@ std::string batteryLine(const BatterySample& b) {
   if (b.healthFraction) line += fmt::format(", health {}", percent(*b.healthFraction));
   if (b.cycleCount) line += fmt::format(", {} cycles", *b.cycleCount);
   return line;
+}
+
+std::string heatLine(const SensorSample& sensors) {
+  if (!sensors.hasTemperature() && sensors.fans.empty()) return "no sensors";
+  std::vector<std::string> parts;
+  if (sensors.cpuCelsius) parts.push_back(fmt::format("CPU {:.0f} °C", *sensors.cpuCelsius));
+  if (sensors.hottestCelsius)
+    parts.push_back(fmt::format("hottest {:.0f} °C ({})", *sensors.hottestCelsius, shownText(sensors.hottestName)));
+  std::vector<std::string> speeds;
+  for (const auto& f : sensors.fans)
+    if (f.rpm) speeds.push_back(fmt::format("{:.0f}", *f.rpm));
+  if (!speeds.empty()) parts.push_back(fmt::format("fan{} {} rpm", speeds.size() == 1 ? "" : "s", fmt::join(speeds, ", ")));
+  if (sensors.throttledCPUs && *sensors.throttledCPUs > 0)
+    parts.push_back(fmt::format("{} CPU{} slowed down to cool", *sensors.throttledCPUs, *sensors.throttledCPUs == 1 ? "" : "s"));
+  return fmt::format("{}", fmt::join(parts, " · "));
+}
+
+std::string powerLine(const SensorSample& sensors) {
+  std::vector<std::string> parts;
+  if (sensors.systemWatts) parts.push_back(fmt::format("computer {:.1f} W", *sensors.systemWatts));
+  if (sensors.cpuWatts) parts.push_back(fmt::format("CPU {:.1f} W", *sensors.cpuWatts));
+  return fmt::format("{}", fmt::join(parts, " · "));
 }
 
 }  // namespace
@@ -47,6 +71,11 @@ std::string snapshotText(const Snapshot& snap, size_t topApps) {
                            rate(s.diskWriteBytesPerSec), bytes(s.diskAvailable), bytes(s.diskTotal)));
   line("Network", fmt::format("in {} · out {}", rate(s.networkInBytesPerSec), rate(s.networkOutBytesPerSec)));
   line("Battery", s.battery ? batteryLine(*s.battery) : std::string("none"));
+  line("Heat", heatLine(snap.sensors));
+  if (snap.sensors.systemWatts || snap.sensors.cpuWatts) line("Power", powerLine(snap.sensors));
+  if (s.gpuUtilization)
+    line("GPU", fmt::format("{} busy{}", percent(*s.gpuUtilization),
+                            s.gpuMemoryBytes ? " · memory " + bytes(*s.gpuMemoryBytes) : std::string()));
   line("Uptime", duration(s.uptime));
   const std::string strain = WorthALook::strainLine(snap.strain, s.timestamp);
   line("Strain", strain.empty() ? std::string("none") : strain.substr(strain.find(' ') + 1));
@@ -81,6 +110,7 @@ std::string snapshotText(const Snapshot& snap, size_t topApps) {
 nlohmann::ordered_json snapshotJSON(const Snapshot& snap) {
   nlohmann::ordered_json out = nlohmann::ordered_json::object();
   out["system"] = snap.system.toJSON();
+  out["sensors"] = snap.sensors.toJSON();
   out["strain"] = nlohmann::ordered_json::object();
   for (const auto& [kind, since] : snap.strain) out["strain"][std::string(rawValue(kind))] = formatISO8601(since);
   auto groups = nlohmann::ordered_json::array();

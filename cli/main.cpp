@@ -27,6 +27,7 @@
 #include "cli/McpServer.h"
 #include "cli/McpSetup.h"
 #include "cli/Containers.h"
+#include "cli/Sensors.h"
 #include "cli/History.h"
 #include "cli/Insights.h"
 #include "cli/Ports.h"
@@ -88,6 +89,14 @@ int main(int argc, char** argv) {
   omnira::cli::ContainersRequest containersRequest;
   containers->add_option("name", containersRequest.name, "A container's name, image, service or Compose project, or part of one");
   containers->add_flag("--json", containersRequest.json, "Print JSON");
+
+  auto* sensors = app.add_subcommand("sensors", "Every temperature, fan, power, GPU and NPU reading, with where it comes from");
+  bool sensorsJSON = false;
+  sensors->add_flag("--json", sensorsJSON, "Print JSON");
+
+  auto* fans = app.add_subcommand("fans", "The fans with their speeds, ranges and modes");
+  bool fansJSON = false;
+  fans->add_flag("--json", fansJSON, "Print JSON");
 
   auto* mcp = app.add_subcommand("mcp", "Serve coding agents over the Model Context Protocol (standard input and output)");
   mcp->require_subcommand(0, 1);
@@ -259,6 +268,24 @@ int main(int argc, char** argv) {
       return 1;
     }
     return omnira::cli::runInsights(insightsRequest, *paths, std::chrono::system_clock::now(), stdout, stderr);
+  }
+
+  if (sensors->parsed()) {
+    const auto reading = omnira::cli::readSensors(/*withPeripherals=*/true);
+    bool fahrenheit = false;
+    if (auto paths = omnira::AppPaths::fromProcessEnvironment()) {
+      if (auto settings = omnira::Settings::read(paths->settingsFile()))
+        fahrenheit = settings->string(omnira::SettingsKeys::temperatureUnit) == "fahrenheit";
+    }
+    fmt::print("{}", sensorsJSON ? omnira::cli::sensorsJSON(reading.sample, reading.peripherals)
+                                 : omnira::cli::sensorsText(reading.sample, reading.peripherals, fahrenheit));
+    return 0;
+  }
+
+  if (fans->parsed()) {
+    const auto reading = omnira::cli::readSensors(/*withPeripherals=*/false);
+    fmt::print("{}", fansJSON ? omnira::cli::fansJSON(reading.sample) : omnira::cli::fansText(reading.sample));
+    return 0;
   }
 
   if (containers->parsed()) {

@@ -28,6 +28,7 @@ double mb(double bytes) { return round1(bytes / 1e6); }
 double gb(double bytes) { return round2(bytes / 1e9); }
 json orNull(const std::optional<double>& x) { return x ? json(round1(*x)) : json(); }
 json orNull(const std::optional<std::string>& s) { return s ? json(*s) : json(); }
+json orNull(const std::optional<int>& x) { return x ? json(*x) : json(); }
 double secondsBetween(Date from, Date to) { return std::chrono::duration<double>(to - from).count(); }
 int64_t epochSeconds(Date date) { return std::chrono::duration_cast<std::chrono::seconds>(date.time_since_epoch()).count(); }
 
@@ -273,12 +274,34 @@ json systemStatus(const BridgeReadings& r, Date now) {
   } else {
     j["battery"] = nullptr;
   }
-  j["temperatures"] = nullptr;
-  j["fans"] = nullptr;
-  const bool discharging = s.battery && !s.battery->pluggedIn && s.battery->watts;
-  j["power_watts"] = discharging ? json(round1(std::fabs(*s.battery->watts))) : json();
-  missing.insert(missing.end(), {"temperatures", "fans"});
-  if (!discharging) missing.push_back("power draw");
+  const SensorSample* sensors = r.sensors ? &*r.sensors : nullptr;
+  if (sensors && sensors->hasTemperature()) {
+    auto& t = j["temperatures"] = {{"cpu_celsius", orNull(sensors->cpuCelsius)},
+                                   {"hottest_celsius", orNull(sensors->hottestCelsius)},
+                                   {"hottest_sensor", sensors->hottestName},
+                                   {"hot_limit_celsius", round1(r.hotCelsius)}};
+    if (sensors->throttledCPUs)
+      t["cpus_slowed_to_cool"] = *sensors->throttledCPUs;
+  } else {
+    j["temperatures"] = nullptr;
+    missing.push_back("temperatures");
+  }
+  if (sensors && !sensors->fans.empty()) {
+    auto& fans = j["fans"] = json::array();
+    for (const auto& f : sensors->fans)
+      fans.push_back({{"fan", f.label},
+                      {"rpm", orNull(f.rpm)},
+                      {"maximum_rpm", orNull(f.maximumRPM)},
+                      {"mode", rawValue(f.mode)}});
+  } else {
+    j["fans"] = nullptr;
+    missing.push_back("fans");
+  }
+  std::optional<double> draw = sensors ? sensors->systemWatts : std::nullopt;
+  if (!draw && s.battery && !s.battery->pluggedIn && s.battery->watts) draw = std::fabs(*s.battery->watts);
+  j["power_watts"] = draw ? json(round1(*draw)) : json();
+  if (sensors && sensors->cpuWatts) j["cpu_power_watts"] = round1(*sensors->cpuWatts);
+  if (!draw && !(sensors && sensors->cpuWatts)) missing.push_back("power draw");
   auto& strain = j["strain"] = json::array();
   for (const auto& [kind, since] : r.strain)
     strain.push_back({{"resource", rawValue(kind)}, {"since", localTime(since)}, {"minutes", round1(secondsBetween(since, now) / 60)}});
@@ -687,7 +710,20 @@ json whatsWrong(const BridgeReadings& r, Date now) {
                  {"used_gb", gb(static_cast<double>(s.memoryUsed()))},
                  {"total_gb", gb(static_cast<double>(s.memoryTotal))},
                  {"swap_used_gb", gb(static_cast<double>(s.swapUsed))}};
-  j["making_it_hot"] = json::array();
+  auto& hot = j["making_it_hot"] = json::array();
+  const SensorSample* sensors = r.sensors ? &*r.sensors : nullptr;
+  const std::optional<double> celsius =
+      sensors ? (sensors->cpuCelsius ? sensors->cpuCelsius : sensors->hottestCelsius) : std::nullopt;
+  // Warm as the hot insight counts it: within 5 degrees of the limit.
+  const bool warm = celsius && *celsius >= r.hotCelsius - 5;
+  if (warm || (sensors && sensors->throttledCPUs && *sensors->throttledCPUs > 0)) {
+    std::vector<const AppGroup*> heaters;
+    for (const auto& g : r.groups)
+      if (g.cpuPercent() >= 10) heaters.push_back(&g);
+    std::sort(heaters.begin(), heaters.end(), [](auto* x, auto* y) { return x->cpuPercent() > y->cpuPercent(); });
+    for (size_t i = 0; i < heaters.size() && i < 5; ++i)
+      hot.push_back({{"app", heaters[i]->name}, {"cpu_percent", round1(heaters[i]->cpuPercent())}});
+  }
   auto& awake = j["keeping_it_awake"] = json::array();
   for (const auto& b : r.sleepBlockers)
     awake.push_back({{"who", b.who}, {"why", b.why}, {"what", b.what}, {"pid", b.pid}});
@@ -697,7 +733,14 @@ json whatsWrong(const BridgeReadings& r, Date now) {
   const bool calm = j["insights"].empty() && j["strain"].empty() && j["apps_holding_the_cpu"].empty() && !pressed &&
                     j["dev_servers_left_behind"].empty();
   j["summary"] = calm ? "Nothing stands out right now." : "See the lists: each names what stands out.";
-  j["temperatures_note"] = "This computer gives Omnira no temperature readings, so nothing is said about heat.";
+  if (!celsius) {
+    j["temperatures_note"] = "This computer gives Omnira no temperature readings, so nothing is said about heat.";
+  } else {
+    j["temperature"] = {{"celsius", round1(*celsius)},
+                        {"at", sensors->cpuCelsius ? "cpu" : "hottest sensor"},
+                        {"hot_limit_celsius", round1(r.hotCelsius)},
+                        {"cpus_slowed_to_cool", orNull(sensors->throttledCPUs)}};
+  }
   return Answers::ok(std::move(j));
 }
 

@@ -23,6 +23,7 @@
 #include "OmniraCore/sampling/AppGroup.h"
 #include "OmniraCore/sampling/SleepBlocker.h"
 #include "OmniraCore/sampling/SystemSample.h"
+#include "OmniraCore/sensors/SensorSample.h"
 
 namespace omnira {
 
@@ -30,6 +31,7 @@ class HistoryDatabase;
 
 struct BridgeReadings {
   std::optional<SystemSample> system;  // absent until the first tick
+  std::optional<SensorSample> sensors;  // the same tick's sensors; absent without any source
   std::vector<AppGroup> groups;        // every group of the last process sample, the system's too
   std::optional<Date> groupsAt;        // when that sample was taken
   std::vector<Project> projects;

@@ -24,7 +24,7 @@
 #include "OmniraCore/history/Insight.h"
 #include "OmniraCore/history/InsightTexts.h"
 #include "OmniraCore/history/NeuralEngineHolder.h"
-#include "OmniraCore/history/ThermalSample.h"
+#include "OmniraCore/sensors/ThermalSample.h"
 #include "OmniraCore/sampling/AppGroup.h"
 #include "OmniraCore/sampling/SystemSample.h"
 

@@ -15,6 +15,16 @@ int64_t clampedBytes(double bytes) {
 
 }  // namespace
 
+ReadingsRecorder::ThermalState ReadingsRecorder::thermalState(const SensorSample& sensors) {
+  for (const auto& t : sensors.temperatures)
+    if (t.kind == SensorKind::cpu && t.criticalCelsius && t.celsius >= *t.criticalCelsius) return ThermalState::critical;
+  if (!sensors.throttledCPUs || *sensors.throttledCPUs <= 0) return ThermalState::nominal;
+  if (!sensors.throttledShare) return ThermalState::serious;
+  if (*sensors.throttledShare >= 0.5) return ThermalState::critical;
+  if (*sensors.throttledShare >= 0.1) return ThermalState::serious;
+  return ThermalState::fair;
+}
+
 std::string_view ReadingsRecorder::rawValue(ThermalState state) {
   switch (state) {
     case ThermalState::nominal: return "nominal";

@@ -14,7 +14,8 @@
 
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/history/HistoryDatabase.h"
-#include "OmniraCore/history/ThermalSample.h"
+#include "OmniraCore/sensors/SensorSample.h"
+#include "OmniraCore/sensors/ThermalSample.h"
 #include "OmniraCore/sampling/SystemSample.h"
 
 namespace omnira {
@@ -26,6 +27,10 @@ class ReadingsRecorder {
   // How hard the machine is throttling for heat; raw values are the stored form.
   enum class ThermalState { nominal, fair, serious, critical };
   static std::string_view rawValue(ThermalState state);
+  // Linux tells throttling, not a thermal state: a CPU slowed down to cool for part of the
+  // interval is fair (under a tenth), serious (under half) or critical (half or more, or the
+  // CPU at its critical temperature); no throttling is nominal.
+  static ThermalState thermalState(const SensorSample& sensors);
 
   // What one tick adds besides the system sample; absent figures are not measured here.
   struct Tick {

@@ -60,6 +60,35 @@ TEST(ReadingsRecorder, ClosesAPeriodWithTimeWeightedAveragesAndPeaks) {
   EXPECT_DOUBLE_EQ(closed->pluggedInSeconds, 40);  // no battery: always on mains
 }
 
+TEST(ReadingsRecorder, ThrottlingAndACriticalCPUMakeTheThermalState) {
+  auto sensors = [](std::optional<int> cpus, std::optional<double> share, double celsius = 70) {
+    SensorSample s;
+    s.temperatures.push_back({.name = "Package id 0", .chip = "coretemp", .kind = SensorKind::cpu, .celsius = celsius,
+                              .hotCelsius = 90, .criticalCelsius = 100});
+    s.throttledCPUs = cpus;
+    s.throttledShare = share;
+    return s;
+  };
+  struct Case {
+    SensorSample sensors;
+    State expected;
+  } cases[] = {
+      {sensors(std::nullopt, std::nullopt), State::nominal},  // no counters (AMD, VMs)
+      {sensors(0, 0.0), State::nominal},
+      {sensors(1, 0.05), State::fair},
+      {sensors(2, 0.1), State::serious},
+      {sensors(1, std::nullopt), State::serious},  // counted, but no time kept
+      {sensors(4, 0.5), State::critical},
+      {sensors(0, 0.0, 100), State::critical},  // at the CPU's critical temperature
+      {sensors(0, 0.0, 95), State::nominal},    // hot, but not slowed down
+  };
+  for (const auto& c : cases) EXPECT_EQ(ReadingsRecorder::thermalState(c.sensors), c.expected);
+  SensorSample board;
+  board.temperatures.push_back({.name = "acpitz", .chip = "acpitz", .kind = SensorKind::board, .celsius = 120,
+                                .criticalCelsius = 110});
+  EXPECT_EQ(ReadingsRecorder::thermalState(board), State::nominal);  // only the CPU's limit counts
+}
+
 TEST(ReadingsRecorder, FiguresTheMachineLacksStayEmptyAndBatteryTimeCountsOnlyOnMains) {
   ReadingsRecorder recorder;
   auto onBattery = sample(10, 0.1, 1);
