@@ -226,7 +226,7 @@ TEST(AppleSMCSysfs, WritesFanKeysThroughTheFanFilesAndRefusesTheRest) {
   ASSERT_TRUE(target);
   EXPECT_TRUE(smc.write(SMC::bytes(3200.4, *target).value(), *target));
   EXPECT_EQ(device.text("fan2_output"), "3200");
-  EXPECT_EQ(device.text("fan1_output"), "2000\n");
+  EXPECT_EQ(device.text("fan1_output"), "2160\n");
 
   auto mode = smc.key("F0Md");
   ASSERT_TRUE(mode);
@@ -258,7 +258,7 @@ TEST(AppleSMCSysfs, WritesFanKeysThroughTheFanFilesAndRefusesTheRest) {
   auto firstTarget = smc.key("F0Tg");
   ASSERT_TRUE(firstTarget);
   EXPECT_FALSE(smc.write(SMC::bytes(-5, *firstTarget).value(), *firstTarget));
-  EXPECT_EQ(device.text("fan1_output"), "2000\n");
+  EXPECT_EQ(device.text("fan1_output"), "2160\n");
 
   // Fixed-point speeds of older Macs are written as whole rpm; their mask covers both fans.
   ListingPort olderPort(listing("macbookpro8,2"));

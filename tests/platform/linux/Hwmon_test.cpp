@@ -1,0 +1,312 @@
+// The hwmon reader on fixture machines and on trees the tests change between reads.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <optional>
+
+#include "OmniraCore/platform/linux/Hwmon.h"
+#include "OmniraCore/platform/linux/SensorKinds.h"
+#include "tests/platform/linux/SysTree.h"
+
+namespace omnira::platform {
+namespace {
+
+using testing::fixtureRoots;
+using testing::SysTree;
+using Kind = SensorKind;
+using Mode = FanStatus::Mode;
+constexpr std::nullopt_t none = std::nullopt;
+
+TemperatureReading temp(std::string name, std::string chip, Kind kind, double celsius, std::optional<double> hot,
+                        std::optional<double> crit, std::string source) {
+  return {std::move(name), std::move(chip), kind, celsius, hot, crit, std::move(source)};
+}
+
+FanStatus fan(int index, std::string chip, std::string label, std::optional<double> rpm, std::optional<double> min,
+              std::optional<double> max, std::optional<double> target, Mode mode, std::string source) {
+  return {index, std::move(chip), std::move(label), rpm, min, max, target, mode, std::move(source)};
+}
+
+TEST(HwmonParse, ReadsIntegersAsTheKernelWritesThem) {
+  EXPECT_EQ(parseHwmonInteger("45000\n"), 45000);
+  EXPECT_EQ(parseHwmonInteger("45000"), 45000);  // cut before its newline
+  EXPECT_EQ(parseMillidegrees("-273150\n"), -273.15);
+  EXPECT_EQ(parseMillidegrees("58625\n"), 58.625);
+  EXPECT_EQ(parseMillivolts("1250\n"), 1.25);
+  EXPECT_EQ(parseMicrowatts("27000000\n"), 27.0);
+  for (const char* bad : {"", "\n", "-", "-\n", "abc\n", "12a\n", "4.5\n", "45000\n12", "99999999999999999999999\n"}) {
+    EXPECT_EQ(parseHwmonInteger(bad), std::nullopt) << bad;
+    EXPECT_EQ(parseMillidegrees(bad), std::nullopt) << bad;
+    EXPECT_EQ(parseMicrowatts(bad), std::nullopt) << bad;
+  }
+}
+
+TEST(HwmonParse, TellsPlaceholdersFromReadings) {
+  struct Case {
+    double celsius;
+    Kind kind;
+    bool kept;
+  };
+  for (auto [celsius, kind, kept] : {Case{45, Kind::cpu, true}, Case{-273.15, Kind::storage, false},
+                                     Case{-62, Kind::board, false}, Case{-30, Kind::ambient, true},
+                                     Case{0, Kind::cpu, false}, Case{0, Kind::board, false},
+                                     Case{0, Kind::ambient, true}, Case{127, Kind::board, false},
+                                     Case{128, Kind::board, false}, Case{126.5, Kind::gpu, true},
+                                     Case{-127, Kind::storage, false}, Case{255, Kind::board, false}})
+    EXPECT_EQ(plausibleCelsius(celsius, kind), kept) << celsius << " " << rawValue(kind);
+  for (double limit : {0.0, -273.15, 128.0, 255.0, 65261.85}) EXPECT_FALSE(plausibleLimitCelsius(limit)) << limit;
+  for (double limit : {55.0, 100.0, 125.0}) EXPECT_TRUE(plausibleLimitCelsius(limit)) << limit;
+}
+
+TEST(SensorKinds, ClassifiesByDriverLabelAndZoneType) {
+  struct Case {
+    const char* chip;
+    const char* label;
+    Kind kind;
+  };
+  for (auto [chip, label, kind] : {
+           Case{"coretemp", "Core 0", Kind::cpu},        Case{"k10temp", "Tccd1", Kind::cpu},
+           Case{"zenpower", "Tdie", Kind::cpu},          Case{"x86_pkg_temp", "", Kind::cpu},
+           Case{"cpu_thermal", "", Kind::cpu},           Case{"nvme", "Composite", Kind::storage},
+           Case{"drivetemp", "", Kind::storage},         Case{"amdgpu", "mem", Kind::gpu},
+           Case{"nouveau", "", Kind::gpu},               Case{"radeon", "", Kind::gpu},
+           Case{"i915", "", Kind::gpu},                  Case{"xe", "pkg", Kind::gpu},
+           Case{"spd5118", "", Kind::memory},            Case{"jc42", "", Kind::memory},
+           Case{"acpitz", "", Kind::board},              Case{"pch_cannonlake", "", Kind::board},
+           Case{"BAT0", "", Kind::battery},              Case{"nct6799", "CPUTIN", Kind::board},
+           Case{"applesmc", "TC0P", Kind::cpu},          Case{"applesmc", "TG0P", Kind::gpu},
+           Case{"applesmc", "TM0P", Kind::memory},       Case{"applesmc", "TH0A", Kind::storage},
+           Case{"applesmc", "TB0T", Kind::battery},      Case{"applesmc", "TA0P", Kind::ambient},
+           Case{"applesmc", "Ts0P", Kind::board},        Case{"applesmc", "", Kind::board},
+           Case{"thinkpad", "CPU", Kind::cpu},           Case{"thinkpad", "GPU", Kind::gpu},
+           Case{"thinkpad", "", Kind::board},            Case{"dell_smm", "SODIMM", Kind::memory},
+           Case{"dell_smm", "Ambient", Kind::ambient},   Case{"iwlwifi_1", "", Kind::other},
+           Case{"mt7921_phy0", "", Kind::other},         Case{"", "", Kind::other},
+       })
+    EXPECT_EQ(sensorKind(chip, label), kind) << chip << " / " << label;
+
+  struct Zone {
+    const char* type;
+    Kind kind;
+  };
+  for (auto [type, kind] : {Zone{"x86_pkg_temp", Kind::cpu}, Zone{"cpu-thermal", Kind::cpu},
+                            Zone{"soc_thermal", Kind::cpu}, Zone{"B0D4", Kind::cpu}, Zone{"TCPU", Kind::cpu},
+                            Zone{"acpitz", Kind::board}, Zone{"pch_skylake", Kind::board},
+                            Zone{"iwlwifi_1", Kind::other}, Zone{"gpu-thermal", Kind::gpu},
+                            Zone{"bigcore0-thermal", Kind::cpu}, Zone{"SEN1", Kind::board},
+                            Zone{"INT3400 Thermal", Kind::other}, Zone{"mystery", Kind::other}})
+    EXPECT_EQ(thermalZoneKind(type), kind) << type;
+
+  EXPECT_EQ(hwmonPowerKind("amdgpu", "PPT"), PowerReading::Kind::gpu);
+  EXPECT_EQ(hwmonPowerKind("macsmc_hwmon", "Total System Power"), PowerReading::Kind::system);
+  EXPECT_EQ(hwmonPowerKind("ina3221", "VBUS"), PowerReading::Kind::other);
+}
+
+TEST(HwmonReader, ReadsTheThinkPad) {
+  HwmonReader reader(fixtureRoots("sys-thinkpad"));
+  const auto r = reader.read();
+  const std::string h = "class/hwmon/hwmon";
+  EXPECT_EQ(r.temperatures, (std::vector<TemperatureReading>{
+                                temp("temp1", "acpitz", Kind::board, 53, none, none, h + "0/temp1_input"),
+                                temp("Composite", "nvme", Kind::storage, 34.85, 81.85, 84.85, h + "1/temp1_input"),
+                                temp("Sensor 1", "nvme", Kind::storage, 34.85, none, none, h + "1/temp2_input"),
+                                temp("Sensor 2", "nvme", Kind::storage, 38.85, none, none, h + "1/temp3_input"),
+                                temp("CPU", "thinkpad", Kind::cpu, 56, none, none, h + "2/temp1_input"),
+                                temp("temp4", "thinkpad", Kind::board, 38, none, none, h + "2/temp4_input"),
+                                temp("temp1", "iwlwifi_1", Kind::other, 41, none, none, h + "3/temp1_input"),
+                                temp("Package id 0", "coretemp", Kind::cpu, 55, 100, 100, h + "4/temp1_input"),
+                                temp("Core 0", "coretemp", Kind::cpu, 50, 100, 100, h + "4/temp2_input"),
+                                temp("Core 1", "coretemp", Kind::cpu, 54, 100, 100, h + "4/temp3_input"),
+                                temp("Core 2", "coretemp", Kind::cpu, 49, 100, 100, h + "4/temp4_input"),
+                                temp("Core 3", "coretemp", Kind::cpu, 53, 100, 100, h + "4/temp5_input"),
+                            }));
+  EXPECT_EQ(r.fans, (std::vector<FanStatus>{
+                        fan(0, "thinkpad", "Fan 1", 2370, none, none, none, Mode::automatic, h + "2"),
+                    }));
+  EXPECT_TRUE(r.power.empty());
+}
+
+TEST(HwmonReader, ReadsTheRyzenDesktopWithFansNumberedByHwmonNumber) {
+  HwmonReader reader(fixtureRoots("sys-ryzen"));
+  const auto r = reader.read();
+  const std::string h = "class/hwmon/hwmon";
+  EXPECT_EQ(r.temperatures, (std::vector<TemperatureReading>{
+                                temp("Composite", "nvme", Kind::storage, 41.85, 84.85, 87.85, h + "0/temp1_input"),
+                                temp("Sensor 1", "nvme", Kind::storage, 41.85, none, none, h + "0/temp2_input"),
+                                temp("Sensor 2", "nvme", Kind::storage, 45.85, none, none, h + "0/temp3_input"),
+                                temp("Tctl", "k10temp", Kind::cpu, 58.625, none, none, h + "1/temp1_input"),
+                                temp("Tccd1", "k10temp", Kind::cpu, 52.5, none, none, h + "1/temp3_input"),
+                                temp("Tccd2", "k10temp", Kind::cpu, 49.875, none, none, h + "1/temp4_input"),
+                                temp("temp1", "spd5118", Kind::memory, 36.25, 55, 85, h + "2/temp1_input"),
+                                temp("temp1", "spd5118", Kind::memory, 37, 55, 85, h + "3/temp1_input"),
+                                temp("temp1", "mt7921_phy0", Kind::other, 47, none, none, h + "4/temp1_input"),
+                                temp("edge", "amdgpu", Kind::gpu, 45, none, 100, h + "9/temp1_input"),
+                                temp("junction", "amdgpu", Kind::gpu, 61, none, 110, h + "9/temp2_input"),
+                                temp("mem", "amdgpu", Kind::gpu, 56, none, 108, h + "9/temp3_input"),
+                                temp("SYSTIN", "nct6799", Kind::board, 31, 80, none, h + "10/temp1_input"),
+                                temp("CPUTIN", "nct6799", Kind::board, 40.5, 115, none, h + "10/temp2_input"),
+                                temp("AUXTIN2", "nct6799", Kind::board, 25, none, none, h + "10/temp5_input"),
+                                temp("SMBUSMASTER 0", "nct6799", Kind::board, 58.5, none, none, h + "10/temp7_input"),
+                            }));
+  const std::string nct = h + "10";
+  EXPECT_EQ(r.fans, (std::vector<FanStatus>{
+                        fan(0, "amdgpu", "Fan 1", 0, 0, 3200, 0, Mode::automatic, h + "9"),
+                        fan(1, "nct6799", "Fan 1", 0, 0, none, none, Mode::automatic, nct),
+                        fan(2, "nct6799", "Fan 2", 1186, 200, none, none, Mode::automatic, nct),
+                        fan(3, "nct6799", "Fan 3", 0, 0, none, none, Mode::manual, nct),
+                        fan(4, "nct6799", "Fan 4", 742, 0, none, none, Mode::automatic, nct),
+                        fan(5, "nct6799", "Fan 5", 0, 0, none, none, Mode::fullSpeed, nct),
+                        fan(6, "nct6799", "Fan 6", 0, 0, none, none, Mode::automatic, nct),
+                        fan(7, "nct6799", "Fan 7", 1530, 0, none, none, Mode::fullSpeed, nct),
+                    }));
+  EXPECT_EQ(r.power, (std::vector<PowerReading>{
+                         {PowerReading::Kind::gpu, "PPT", 27.0, h + "9/power1_average"},
+                     }));
+}
+
+TEST(HwmonReader, ReadsTheSMCFromItsPlatformDeviceFolder) {
+  HwmonReader reader(fixtureRoots("sys-intel-mac"));
+  const auto r = reader.read();
+  const std::string smc = "class/hwmon/hwmon0/device";
+  const std::string core = "class/hwmon/hwmon1/";
+  auto key = [&](const char* name, Kind kind, double celsius, int n) {
+    return temp(name, "applesmc", kind, celsius, none, none, smc + "/temp" + std::to_string(n) + "_input");
+  };
+  EXPECT_EQ(r.temperatures, (std::vector<TemperatureReading>{
+                                key("TA0P", Kind::ambient, 31.25, 1),
+                                key("TB0T", Kind::battery, 30.75, 2),
+                                key("TC0E", Kind::cpu, 55.25, 3),
+                                key("TC0F", Kind::cpu, 56.5, 4),
+                                key("TC0P", Kind::cpu, 49, 5),
+                                key("TCXC", Kind::cpu, 57.75, 6),
+                                key("TG0P", Kind::gpu, 44.5, 7),
+                                key("TM0P", Kind::memory, 42.25, 9),
+                                key("TPCD", Kind::board, 52, 10),
+                                key("Ts0P", Kind::board, 29.5, 11),
+                                temp("Package id 0", "coretemp", Kind::cpu, 58, 100, 100, core + "temp1_input"),
+                                temp("Core 0", "coretemp", Kind::cpu, 57, 100, 100, core + "temp2_input"),
+                                temp("Core 1", "coretemp", Kind::cpu, 56, 100, 100, core + "temp3_input"),
+                                temp("Core 2", "coretemp", Kind::cpu, 57.5, 100, 100, core + "temp4_input"),
+                                temp("Core 3", "coretemp", Kind::cpu, 55, 100, 100, core + "temp5_input"),
+                            }));
+  EXPECT_EQ(r.fans, (std::vector<FanStatus>{
+                        fan(0, "applesmc", "Left side", 2160, 2160, 6156, 2160, Mode::automatic, smc),
+                        fan(1, "applesmc", "Right side", 1998, 2000, 5700, 3000, Mode::manual, smc),
+                    }));
+  EXPECT_TRUE(r.power.empty());
+}
+
+TEST(HwmonReader, AnEmptyMachineGivesNothing) {
+  for (const char* tree : {"sys-empty", "no-such-tree"}) {
+    HwmonReader reader(fixtureRoots(tree));
+    const auto r = reader.read();
+    EXPECT_TRUE(r.temperatures.empty() && r.fans.empty() && r.power.empty()) << tree;
+  }
+}
+
+using HwmonTree = SysTree;
+
+TEST_F(HwmonTree, MalformedFilesGiveAbsentValues) {
+  write("class/hwmon/hwmon0/name", "coretemp\n");
+  write("class/hwmon/hwmon0/temp1_input", "");
+  write("class/hwmon/hwmon0/temp2_input", "abc\n");
+  write("class/hwmon/hwmon0/temp3_input", "-\n");
+  write("class/hwmon/hwmon0/temp4_input", "52000\n");
+  write("class/hwmon/hwmon0/temp4_max", "garbage\n");
+  write("class/hwmon/hwmon0/temp4_crit", "");
+  write("class/hwmon/hwmon0/temp5_input", "47000");  // no newline: still a whole number
+  write("class/hwmon/hwmon0/temp6_input", "99999999999999999999999\n");
+  write("class/hwmon/hwmon0/fan1_input", "xyz\n");
+  write("class/hwmon/hwmon0/fan1_min", "-5\n");
+  write("class/hwmon/hwmon0/fan1_max", "0\n");
+  write("class/hwmon/hwmon0/pwm1_enable", "");
+  write("class/hwmon/hwmon0/fan2_input", "1200\n");
+  write("class/hwmon/hwmon0/pwm2_enable", "7\n");
+  write("class/hwmon/hwmon0/power1_input", "abc\n");
+  write("class/hwmon/hwmon0/power2_average", "-5000000\n");
+  write("class/hwmon/hwmon0/power3_input", "1500000\n");
+  write("class/hwmon/hwmon0/power3_average", "9000000\n");
+  write("class/hwmon/hwmon1/temp1_input", "30000\n");  // no name file anywhere
+  write("class/hwmon/hwmon_extra/name", "bogus\n");
+  write("class/hwmon/hwmon2/name", "");  // a folder with nothing to read
+
+  HwmonReader reader(roots());
+  const auto r = reader.read();
+  const std::string h = "class/hwmon/hwmon";
+  EXPECT_EQ(r.temperatures, (std::vector<TemperatureReading>{
+                                temp("temp4", "coretemp", Kind::cpu, 52, none, none, h + "0/temp4_input"),
+                                temp("temp5", "coretemp", Kind::cpu, 47, none, none, h + "0/temp5_input"),
+                                temp("temp1", "", Kind::other, 30, none, none, h + "1/temp1_input"),
+                            }));
+  EXPECT_EQ(r.fans, (std::vector<FanStatus>{
+                        fan(0, "coretemp", "Fan 1", none, none, none, none, Mode::unknown, h + "0"),
+                        fan(1, "coretemp", "Fan 2", 1200, none, none, none, Mode::automatic, h + "0"),
+                    }));
+  EXPECT_EQ(r.power, (std::vector<PowerReading>{{PowerReading::Kind::other, "coretemp power3", 1.5, h + "0/power3_input"}}));
+}
+
+TEST_F(HwmonTree, PicksUpChangedValuesAndKeepsWhatItCachedUntilAskedToLookAgain) {
+  copyFixture("sys-thinkpad");
+  HwmonReader reader(roots());
+  const std::string core = "devices/platform/coretemp.0/hwmon/hwmon4/";
+  const std::string pad = "devices/platform/thinkpad_hwmon/hwmon/hwmon2/";
+  ASSERT_EQ(reader.read().temperatures.at(7).celsius, 55);
+
+  write(core + "temp1_input", "71000\n");
+  write(pad + "fan1_input", "4100\n");
+  write(pad + "pwm1_enable", "0\n");
+  write(core + "temp1_label", "Renamed\n");
+  auto r = reader.read();
+  EXPECT_EQ(r.temperatures.at(7).celsius, 71);
+  EXPECT_EQ(r.temperatures.at(7).name, "Package id 0");  // labels are cached
+  EXPECT_EQ(r.fans.at(0).rpm, 4100);
+  EXPECT_EQ(r.fans.at(0).mode, Mode::fullSpeed);
+
+  reader.rediscover();
+  EXPECT_EQ(reader.read().temperatures.at(7).name, "Renamed");
+}
+
+TEST_F(HwmonTree, FollowsDevicesComingAndGoing) {
+  copyFixture("sys-thinkpad");
+  HwmonReader reader(roots());
+  ASSERT_EQ(reader.read().temperatures.size(), 12u);
+
+  // The thinkpad device goes: its fan and temperatures with it.
+  std::filesystem::remove(root / "class/hwmon/hwmon2");
+  auto r = reader.read();
+  EXPECT_EQ(r.temperatures.size(), 10u);
+  EXPECT_TRUE(r.fans.empty());
+
+  // A USB fan controller arrives as hwmon12 and a second board chip as hwmon5.
+  write("devices/usb/hwmon12/name", "corsaircpro\n");
+  write("devices/usb/hwmon12/fan1_input", "900\n");
+  write("devices/usb/hwmon12/fan2_input", "950\n");
+  std::filesystem::create_directory_symlink("../../devices/usb/hwmon12", root / "class/hwmon/hwmon12");
+  write("class/hwmon/hwmon5/name", "it8686\n");
+  write("class/hwmon/hwmon5/fan1_input", "1500\n");
+  r = reader.read();
+  ASSERT_EQ(r.fans.size(), 3u);
+  EXPECT_EQ(r.fans[0].chip, "it8686");
+  EXPECT_EQ(r.fans[0].index, 0);
+  EXPECT_EQ(r.fans[1].chip, "corsaircpro");
+  EXPECT_EQ(r.fans[2].index, 2);
+  EXPECT_EQ(r.fans[2].rpm, 950);
+
+  // The NVMe device is replaced under the same hwmon number with fewer sensors: the
+  // reader notices the files it knew are gone and looks again.
+  const auto nvme = root / "devices/pci0000:00/0000:00:1d.0/0000:04:00.0/nvme/nvme0/hwmon1";
+  std::filesystem::remove_all(nvme);
+  write("devices/pci0000:00/0000:00:1d.0/0000:04:00.0/nvme/nvme0/hwmon1/name", "nvme\n");
+  write("devices/pci0000:00/0000:00:1d.0/0000:04:00.0/nvme/nvme0/hwmon1/temp1_input", "40850\n");
+  write("devices/pci0000:00/0000:00:1d.0/0000:04:00.0/nvme/nvme0/hwmon1/temp1_label", "Composite\n");
+  r = reader.read();
+  ASSERT_EQ(r.temperatures.size(), 8u);
+  EXPECT_EQ(r.temperatures[1].name, "Composite");
+  EXPECT_EQ(r.temperatures[1].celsius, 40.85);
+  EXPECT_EQ(r.temperatures[1].hotCelsius, std::nullopt);
+  EXPECT_EQ(r.temperatures[2].chip, "iwlwifi_1");
+}
+
+}  // namespace
+}  // namespace omnira::platform
