@@ -10,7 +10,7 @@ namespace omnira {
 
 SamplingParts SamplingParts::thisMachine() {
   return {platform::makeSystemSampler, [] { return platform::makeProcessSampler(); }, platform::makeAppGrouper,
-          [] { return std::make_unique<ContainerSampler>(ContainerSampler::forThisUser()); }};
+          [] { return std::make_unique<ContainerSampler>(ContainerSampler::forThisUser()); }, platform::makeSensors};
 }
 
 SamplingWorker::SamplingWorker(SamplingParts parts) : parts_(std::move(parts)) {

@@ -270,6 +270,11 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
       samples[i].networkOutBytesPerSec = t.networkOutRate;
     }
   }
+  if (details.gpu) {
+    for (auto& s : samples)
+      if (auto use = source_->gpuUse(s.pid); use && use->busy) s.gpuPercent = *use->busy * 100;
+    measured_.gpu = true;
+  }
   if (!kernelCountsEnergy) samples = EnergyEstimate::fromCPUTime(std::move(samples));
 
   std::erase_if(tracked_, [this](const auto& entry) { return entry.second->generation != generation_; });

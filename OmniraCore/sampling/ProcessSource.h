@@ -81,6 +81,11 @@ struct ListeningSocket {
   friend bool operator==(const ListeningSocket&, const ListeningSocket&) = default;
 };
 
+struct ProcessGPUUse {
+  std::optional<double> busy;  // 0...1 of its busiest engine; absent on the first look
+  std::optional<uint64_t> memoryBytes;
+};
+
 class ProcessSource {
  public:
   // One process kept open between ticks, so a tick re-reads without looking it up again.
@@ -113,6 +118,11 @@ class ProcessSource {
   // Whether socketInodes can read the processes of this user at all: looking for a
   // socket's holder among processes that cannot be read only costs.
   virtual bool readsSocketsOf(uint32_t /*uid*/) { return true; }
+
+  // How busy the process kept a GPU since this was last asked for it, and the GPU memory
+  // it holds; absent when it is no GPU client or the platform cannot tell. The source
+  // keeps what the step needs between calls.
+  virtual std::optional<ProcessGPUUse> gpuUse(int32_t /*pid*/) { return std::nullopt; }
 
   // A monotonic clock that counts time asleep; behind the seam so tests can step time.
   virtual uint64_t monotonicNanoseconds() = 0;

@@ -603,6 +603,30 @@ std::vector<uint64_t> LibProc::socketInodes(int32_t pid) {
   return inodes;
 }
 
+std::optional<ProcessGPUUse> LibProc::gpuUse(int32_t pid) {
+  const uint64_t now = monotonicNanoseconds();
+  // Forget processes not asked about for five minutes, so exited ones do not pile up.
+  constexpr uint64_t forgetAfter = 300ull * 1'000'000'000ull;
+  if (gpuLooks_.size() > 256)
+    std::erase_if(gpuLooks_, [now](const auto& entry) { return now - entry.second.at > forgetAfter; });
+  auto clients = readDrmClients(roots_, pid);
+  if (clients.empty()) {
+    gpuLooks_.erase(pid);
+    return std::nullopt;
+  }
+  ProcessGPUUse use;
+  auto& look = gpuLooks_[pid];
+  if (look.at > 0 && now > look.at) {
+    const auto step = drmProcessUse(look.clients, clients, static_cast<double>(now - look.at) / 1e9);
+    use.busy = step.busy;
+    use.memoryBytes = step.memoryBytes;
+  } else {
+    use.memoryBytes = drmProcessUse(clients, clients, 0).memoryBytes;
+  }
+  look = {std::move(clients), now};
+  return use;
+}
+
 uint64_t LibProc::monotonicNanoseconds() {
   timespec now{};
   ::clock_gettime(CLOCK_BOOTTIME, &now);

@@ -27,10 +27,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/foundation/Result.h"
+#include "OmniraCore/platform/linux/DrmFdinfo.h"
 #include "OmniraCore/platform/linux/Roots.h"
 #include "OmniraCore/platform/linux/SocketDiagnostics.h"
 #include "OmniraCore/sampling/ProcessSource.h"
@@ -77,6 +79,8 @@ class LibProc final : public ProcessSource {
   // The machine's own sockets, so only with this program's own process table.
   std::optional<std::vector<TCPSocket>> tcpSockets() override;
   bool readsSocketsOf(uint32_t uid) override;
+  // From the DRM clients in fdinfo; only processes whose descriptors this user may list.
+  std::optional<ProcessGPUUse> gpuUse(int32_t pid) override;
   uint64_t monotonicNanoseconds() override;
 
   // Descriptors that handles keep open now.
@@ -104,6 +108,13 @@ class LibProc final : public ProcessSource {
   std::optional<uint64_t> threadsRunNanoseconds(int32_t pid);
   std::optional<uint64_t> threadsContextSwitches(int32_t pid);
   Date startDate(uint64_t startTicks);
+
+  // The GPU clients each process had when last asked, for gpuUse's step.
+  struct GPULook {
+    std::vector<DrmClient> clients;
+    uint64_t at = 0;
+  };
+  std::unordered_map<int32_t, GPULook> gpuLooks_;
 
   Roots roots_;
   bool keepFilesOpen_;

@@ -7,6 +7,7 @@
 
 #include "OmniraCore/platform/linux/LibProc.h"
 #include "OmniraCore/platform/linux/LinuxAppIdentifier.h"
+#include "OmniraCore/platform/linux/LinuxSensorSource.h"
 #include "OmniraCore/platform/linux/LinuxSystemSource.h"
 #include "OmniraCore/platform/linux/OsRelease.h"
 
@@ -14,6 +15,12 @@ namespace omnira::platform {
 
 std::unique_ptr<SystemSampler> makeSystemSampler() {
   return std::make_unique<SystemSampler>(std::make_unique<LinuxSystemSource>(Roots{}));
+}
+
+std::unique_ptr<Sensors> makeSensors() {
+  LinuxSensorSource::Options options;
+  options.readsSMC = ::geteuid() == 0;
+  return std::make_unique<Sensors>(std::make_unique<LinuxSensorSource>(std::move(options)));
 }
 
 std::unique_ptr<ProcessSampler> makeProcessSampler(ProcessSampler::Options options) {
