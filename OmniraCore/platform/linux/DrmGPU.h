@@ -38,7 +38,7 @@ struct DrmCard {
 
 // Every card<N> under <sys>/class/drm (connectors such as card0-DP-1 and render nodes are
 // left out), in number order. No drm class is an empty list.
-// https://docs.kernel.org/gpu/i915.html, https://docs.kernel.org/gpu/xe/xe_gt_idle.html
+// https://docs.kernel.org/gpu/i915.html (RC6 residency), https://docs.kernel.org/gpu/xe/index.html (gtidle, freq0)
 std::vector<DrmCard> readDrmCards(const Roots& roots);
 
 // The readings of `after`, with Intel's busy share made from the idle time that passed
