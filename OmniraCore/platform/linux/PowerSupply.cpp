@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 
 #include "OmniraCore/foundation/Parse.h"
+#include "OmniraCore/platform/linux/FileText.h"
 
 namespace omnira::platform {
 
@@ -22,6 +24,8 @@ std::optional<double> number(const PowerSupply& s, std::string_view key) {
   if (!value || !std::isfinite(*value)) return std::nullopt;
   return value;
 }
+
+namespace fs = std::filesystem;
 
 bool isBattery(const PowerSupply& s) { return property(s, "TYPE") == "Battery" && powersSystem(s); }
 
@@ -107,6 +111,128 @@ std::optional<BatterySample> batteryFrom(const std::vector<PowerSupply>& supplie
     if (hours >= 0) b.minutesRemaining = hours * 60.0;
   }
   return b;
+}
+
+namespace {
+
+// The supply's own rate, or absent when it gives none or a 0 that its status contradicts.
+std::optional<double> rate(const PowerSupply& s) {
+  auto w = watts(s);
+  if (!w) return std::nullopt;
+  if (*w == 0) {
+    auto status = property(s, "STATUS");
+    if (status != "Full" && status != "Not charging") return std::nullopt;
+  }
+  return w;
+}
+
+std::string batteryName(const std::vector<const PowerSupply*>& counted) {
+  if (counted.size() == 1) return "Battery " + counted.front()->name;
+  return "Batteries";
+}
+
+std::string batterySource(const std::vector<const PowerSupply*>& counted) {
+  if (counted.size() == 1) return "class/power_supply/" + counted.front()->name;
+  return "class/power_supply";
+}
+
+std::optional<double> levelOf(const PowerSupply& s) {
+  if (auto capacity = number(s, "CAPACITY")) return std::clamp(*capacity / 100.0, 0.0, 1.0);
+  auto level = property(s, "CAPACITY_LEVEL");
+  if (level == "Full") return 1.0;
+  if (level == "High") return 0.75;
+  if (level == "Normal") return 0.5;
+  if (level == "Low") return 0.2;
+  if (level == "Critical") return 0.05;
+  return std::nullopt;
+}
+
+std::optional<bool> chargingOf(const PowerSupply& s) {
+  auto status = property(s, "STATUS");
+  if (status == "Charging") return true;
+  if (status == "Discharging" || status == "Full" || status == "Not charging") return false;
+  return std::nullopt;
+}
+
+bool contains(std::string_view text, std::string_view part) { return text.find(part) != std::string_view::npos; }
+
+std::string peripheralKind(const PowerSupply& s) {
+  const std::string name = lowered(s.name);
+  const std::string_view driver = s.driver;
+  if (contains(name, "controller") || driver == "sony" || driver == "playstation" || driver == "nintendo" ||
+      driver == "xpad" || driver == "steam")
+    return "gaming-input";
+  if (name.starts_with("wacom_battery")) return "tablet";
+  if (driver == "magicmouse") return "mouse";
+  if (driver == "apple") return "keyboard";
+  if (contains(name, "headset") || driver == "corsair-void") return "headset";
+  return "other";  // hidpp_battery_N among them: the same driver serves mice and keyboards
+}
+
+}  // namespace
+
+std::vector<PowerSupply> readPowerSupplies(const Roots& roots) {
+  std::vector<PowerSupply> supplies;
+  std::error_code ec;
+  for (fs::directory_iterator it(roots.sys / "class" / "power_supply", ec), end; !ec && it != end; it.increment(ec)) {
+    auto text = readTextFile(it->path() / "uevent", 16384);
+    if (!text) continue;
+    PowerSupply supply{it->path().filename().string(), parsePowerSupplyEvent(*text), {}};
+    // Older kernels leave TYPE out of uevent.
+    if (!supply.properties.contains("TYPE")) {
+      if (auto type = readTextFile(it->path() / "type", 64)) supply.properties["TYPE"] = std::string(trim(*type));
+    }
+    std::error_code linkError;
+    const auto driver = fs::read_symlink(it->path() / "device" / "driver", linkError);
+    if (!linkError) supply.driver = driver.filename().string();
+    supplies.push_back(std::move(supply));
+  }
+  return supplies;
+}
+
+std::optional<PowerReading> batteryPower(const std::vector<PowerSupply>& supplies) {
+  double total = 0;
+  std::vector<const PowerSupply*> counted;
+  for (const auto& s : supplies) {
+    if (!isBattery(s) || property(s, "PRESENT") == "0") continue;
+    if (auto w = rate(s)) {
+      total += *w;
+      counted.push_back(&s);
+    }
+  }
+  if (counted.empty()) return std::nullopt;
+  return PowerReading{PowerReading::Kind::battery, batteryName(counted), total, batterySource(counted)};
+}
+
+std::optional<PowerReading> systemDrawFromBattery(const std::vector<PowerSupply>& supplies) {
+  if (onExternalPower(supplies)) return std::nullopt;
+  const bool discharging = std::any_of(supplies.begin(), supplies.end(), [](const PowerSupply& s) {
+    return isBattery(s) && property(s, "STATUS") == "Discharging";
+  });
+  if (!discharging) return std::nullopt;
+  auto reading = batteryPower(supplies);
+  if (!reading) return std::nullopt;
+  reading->kind = PowerReading::Kind::system;
+  reading->name = "System (on battery)";
+  return reading;
+}
+
+std::vector<PeripheralBattery> peripheralBatteries(const std::vector<PowerSupply>& supplies) {
+  std::vector<PeripheralBattery> batteries;
+  for (const auto& s : supplies) {
+    if (powersSystem(s) || property(s, "PRESENT") == "0") continue;
+    PeripheralBattery b;
+    auto model = property(s, "MODEL_NAME");
+    b.name = model && !trim(*model).empty() ? std::string(trim(*model)) : s.name;
+    b.kind = peripheralKind(s);
+    b.level = levelOf(s);
+    b.charging = chargingOf(s);
+    b.source = "power_supply/" + s.name;
+    batteries.push_back(std::move(b));
+  }
+  std::sort(batteries.begin(), batteries.end(),
+            [](const PeripheralBattery& a, const PeripheralBattery& b) { return a.source < b.source; });
+  return batteries;
 }
 
 }  // namespace omnira::platform
