@@ -24,6 +24,8 @@
 #include "cli/Actions.h"
 #include "cli/Ask.h"
 #include "cli/CanQuit.h"
+#include "cli/Fans.h"
+#include "cli/Helper.h"
 #include "cli/McpServer.h"
 #include "cli/McpSetup.h"
 #include "cli/Containers.h"
@@ -93,10 +95,6 @@ int main(int argc, char** argv) {
   auto* sensors = app.add_subcommand("sensors", "Every temperature, fan, power, GPU and NPU reading, with where it comes from");
   bool sensorsJSON = false;
   sensors->add_flag("--json", sensorsJSON, "Print JSON");
-
-  auto* fans = app.add_subcommand("fans", "The fans with their speeds, ranges and modes");
-  bool fansJSON = false;
-  fans->add_flag("--json", fansJSON, "Print JSON");
 
   auto* mcp = app.add_subcommand("mcp", "Serve coding agents over the Model Context Protocol (standard input and output)");
   mcp->require_subcommand(0, 1);
@@ -169,6 +167,28 @@ int main(int argc, char** argv) {
   insightsDismiss->add_option("ID", insightsRequest.id, "The insight's id or its first characters");
   insightsDismiss->add_flag("--all", insightsRequest.all, "Every insight that is not pinned");
 
+  auto* helperCommand = app.add_subcommand("helper", "The privileged helper: energy, other users' processes, fan control");
+  helperCommand->require_subcommand(1);
+  omnira::cli::HelperCommandRequest helperRequest;
+  auto* helperInstall = helperCommand->add_subcommand("install", "Install and start it for you (asks for an administrator)");
+  auto* helperUninstall = helperCommand->add_subcommand("uninstall", "Stop it, put every fan back and remove it");
+  auto* helperStatus = helperCommand->add_subcommand("status", "Whether it is installed, running and answering");
+  helperStatus->add_option("--socket", helperRequest.socket, "Ask a helper listening elsewhere");
+
+  // The fans; `set` goes through the helper.
+  auto* fans = app.add_subcommand("fans", "The fans with their speeds, ranges and modes, and setting their speed");
+  fans->require_subcommand(0, 1);
+  bool fansJSON = false;
+  fans->add_flag("--json", fansJSON, "Print JSON");
+  omnira::cli::FanSetRequest fanSetRequest;
+  auto* fansSet = fans->add_subcommand(
+      "set", "Hold a fan at a speed until Ctrl-C, or give it back with auto (through the helper)");
+  fansSet->add_option("INDEX", fanSetRequest.index, "The fan's number, as `omnira fans` lists it")
+      ->required()
+      ->check(CLI::NonNegativeNumber);
+  fansSet->add_option("SPEED", fanSetRequest.speed, "A speed in rpm (kept within the fan's range), or auto")->required();
+  fansSet->add_option("--socket", fanSetRequest.socket, "Use a helper listening elsewhere");
+
   omnira::cli::UsageCommandLine usage(app);  // tokens, limits
 
   try {
@@ -187,6 +207,15 @@ int main(int argc, char** argv) {
   omnira::setUpStandardErrorLogging("omnira", verbose ? spdlog::level::debug : spdlog::level::warn);
 
   if (run->parsed()) return omnira::cli::runApplication(runRequest, stderr);
+
+  if (helperCommand->parsed()) {
+    using Command = omnira::cli::HelperCommandRequest::Command;
+    helperRequest.command = helperInstall->parsed()     ? Command::install
+                            : helperUninstall->parsed() ? Command::uninstall
+                                                        : Command::status;
+    return omnira::cli::runHelper(helperRequest, stdout, stderr);
+  }
+  if (fansSet->parsed()) return omnira::cli::runFanSet(fanSetRequest, stdout, stderr);
 
   if (actions->parsed()) {
     auto paths = omnira::AppPaths::fromProcessEnvironment();
@@ -282,7 +311,7 @@ int main(int argc, char** argv) {
     return 0;
   }
 
-  if (fans->parsed()) {
+  if (fans->parsed() && !fansSet->parsed()) {
     const auto reading = omnira::cli::readSensors(/*withPeripherals=*/false);
     fmt::print("{}", fansJSON ? omnira::cli::fansJSON(reading.sample) : omnira::cli::fansText(reading.sample));
     return 0;

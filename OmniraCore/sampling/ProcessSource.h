@@ -81,7 +81,7 @@ struct ListeningSocket {
   friend bool operator==(const ListeningSocket&, const ListeningSocket&) = default;
 };
 
-struct ProcessGPUUse {
+struct ProcessGPUShare {
   std::optional<double> busy;  // 0...1 of its busiest engine; absent on the first look
   std::optional<uint64_t> memoryBytes;
 };
@@ -122,7 +122,7 @@ class ProcessSource {
   // How busy the process kept a GPU since this was last asked for it, and the GPU memory
   // it holds; absent when it is no GPU client or the platform cannot tell. The source
   // keeps what the step needs between calls.
-  virtual std::optional<ProcessGPUUse> gpuUse(int32_t /*pid*/) { return std::nullopt; }
+  virtual std::optional<ProcessGPUShare> gpuUse(int32_t /*pid*/) { return std::nullopt; }
 
   // A monotonic clock that counts time asleep; behind the seam so tests can step time.
   virtual uint64_t monotonicNanoseconds() = 0;

@@ -603,7 +603,7 @@ std::vector<uint64_t> LibProc::socketInodes(int32_t pid) {
   return inodes;
 }
 
-std::optional<ProcessGPUUse> LibProc::gpuUse(int32_t pid) {
+std::optional<omnira::ProcessGPUShare> LibProc::gpuUse(int32_t pid) {
   const uint64_t now = monotonicNanoseconds();
   // Forget processes not asked about for five minutes, so exited ones do not pile up.
   constexpr uint64_t forgetAfter = 300ull * 1'000'000'000ull;
@@ -614,7 +614,7 @@ std::optional<ProcessGPUUse> LibProc::gpuUse(int32_t pid) {
     gpuLooks_.erase(pid);
     return std::nullopt;
   }
-  ProcessGPUUse use;
+  omnira::ProcessGPUShare use;
   auto& look = gpuLooks_[pid];
   if (look.at > 0 && now > look.at) {
     const auto step = drmProcessUse(look.clients, clients, static_cast<double>(now - look.at) / 1e9);

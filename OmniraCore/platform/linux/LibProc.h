@@ -80,7 +80,7 @@ class LibProc final : public ProcessSource {
   std::optional<std::vector<TCPSocket>> tcpSockets() override;
   bool readsSocketsOf(uint32_t uid) override;
   // From the DRM clients in fdinfo; only processes whose descriptors this user may list.
-  std::optional<ProcessGPUUse> gpuUse(int32_t pid) override;
+  std::optional<omnira::ProcessGPUShare> gpuUse(int32_t pid) override;
   uint64_t monotonicNanoseconds() override;
 
   // Descriptors that handles keep open now.
