@@ -58,6 +58,8 @@ struct SensorSample {
   std::optional<double> npuBusy() const;
 
   nlohmann::ordered_json toJSON() const;
+
+  friend bool operator==(const SensorSample&, const SensorSample&) = default;
 };
 
 }  // namespace omnira

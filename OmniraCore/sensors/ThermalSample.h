@@ -11,6 +11,8 @@ struct ThermalSample {
   std::optional<double> cpuCelsius;      // the CPU package or die
   std::optional<double> hottestCelsius;  // the hottest of all sensors
   std::vector<double> fanRPM;
+
+  friend bool operator==(const ThermalSample&, const ThermalSample&) = default;
 };
 
 }  // namespace omnira

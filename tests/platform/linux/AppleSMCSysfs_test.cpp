@@ -108,7 +108,7 @@ struct DeviceCopy {
   explicit DeviceCopy(const std::string& name)
       : folder(fs::temp_directory_path() / ("omnira-applesmc-" + name + "-" + std::to_string(::getpid()))) {
     fs::remove_all(folder);
-    fs::copy(deviceFixture, folder, fs::copy_options::recursive);
+    fs::copy(deviceFixture, folder, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
   }
   ~DeviceCopy() { fs::remove_all(folder); }
   std::string text(const char* file) const {

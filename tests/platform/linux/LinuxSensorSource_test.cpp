@@ -1,0 +1,162 @@
+#include "OmniraCore/platform/linux/LinuxSensorSource.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "OmniraCore/platform/linux/FanControl.h"
+#include "OmniraCore/sensors/Sensors.h"
+#include "cli/Sensors.h"
+#include "tests/platform/linux/TempTree.h"
+
+namespace omnira::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+LinuxSensorSource::Options fixture(const fs::path& sys) {
+  LinuxSensorSource::Options options;
+  options.roots.sys = sys;
+  options.helperSocket.clear();
+  options.upowerBus = "none";
+  return options;
+}
+
+fs::path tree(const char* name) { return fs::path(OMNIRA_FIXTURES) / name; }
+
+// A copy whose counters the test moves between two readings.
+struct MovingTree {
+  TempTree temp;
+  explicit MovingTree(const char* name) {
+    fs::copy(tree(name), temp.root(), fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  }
+};
+
+const PowerReading* power(const SensorSample& s, PowerReading::Kind kind) {
+  for (const auto& p : s.powers)
+    if (p.kind == kind) return &p;
+  return nullptr;
+}
+
+TEST(LinuxSensorSource, ThinkPadGivesEveryFigureOverTwoReadings) {
+  MovingTree machine("sys-thinkpad");
+  Sensors sensors(std::make_unique<LinuxSensorSource>(fixture(machine.temp.root())));
+  const BatterySample onBattery{.level = 0.6, .charging = false, .pluggedIn = false, .watts = 7.412};
+
+  const SensorSample first = sensors.sample(onBattery);
+  EXPECT_DOUBLE_EQ(*first.cpuCelsius, 55.0);  // coretemp's package, not thinkpad's "CPU" at 56
+  ASSERT_TRUE(first.hottestCelsius);
+  EXPECT_GE(*first.hottestCelsius, 56.0);
+  ASSERT_EQ(first.fans.size(), 1u);
+  EXPECT_EQ(first.fans[0].chip, "thinkpad");
+  EXPECT_DOUBLE_EQ(*first.fans[0].rpm, 2370);
+  EXPECT_EQ(first.fans[0].mode, FanStatus::Mode::automatic);
+  // The first reading has no interval: no RAPL watts, no busy shares, no throttling yet.
+  EXPECT_FALSE(Sensors::cpuDraw(first.powers));
+  EXPECT_FALSE(first.throttledCPUs);
+  ASSERT_EQ(first.gpus.size(), 1u);
+  EXPECT_EQ(first.gpus[0].driver, "i915");
+  EXPECT_FALSE(first.gpus[0].busy);
+  ASSERT_EQ(first.npus.size(), 1u);
+  EXPECT_EQ(first.npus[0].driver, "intel_vpu");
+  ASSERT_TRUE(power(first, PowerReading::Kind::battery));
+  EXPECT_NEAR(power(first, PowerReading::Kind::battery)->watts, 7.412, 1e-9);
+  EXPECT_NEAR(*first.systemWatts, 7.412, 1e-9);  // on battery, its discharge is the draw
+  EXPECT_TRUE(first.powerNote.empty());           // root reads RAPL itself
+
+  // Half a second's work: 6 J in the package, 10 J on the platform, the GPU idle 100 ms of
+  // it, the NPU busy 200 ms, and CPU 1 throttled once.
+  auto add = [&](const char* file, uint64_t amount) {
+    std::ifstream in(machine.temp.root() / file);
+    uint64_t was = 0;
+    in >> was;
+    machine.temp.write(file, std::to_string(was + amount) + "\n");
+  };
+  add("class/powercap/intel-rapl:0/energy_uj", 6'000'000);
+  add("class/powercap/intel-rapl:1/energy_uj", 10'000'000);
+  add("class/drm/card0/gt/gt0/rc6_residency_ms", 100);
+  add("class/accel/accel0/device/npu_busy_time_us", 200'000);
+  add("devices/system/cpu/cpu1/thermal_throttle/core_throttle_count", 1);
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+
+  const SensorSample second = sensors.sample(onBattery);
+  const auto* package = power(second, PowerReading::Kind::cpuPackage);
+  const auto* platform = power(second, PowerReading::Kind::system);
+  ASSERT_TRUE(package && platform);
+  // Watts over however long the pause really was: at most 12 W, and more than a busy
+  // machine's sleep overrun could bring it down to.
+  EXPECT_GT(package->watts, 1.0);
+  EXPECT_LE(package->watts, 12.0);
+  EXPECT_NEAR(platform->watts / package->watts, 10.0 / 6.0, 1e-6);
+  EXPECT_DOUBLE_EQ(*second.cpuWatts, package->watts);
+  EXPECT_DOUBLE_EQ(*second.systemWatts, platform->watts);  // a platform sensor beats the battery
+  EXPECT_EQ(second.throttledCPUs, 1);
+  ASSERT_TRUE(second.gpus[0].busy && second.npus[0].busy);
+  EXPECT_GE(*second.gpus[0].busy, 0.79);  // idle 100 of at least 500 ms
+  EXPECT_LE(*second.gpus[0].busy, 1.0);
+  EXPECT_GT(*second.npus[0].busy, 0.0);
+  EXPECT_LE(*second.npus[0].busy, 0.4);
+}
+
+TEST(LinuxSensorSource, RyzenDesktopWithAGPUAndABoardChip) {
+  Sensors sensors(std::make_unique<LinuxSensorSource>(fixture(tree("sys-ryzen"))));
+  const SensorSample s = sensors.sample(std::nullopt);
+  ASSERT_TRUE(s.cpuCelsius);
+  EXPECT_EQ(s.hottestName.empty(), false);
+  EXPECT_FALSE(s.throttledCPUs);  // AMD keeps no throttle counters: absent, not zero
+  EXPECT_FALSE(s.systemWatts);    // no battery, no platform sensor
+  ASSERT_EQ(s.gpus.size(), 1u);
+  EXPECT_EQ(s.gpus[0].driver, "amdgpu");
+  EXPECT_DOUBLE_EQ(*s.gpus[0].busy, 0.27);
+  EXPECT_EQ(*s.gpus[0].memoryUsedBytes, 1528758272u);
+  EXPECT_DOUBLE_EQ(*s.gpuBusy(), 0.27);
+  const auto* ppt = power(s, PowerReading::Kind::gpu);
+  ASSERT_TRUE(ppt);
+  EXPECT_DOUBLE_EQ(ppt->watts, 27.0);
+  // Every fan header counts, the GPU's (hwmon9) before the board's (hwmon10).
+  ASSERT_EQ(s.fans.size(), 8u);
+  EXPECT_EQ(s.fans[0].chip, "amdgpu");
+  EXPECT_EQ(s.fans[1].chip, "nct6799");
+  for (size_t i = 0; i < s.fans.size(); ++i) EXPECT_EQ(s.fans[i].index, static_cast<int>(i));
+  for (const auto& t : s.temperatures) {
+    EXPECT_GT(t.celsius, -55) << t.name;  // AUXTIN1's -62 °C and the 0/127 placeholders are gone
+    EXPECT_NE(t.celsius, 127) << t.name;
+  }
+}
+
+TEST(LinuxSensorSource, IntelMacAndAnEmptyMachine) {
+  Sensors mac(std::make_unique<LinuxSensorSource>(fixture(tree("sys-intel-mac"))));
+  const SensorSample s = mac.sample(std::nullopt);
+  ASSERT_TRUE(s.cpuCelsius);
+  ASSERT_EQ(s.fans.size(), 2u);
+  EXPECT_EQ(s.fans[0].chip, "applesmc");
+  EXPECT_EQ(s.fans[1].mode, FanStatus::Mode::manual);
+  EXPECT_DOUBLE_EQ(*s.fans[1].targetRPM, 3000);
+  ASSERT_TRUE(s.thermal());
+  EXPECT_EQ(s.thermal()->fanRPM.size(), 2u);
+
+  Sensors none(std::make_unique<LinuxSensorSource>(fixture(tree("sys-empty"))));
+  const SensorSample empty = none.sample(std::nullopt);
+  EXPECT_TRUE(empty.empty());
+  EXPECT_FALSE(empty.thermal());
+  EXPECT_FALSE(empty.systemWatts);
+  EXPECT_NE(cli::sensorsText(empty, {}, false).find("has no sensors"), std::string::npos);
+  EXPECT_NE(cli::fansText(empty).find("no fans"), std::string::npos);
+}
+
+TEST(LinuxSensorSource, FansAreNumberedAsTheHelperSetsThem) {
+  for (const char* name : {"sys-thinkpad", "sys-ryzen", "sys-intel-mac", "helper-sys/sys"}) {
+    Sensors sensors(std::make_unique<LinuxSensorSource>(fixture(tree(name))));
+    const auto listed = sensors.sample(std::nullopt).fans;
+    const auto located = locateFans(Roots{.sys = tree(name)});
+    ASSERT_EQ(listed.size(), located.size()) << name;
+    for (size_t i = 0; i < listed.size(); ++i) {
+      EXPECT_EQ(listed[i].index, located[i].index) << name;
+      EXPECT_EQ(listed[i].chip, located[i].chip) << name << " fan " << i;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace omnira::platform
