@@ -16,7 +16,7 @@ tick() {
            "$1"/class/hwmon/hwmon*/power*_average "$1"/class/thermal/thermal_zone*/temp \
            "$1"/devices/system/cpu/cpu*/thermal_throttle/*_count \
            "$1"/devices/system/cpu/cpu*/thermal_throttle/*_total_time_ms; do
-    [ -e "$f" ] && cat "$f" >/dev/null
+    if [ -e "$f" ]; then cat "$f" >/dev/null; fi
   done
 }
 

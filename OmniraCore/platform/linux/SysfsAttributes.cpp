@@ -41,7 +41,8 @@ AttributeRead readAttributeAt(int directory, const char* name, char* buffer, siz
   if (fd < 0) return {gone(errno) ? AttributeRead::Status::missing : AttributeRead::Status::failed, {}};
   size_t length = 0;
   while (length < size) {
-    const ssize_t n = ::read(fd, buffer + length, size - length);
+    const size_t asked = size - length;
+    const ssize_t n = ::read(fd, buffer + length, asked);
     if (n < 0) {
       if (errno == EINTR) continue;
       ::close(fd);
@@ -49,6 +50,9 @@ AttributeRead readAttributeAt(int directory, const char* name, char* buffer, siz
     }
     if (n == 0) break;
     length += static_cast<size_t>(n);
+    // sysfs hands over a whole attribute in one read, so a short read is its end: this
+    // spares the read that would return 0 on every file of every tick.
+    if (static_cast<size_t>(n) < asked) break;
   }
   ::close(fd);
   return {AttributeRead::Status::ok, std::string_view(buffer, length)};
