@@ -8,6 +8,8 @@
 #include <string>
 
 #include "OmniraCore/platform/linux/Hwmon.h"
+#include "OmniraCore/platform/linux/LinuxSensorSource.h"
+#include "OmniraCore/sensors/Sensors.h"
 #include "OmniraCore/platform/linux/ThermalZones.h"
 #include "OmniraCore/platform/linux/ThrottleCounters.h"
 
@@ -53,6 +55,30 @@ BENCHMARK(sensorTick)
     ->Args({1, 0})
     ->Args({0, 1})
     ->Args({1, 1})
+    ->Unit(benchmark::kMicrosecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+
+// The whole tick as the running application takes it: the above plus RAPL, the battery,
+// DRM GPUs and NPUs, and the summary figures.
+void sensorSample(benchmark::State& state) {
+  const auto roots = treeRoots(state);
+  platform::LinuxSensorSource::Options options;
+  options.roots = roots;
+  options.helperSocket.clear();
+  options.upowerBus = "none";
+  Sensors sensors(std::make_unique<platform::LinuxSensorSource>(options));
+  (void)sensors.sample(std::nullopt);  // warm-up and baselines
+  for (auto _ : state) {
+    auto sample = sensors.sample(std::nullopt);
+    benchmark::DoNotOptimize(sample.temperatures.data());
+  }
+}
+
+BENCHMARK(sensorSample)
+    ->ArgNames({"tree"})
+    ->Arg(0)
+    ->Arg(1)
     ->Unit(benchmark::kMicrosecond)
     ->MeasureProcessCPUTime()
     ->UseRealTime();

@@ -65,7 +65,7 @@ Result<void, HelperClient::Failure> HelperClient::connect() {
     std::error_code ignored;
     const bool configured = std::filesystem::exists(options_.config, ignored);
     if ((error == ENOENT || error == ECONNREFUSED) && !configured)
-      return fail(failure(Kind::notInstalled, "The privileged helper is not installed."));
+      return fail(failure(Kind::notInstalled, "The privileged helper is not installed; `omnira helper install` installs it."));
     if (error == ENOENT || error == ECONNREFUSED)
       return fail(failure(Kind::notRunning, "The privileged helper is installed but not running."));
     if (error == EACCES || error == EPERM)
