@@ -5,6 +5,7 @@
 #include <chrono>
 
 #include "OmniraCore/platform/linux/ThisMachine.h"
+#include "OmniraCore/sampling/EnergyEstimate.h"
 
 namespace omnira {
 
@@ -50,8 +51,16 @@ void SamplingWorker::sample(const SamplingRequest& request) {
       if (auto npu = result.sensors->npuBusy()) result.system.neuralEngineActive = *npu >= SensorSample::npuActiveShare;
       if (request.peripherals) result.peripherals = sensors_->peripherals();
     }
+    if (result.sensors && result.sensors->cpuWatts && result.system.interval > 0) {
+      cpuJoules_ += *result.sensors->cpuWatts * result.system.interval;
+      cpuSeconds_ += result.system.interval;
+    }
     if (request.includeProcesses) {
       auto samples = processes_->sample(request.details);
+      // Where RAPL measures the processor, its energy since the last process sample is
+      // shared out by CPU time instead of the fixed per-core estimate.
+      if (cpuSeconds_ > 0) samples = EnergyEstimate::sharing(cpuJoules_ / cpuSeconds_, cpuSeconds_, std::move(samples));
+      cpuJoules_ = cpuSeconds_ = 0;
       result.measured = processes_->measuredDetails();
       result.unmeasured = processes_->unmeasuredCount();
       result.groups = grouper_->group(std::move(samples));

@@ -96,6 +96,8 @@ class SamplingWorker : public QObject {
   std::unique_ptr<ProcessSampler> processes_;
   std::unique_ptr<AppGrouper> grouper_;
   std::unique_ptr<Sensors> sensors_;
+  // The processor's measured energy since the last process sample, and over how long.
+  double cpuJoules_ = 0, cpuSeconds_ = 0;
 };
 
 }  // namespace omnira

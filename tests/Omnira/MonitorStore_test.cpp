@@ -13,6 +13,7 @@
 #include <fstream>
 #include <functional>
 
+#include "OmniraCore/platform/linux/LinuxSensorSource.h"
 #include "OmniraCore/platform/linux/LinuxSystemSource.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 #include "tests/Omnira/QtTestApp.h"
@@ -59,6 +60,7 @@ class StoreTest : public ::testing::Test {
     options.parts.system = [slept] {
       return std::make_unique<SystemSampler>(std::make_unique<SleepingMachine>(slept));
     };
+    if (sensors_) options.parts.sensors = sensors_;
     store_ = std::make_unique<MonitorStore>(std::move(options));
     QObject::connect(store_.get(), &MonitorStore::ticked, [this] { ++ticks_; });
     store_->viewerAppeared();  // every refreshSeconds, processes on every tick
@@ -105,6 +107,7 @@ class StoreTest : public ::testing::Test {
   fs::path data_;  // where the omnira command finds it too
   std::shared_ptr<std::atomic<uint64_t>> sleptNs_ = std::make_shared<std::atomic<uint64_t>>(0);
   std::unique_ptr<MonitorStore> store_;
+  std::function<std::unique_ptr<Sensors>()> sensors_;  // this machine's unless set
   int ticks_ = 0;
 };
 
@@ -219,6 +222,47 @@ TEST_F(StoreTest, ADismissalWithTheCommandReachesTheRunningStoreAndStays) {
   EXPECT_EQ(onDisk->insights().size(), 1u);
   EXPECT_TRUE(onDisk->pinned().empty());
   EXPECT_TRUE(onDisk->strain().empty());  // a stopped Omnira watches no strain
+}
+
+}  // namespace
+}  // namespace omnira
+
+namespace omnira {
+namespace {
+
+// This machine's /proc, a ThinkPad's sensors: the store publishes them, judges temperature
+// strain and the hot insight by the CPU's package, and hands them to agents.
+TEST_F(StoreTest, SensorsReachStrainTheHotInsightAndTheRings) {
+  sensors_ = [] {
+    platform::LinuxSensorSource::Options options;
+    options.roots.sys = fs::path(OMNIRA_FIXTURES) / "sys-thinkpad";
+    options.helperSocket.clear();
+    options.upowerBus = "none";
+    return std::make_unique<Sensors>(std::make_unique<platform::LinuxSensorSource>(options));
+  };
+  // The package reads 55 °C: hot from 50, for a little over a second.
+  auto& store = start(R"({"refreshSeconds": 1, "insightHotCelsius": 50, "insightHotMinutes": 0.02})");
+  const auto hot = [&] {
+    for (const auto& insight : store.insights())
+      if (insight.kind == Insight::Kind::runningHot) return true;
+    return false;
+  };
+  ASSERT_TRUE(runUntil([&] { return store.strainSince().contains(StrainKind::temperature) && hot(); }));
+
+  EXPECT_EQ(store.hasTemperature(), true);
+  ASSERT_TRUE(store.thermal());
+  EXPECT_DOUBLE_EQ(*store.thermal()->cpuCelsius, 55);
+  EXPECT_EQ(store.thermal()->fanRPM, std::vector<double>{2370});
+  ASSERT_TRUE(store.sensors());
+  EXPECT_EQ(store.sensors()->gpus.size(), 1u);
+  EXPECT_FALSE(store.thermalHistory().empty());
+  EXPECT_FALSE(store.powerHistory().empty());  // the platform's RAPL zone: a whole-computer figure
+  EXPECT_EQ(store.hasSystemPower(), true);
+  // The i915 card is a GPU reading, so the system sample carries it as on any machine.
+  ASSERT_TRUE(store.system());
+  EXPECT_EQ(store.hasGPUReading(), true);
+  for (const auto& insight : store.insights())
+    if (insight.kind == Insight::Kind::runningHot) EXPECT_NE(insight.detail.find("55"), std::string::npos) << insight.detail;
 }
 
 }  // namespace
