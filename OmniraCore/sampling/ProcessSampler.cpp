@@ -76,6 +76,10 @@ struct ProcessSampler::Tracked {
   uint64_t memoryRefinedAt = 0;
   std::optional<double> memoryRatio;  // proportional share over raw footprint
 
+  // Disk counters from the privileged reader, and when they were read.
+  std::optional<Options::DiskCounters> privilegedDisk;
+  uint64_t privilegedDiskAt = 0;
+
   bool holdsSockets = false;  // at the last look at its descriptors
   double networkInRate = 0;   // as last measured
   double networkOutRate = 0;
@@ -253,6 +257,7 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
   }
 
   refineMemory(samples, now);
+  if (withoutDisk_ > 0 && options_.privilegedDisk) askPrivilegedDisk(samples, now);
   std::optional<std::vector<TCPSocket>> sockets;
   if (details.network || details.projects) sockets = source_->tcpSockets();
   if (details.projects) findProjects(samples, sockets ? &*sockets : nullptr, now);
@@ -279,6 +284,34 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
 
   std::erase_if(tracked_, [this](const auto& entry) { return entry.second->generation != generation_; });
   return samples;
+}
+
+void ProcessSampler::askPrivilegedDisk(std::vector<ProcessSample>& samples, uint64_t now) {
+  std::vector<int32_t> pids;
+  for (const auto& s : samples)
+    if (!s.hasMetrics) pids.push_back(s.pid);
+  const auto counters = options_.privilegedDisk(pids);
+  for (size_t i = 0; i < samples.size(); ++i) {
+    ProcessSample& s = samples[i];
+    if (s.hasMetrics) continue;
+    Tracked& t = *sampled_[i];
+    auto it = counters.find(s.pid);
+    if (it == counters.end()) {
+      t.privilegedDisk.reset();
+      continue;
+    }
+    s.hasMetrics = true;
+    --withoutDisk_;
+    if (t.privilegedDisk && now > t.privilegedDiskAt) {
+      const double interval = seconds(now - t.privilegedDiskAt);
+      s.delta.diskBytesRead = plausibleDelta(t.privilegedDisk->readBytes, it->second.readBytes, interval);
+      s.delta.diskBytesWritten = plausibleDelta(t.privilegedDisk->writtenBytes, it->second.writtenBytes, interval);
+      s.diskReadBytesPerSec = static_cast<double>(s.delta.diskBytesRead) / interval;
+      s.diskWriteBytesPerSec = static_cast<double>(s.delta.diskBytesWritten) / interval;
+    }
+    t.privilegedDisk = it->second;
+    t.privilegedDiskAt = now;
+  }
 }
 
 void ProcessSampler::refineMemory(std::vector<ProcessSample>& samples, uint64_t now) {

@@ -23,6 +23,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -69,6 +70,16 @@ class ProcessSampler {
     double projectMarkerMaxAgeSeconds = 60;
     // A project root is never the home folder itself. Default: $HOME.
     std::optional<std::string> homeDirectory;
+
+    // Disk counters of the processes whose own could not be read (other users' without
+    // root), asked of someone allowed to read them (the privileged helper), once per
+    // sample for all of them. Pids it leaves out stay without disk figures. Empty: none
+    // is asked. Called on the sampler's thread.
+    struct DiskCounters {
+      uint64_t readBytes = 0;
+      uint64_t writtenBytes = 0;
+    };
+    std::function<std::unordered_map<int32_t, DiskCounters>(const std::vector<int32_t>&)> privilegedDisk;
   };
 
   explicit ProcessSampler(std::unique_ptr<ProcessSource> source);
@@ -114,6 +125,8 @@ class ProcessSampler {
 
   Tracked* admit(int32_t pid, uint64_t now);
   void refineMemory(std::vector<ProcessSample>& samples, uint64_t now);
+  // Disk rates of the samples without their own, from Options::privilegedDisk.
+  void askPrivilegedDisk(std::vector<ProcessSample>& samples, uint64_t now);
   void findProjects(std::vector<ProcessSample>& samples, const std::vector<TCPSocket>* sockets, uint64_t now);
   void listeningPortsFromSockets(std::vector<ProcessSample>& samples, const std::vector<TCPSocket>& sockets,
                                  uint64_t now);

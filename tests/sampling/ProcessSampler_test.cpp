@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unordered_map>
+
 namespace omnira {
 namespace {
 
@@ -208,6 +210,41 @@ TEST(ProcessSampler, AProcessIsTheSameOnlyWithTheSamePidAndStartTime) {
   EXPECT_EQ(f.world->factsCalls, 3);
   EXPECT_DOUBLE_EQ(only(execed, 10).cpuPercent, 100);
   EXPECT_EQ(only(execed, 10).helperRole, HelperRole::renderer);
+}
+
+TEST(ProcessSampler, AsksOnlyForTheDiskCountersItCouldNotReadAndMakesRatesOfThem) {
+  std::vector<std::vector<int32_t>> asked;
+  uint64_t written = 1000;
+  ProcessSampler::Options options;
+  options.privilegedDisk = [&](const std::vector<int32_t>& pids) {
+    asked.push_back(pids);
+    std::unordered_map<int32_t, ProcessSampler::Options::DiskCounters> counters;
+    counters[12] = {5'000, written};  // 13 is left out: the helper could not read it either
+    return counters;
+  };
+  Fixture f(std::move(options));
+  f.world->add(10, "mine");
+  f.world->add(12, "another user's").reading.diskMeasured = false;
+  f.world->add(13, "gone quiet").reading.diskMeasured = false;
+
+  auto samples = f.sampler.sample();
+  ASSERT_EQ(asked.size(), 1u);
+  EXPECT_EQ(asked[0], (std::vector<int32_t>{12, 13}));
+  EXPECT_TRUE(only(samples, 12).hasMetrics);
+  EXPECT_FALSE(only(samples, 13).hasMetrics);
+  EXPECT_EQ(f.sampler.withoutDiskCount(), 1u);
+  EXPECT_EQ(only(samples, 12).diskWriteBytesPerSec, 0);  // one reading: no rate yet
+
+  written += 4'000;
+  samples = f.tickAfter(2);
+  EXPECT_DOUBLE_EQ(only(samples, 12).diskWriteBytesPerSec, 2'000);
+  EXPECT_DOUBLE_EQ(only(samples, 12).diskReadBytesPerSec, 0);
+
+  // Once every process can be read, nobody is asked.
+  f.world->processes.at(12).reading.diskMeasured = true;
+  f.world->processes.at(13).reading.diskMeasured = true;
+  (void)f.tickAfter(1);
+  EXPECT_EQ(asked.size(), 2u);
 }
 
 TEST(ProcessSampler, PrunesExitedProcessesAndCountsTheUnmeasured) {
