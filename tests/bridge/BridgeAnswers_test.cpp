@@ -143,6 +143,37 @@ TEST(BridgeAnswers, LiveFiguresAnAgentCanActOn) {
             "No project folder with something running in it matches “nothing”.");
 }
 
+TEST(BridgeAnswers, SensorsTellHeatFansAndDrawAndWhatIsMakingItHot) {
+  auto r = readings();
+  SensorSample sensors;
+  sensors.temperatures.push_back({.name = "Package id 0", .chip = "coretemp", .kind = SensorKind::cpu, .celsius = 88});
+  sensors.cpuCelsius = 88;
+  sensors.hottestCelsius = 91;
+  sensors.hottestName = "Composite (nvme)";
+  sensors.fans.push_back({.index = 0, .chip = "thinkpad", .label = "Fan 1", .rpm = 4200, .mode = FanStatus::Mode::automatic});
+  sensors.powers.push_back({PowerReading::Kind::cpuPackage, "CPU package 0", 21.5, "class/powercap/intel-rapl:0"});
+  sensors.cpuWatts = 21.5;
+  sensors.systemWatts = 34.04;
+  sensors.throttledCPUs = 2;
+  r.sensors = sensors;
+
+  const auto system = ask("system_status", json::object(), r)["result"];
+  EXPECT_EQ(system["temperatures"]["cpu_celsius"], 88.0);
+  EXPECT_EQ(system["temperatures"]["hottest_sensor"], "Composite (nvme)");
+  EXPECT_EQ(system["temperatures"]["cpus_slowed_to_cool"], 2);
+  EXPECT_EQ(system["fans"][0]["rpm"], 4200.0);
+  EXPECT_EQ(system["power_watts"], 34.0);
+  EXPECT_EQ(system["cpu_power_watts"], 21.5);
+  EXPECT_EQ(system["not_measured_note"], "This computer gives Omnira no GPU or Neural Engine readings.");
+
+  // 88 °C is within 5 degrees of the 90 °C limit: the apps at work are named.
+  const auto wrong = ask("whats_wrong", json::object(), r)["result"];
+  EXPECT_FALSE(wrong.contains("temperatures_note"));
+  EXPECT_EQ(wrong["temperature"]["celsius"], 88.0);
+  ASSERT_FALSE(wrong["making_it_hot"].empty());
+  EXPECT_EQ(wrong["making_it_hot"][0]["app"], "Firefox");
+}
+
 TEST(BridgeAnswers, CanQuitSaysWhatToDoWithTheVerdicts) {
   // The dev server has a browser connected: ask first, and whoever asks is told why.
   const auto server = ask("can_quit", {{"port", 5173}})["result"];
