@@ -8,6 +8,9 @@ Sensors::Sensors(std::unique_ptr<SensorSource> source) : source_(std::move(sourc
 
 SensorSample Sensors::sample(const std::optional<BatterySample>& battery) {
   SensorSample sample = source_->read();
+  // The system sample has read the battery this tick already; its rate is listed with the rest.
+  if (battery && battery->watts && std::isfinite(*battery->watts))
+    sample.powers.push_back({PowerReading::Kind::battery, "Battery", std::fabs(*battery->watts), "class/power_supply"});
   sample.systemWatts = systemDraw(sample.powers, battery);
   sample.cpuWatts = cpuDraw(sample.powers);
   return sample;

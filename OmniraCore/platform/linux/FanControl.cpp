@@ -207,8 +207,13 @@ std::vector<FanStatus> FanControl::fans() const {
   return statuses;
 }
 
-Result<double, FanControl::Failure> FanControl::setSpeed(int index, double rpm) {
-  if (!std::isfinite(rpm) || rpm < 0) return fail(Failure{"A fan speed is a number of rpm, 0 or more."});
+struct FanControl::Controlled {
+  FanLocation fan;
+  fs::path folder;
+  Method method;
+};
+
+Result<FanControl::Controlled, FanControl::Failure> FanControl::controlled(int index) const {
   const auto fans = locateFans(roots_);
   if (index < 0 || static_cast<size_t>(index) >= fans.size())
     return fail(Failure{fans.empty() ? "This machine shows no fans."
@@ -217,6 +222,14 @@ Result<double, FanControl::Failure> FanControl::setSpeed(int index, double rpm) 
   const fs::path folder = roots_.sys / fan.folder;
   const Method method = methodOf(folder, fan);
   if (method == Method::none) return fail(Failure{fmt::format("Fan {} cannot be controlled: its chip offers no speed setting.", index)});
+  return Controlled{fan, folder, method};
+}
+
+Result<double, FanControl::Failure> FanControl::setSpeed(int index, double rpm) {
+  if (!std::isfinite(rpm) || rpm < 0) return fail(Failure{"A fan speed is a number of rpm, 0 or more."});
+  auto found = controlled(index);
+  if (!found) return fail(found.error());
+  const auto& [fan, folder, method] = *found;
 
   const auto minimum = number(folder / file(fan, "fan", "_min"));
   const auto maximum = number(folder / file(fan, "fan", "_max"));
@@ -252,14 +265,9 @@ Result<double, FanControl::Failure> FanControl::setSpeed(int index, double rpm) 
 
 Result<void, FanControl::Failure> FanControl::setAutomatic(int index) {
   if (saved_.count(index)) return restore(index);
-  const auto fans = locateFans(roots_);
-  if (index < 0 || static_cast<size_t>(index) >= fans.size())
-    return fail(Failure{fans.empty() ? "This machine shows no fans."
-                                     : fmt::format("There is no fan {}; fans are numbered 0 to {}.", index, fans.size() - 1)});
-  const FanLocation& fan = fans[static_cast<size_t>(index)];
-  const fs::path folder = roots_.sys / fan.folder;
-  const Method method = methodOf(folder, fan);
-  if (method == Method::none) return fail(Failure{fmt::format("Fan {} cannot be controlled: its chip offers no speed setting.", index)});
+  auto found = controlled(index);
+  if (!found) return fail(found.error());
+  const auto& [fan, folder, method] = *found;
   const fs::path mode = folder / modeFile(fan, method);
   if (method != Method::appleSMC && !present(mode)) return {};  // nothing but a speed file: always as the chip sets it
   return writeControl(mode, method == Method::appleSMC ? "0" : fmt::format("{}", kAutomatic));

@@ -98,6 +98,10 @@ class FanControl {
   static std::optional<std::vector<SavedControl>> decodeSaved(std::string_view text);
 
  private:
+  // The fan numbered `index` and its folder's control files, or why it cannot be set.
+  struct Controlled;
+  Result<Controlled, Failure> controlled(int index) const;
+
   Roots roots_;
   std::map<int, SavedControl> saved_;  // by fan index
 };

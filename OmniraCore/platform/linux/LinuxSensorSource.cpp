@@ -117,8 +117,6 @@ SensorSample LinuxSensorSource::read() {
     lastRaplAt_ = raplAt;
   }
 
-  const auto supplies = readPowerSupplies(options_.roots);
-  if (auto battery = batteryPower(supplies)) sample.powers.push_back(*battery);
 
   if (smcTransport_) {
     SMC smc(*smcTransport_);

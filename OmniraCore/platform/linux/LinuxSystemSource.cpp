@@ -138,22 +138,7 @@ std::optional<DiskSpace> LinuxSystemSource::diskSpace() {
                    static_cast<uint64_t>(info.f_bavail) * info.f_frsize};
 }
 
-std::vector<PowerSupply> LinuxSystemSource::powerSupplies() {
-  std::vector<PowerSupply> supplies;
-  std::error_code ec;
-  for (fs::directory_iterator it(roots_.sys / "class" / "power_supply", ec), end; !ec && it != end;
-       it.increment(ec)) {
-    auto text = readTextFile(it->path() / "uevent", 16384);
-    if (!text) continue;
-    PowerSupply supply{it->path().filename().string(), parsePowerSupplyEvent(*text)};
-    // Older kernels leave TYPE out of uevent.
-    if (!supply.properties.contains("TYPE")) {
-      if (auto type = readTextFile(it->path() / "type", 64)) supply.properties["TYPE"] = std::string(trim(*type));
-    }
-    supplies.push_back(std::move(supply));
-  }
-  return supplies;
-}
+std::vector<PowerSupply> LinuxSystemSource::powerSupplies() { return readPowerSupplies(roots_); }
 
 std::optional<BatterySample> LinuxSystemSource::battery() { return batteryFrom(powerSupplies()); }
 

@@ -115,27 +115,6 @@ std::optional<BatterySample> batteryFrom(const std::vector<PowerSupply>& supplie
 
 namespace {
 
-// The supply's own rate, or absent when it gives none or a 0 that its status contradicts.
-std::optional<double> rate(const PowerSupply& s) {
-  auto w = watts(s);
-  if (!w) return std::nullopt;
-  if (*w == 0) {
-    auto status = property(s, "STATUS");
-    if (status != "Full" && status != "Not charging") return std::nullopt;
-  }
-  return w;
-}
-
-std::string batteryName(const std::vector<const PowerSupply*>& counted) {
-  if (counted.size() == 1) return "Battery " + counted.front()->name;
-  return "Batteries";
-}
-
-std::string batterySource(const std::vector<const PowerSupply*>& counted) {
-  if (counted.size() == 1) return "class/power_supply/" + counted.front()->name;
-  return "class/power_supply";
-}
-
 std::optional<double> levelOf(const PowerSupply& s) {
   if (auto capacity = number(s, "CAPACITY")) return std::clamp(*capacity / 100.0, 0.0, 1.0);
   auto level = property(s, "CAPACITY_LEVEL");
@@ -188,33 +167,6 @@ std::vector<PowerSupply> readPowerSupplies(const Roots& roots) {
     supplies.push_back(std::move(supply));
   }
   return supplies;
-}
-
-std::optional<PowerReading> batteryPower(const std::vector<PowerSupply>& supplies) {
-  double total = 0;
-  std::vector<const PowerSupply*> counted;
-  for (const auto& s : supplies) {
-    if (!isBattery(s) || property(s, "PRESENT") == "0") continue;
-    if (auto w = rate(s)) {
-      total += *w;
-      counted.push_back(&s);
-    }
-  }
-  if (counted.empty()) return std::nullopt;
-  return PowerReading{PowerReading::Kind::battery, batteryName(counted), total, batterySource(counted)};
-}
-
-std::optional<PowerReading> systemDrawFromBattery(const std::vector<PowerSupply>& supplies) {
-  if (onExternalPower(supplies)) return std::nullopt;
-  const bool discharging = std::any_of(supplies.begin(), supplies.end(), [](const PowerSupply& s) {
-    return isBattery(s) && property(s, "STATUS") == "Discharging";
-  });
-  if (!discharging) return std::nullopt;
-  auto reading = batteryPower(supplies);
-  if (!reading) return std::nullopt;
-  reading->kind = PowerReading::Kind::system;
-  reading->name = "System (on battery)";
-  return reading;
 }
 
 std::vector<PeripheralBattery> peripheralBatteries(const std::vector<PowerSupply>& supplies) {

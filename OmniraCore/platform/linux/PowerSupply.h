@@ -40,17 +40,6 @@ std::optional<BatterySample> batteryFrom(const std::vector<PowerSupply>& supplie
 // An online mains, USB or similar supply: the machine is plugged in.
 bool onExternalPower(const std::vector<PowerSupply>& supplies);
 
-// How fast the system batteries charge or discharge, summed over those that tell
-// (POWER_NOW in µW, else CURRENT_NOW µA × VOLTAGE_NOW µV; the magnitude, as some firmwares
-// sign the discharge). A reading of 0 counts only when the status is Full or Not charging:
-// elsewhere it is a firmware that does not measure, and absent. Kind battery.
-std::optional<PowerReading> batteryPower(const std::vector<PowerSupply>& supplies);
-
-// The whole machine's draw, read off the battery: present only while a battery discharges
-// and no external supply is online (with a charger too weak for the load the battery
-// covers only the rest). Same watts as batteryPower, kind system.
-std::optional<PowerReading> systemDrawFromBattery(const std::vector<PowerSupply>& supplies);
-
 // Batteries of the scope "Device": mice, keyboards, controllers. Level from CAPACITY (%),
 // else CAPACITY_LEVEL (Full 1.0, High 0.75, Normal 0.5, Low 0.2, Critical 0.05); charging
 // from STATUS, absent when Unknown. Kind from the supply's name or driver where they tell;

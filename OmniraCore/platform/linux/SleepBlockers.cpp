@@ -1,32 +1,19 @@
 #include "OmniraCore/platform/linux/SleepBlockers.h"
 
-#include <systemd/sd-bus.h>
 
 #include <cstring>
 
 #include <spdlog/spdlog.h>
 
+#include "OmniraCore/platform/linux/SdBus.h"
+
 namespace omnira::platform {
 
 namespace {
 
-struct Bus {
-  sd_bus* bus = nullptr;
-  ~Bus() { sd_bus_flush_close_unref(bus); }
-};
-struct Message {
-  sd_bus_message* message = nullptr;
-  ~Message() { sd_bus_message_unref(message); }
-};
-
-int open(Bus& bus, const std::string& address) {
-  if (address.empty()) return sd_bus_open_system(&bus.bus);
-  int r = sd_bus_new(&bus.bus);
-  if (r < 0) return r;
-  if ((r = sd_bus_set_address(bus.bus, address.c_str())) < 0) return r;
-  if ((r = sd_bus_set_bus_client(bus.bus, 1)) < 0) return r;
-  return sd_bus_start(bus.bus);
-}
+using sdbus::Bus;
+using sdbus::Message;
+using sdbus::open;
 
 }  // namespace
 

@@ -1,6 +1,5 @@
 #include "OmniraCore/platform/linux/UPowerDevices.h"
 
-#include <systemd/sd-bus.h>
 
 #include <algorithm>
 #include <array>
@@ -8,6 +7,8 @@
 #include <optional>
 #include <set>
 #include <tuple>
+
+#include "OmniraCore/platform/linux/SdBus.h"
 
 namespace omnira::platform {
 
@@ -20,23 +21,9 @@ constexpr const char* deviceInterface = "org.freedesktop.UPower.Device";
 
 constexpr uint32_t typeLinePower = 1, typeBattery = 2, typeUps = 3, typeComputer = 11;
 
-struct Bus {
-  sd_bus* bus = nullptr;
-  ~Bus() { sd_bus_flush_close_unref(bus); }
-};
-struct Message {
-  sd_bus_message* message = nullptr;
-  ~Message() { sd_bus_message_unref(message); }
-};
-
-int open(Bus& bus, const std::string& address) {
-  if (address.empty()) return sd_bus_open_system(&bus.bus);
-  int r = sd_bus_new(&bus.bus);
-  if (r < 0) return r;
-  if ((r = sd_bus_set_address(bus.bus, address.c_str())) < 0) return r;
-  if ((r = sd_bus_set_bus_client(bus.bus, 1)) < 0) return r;
-  return sd_bus_start(bus.bus);
-}
+using sdbus::Bus;
+using sdbus::Message;
+using sdbus::open;
 
 // One method call within what is left of the deadline; false on any failure.
 bool call(sd_bus* bus, Clock::time_point deadline, const char* path, const char* interface, const char* member,
