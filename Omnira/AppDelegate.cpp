@@ -34,6 +34,8 @@ sigset_t stopSignals() {
   sigemptyset(&set);
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
+  // The terminal that ran `omnira run` closed: stop and save as on SIGTERM.
+  sigaddset(&set, SIGHUP);
   return set;
 }
 
@@ -143,7 +145,9 @@ void AppDelegate::listenForStopSignals() {
   connect(signalNotifier_.get(), &QSocketNotifier::activated, this, [this] {
     signalfd_siginfo info{};
     while (::read(signalFD_, &info, sizeof info) == sizeof info)
-      spdlog::info("Stopping on {}", info.ssi_signo == SIGINT ? "SIGINT" : "SIGTERM");
+      spdlog::info("Stopping on {}", info.ssi_signo == SIGINT    ? "SIGINT"
+                                     : info.ssi_signo == SIGHUP ? "SIGHUP"
+                                                                : "SIGTERM");
     emit stopRequested();
   });
 }

@@ -3,7 +3,7 @@
 //
 // Start: data and settings folders → the single-instance lock → logging → settings and
 // their watch → the monitor store (saved state, history, samplers, loop) → the agent bridge
-// (while "bridgeEnabled" is on) → usage limits → notifications → SIGINT/SIGTERM.
+// (while "bridgeEnabled" is on) → usage limits → notifications → SIGINT/SIGTERM/SIGHUP.
 // Stop (on either signal, or when the event loop ends): the bridge stops listening, the loop
 // and the samplers end, then live history, ledger and insights are saved and the history
 // is checkpointed, and the lock is released last.
@@ -48,7 +48,7 @@ class AppDelegate : public QObject {
   AppDelegate(Options options, QObject* parent = nullptr);
   ~AppDelegate() override;
 
-  // Blocks SIGINT and SIGTERM for every thread; call before any thread starts.
+  // Blocks SIGINT, SIGTERM and SIGHUP for every thread; call before any thread starts.
   static void blockStopSignals();
 
   Result<void, Failure> start();
@@ -57,7 +57,7 @@ class AppDelegate : public QObject {
   MonitorStore* store() const { return store_.get(); }
 
  signals:
-  // SIGINT or SIGTERM arrived.
+  // SIGINT, SIGTERM or SIGHUP arrived.
   void stopRequested();
 
  private:

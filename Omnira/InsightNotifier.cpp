@@ -9,6 +9,7 @@
 #include <spdlog/spdlog.h>
 
 #include "Omnira/Notifications.h"
+#include "OmniraCore/foundation/SafeText.h"
 
 namespace omnira {
 
@@ -49,7 +50,7 @@ bool InsightNotifier::post(const std::string& title, const std::string& detail, 
   hints.insert("desktop-entry", QString::fromLatin1(desktopEntry));
   hints.insert("urgency", QVariant::fromValue(static_cast<uchar>(urgency)));  // D-Bus wants a byte
   call << QString("Omnira") << 0u << QString("omnira") << QString::fromStdString(title)
-       << QString::fromStdString(detail) << QStringList() << hints << -1;
+       << QString::fromStdString(markupText(detail)) << QStringList() << hints << -1;
 
   auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call), this);
   connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, title](QDBusPendingCallWatcher* finished) {

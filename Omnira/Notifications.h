@@ -1,6 +1,8 @@
 #pragma once
 // Where the desktop's notification service answers on the session bus.
 // https://specifications.freedesktop.org/notification-spec/latest/
+// Bodies are markup where the server has "body-markup", so they go through markupText
+// (a name like "<a href=...>" stays text); summaries are plain text and go as they are.
 
 namespace omnira::notifications {
 

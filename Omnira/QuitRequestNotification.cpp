@@ -10,6 +10,7 @@
 #include <spdlog/spdlog.h>
 
 #include "Omnira/Notifications.h"
+#include "OmniraCore/foundation/SafeText.h"
 
 namespace omnira {
 
@@ -42,7 +43,7 @@ void QuitRequestNotification::ask(const QuitPlan& plan, std::function<void(QuitA
   hints.insert("resident", true);
   const QStringList actions{"quit", plan.force ? "Force Quit" : "Quit", "keep", "Don't Quit"};
   call << QString("Omnira") << 0u << QString("omnira") << QString::fromStdString(headline(plan))
-       << QString::fromStdString(body) << actions << hints << 60'000;
+       << QString::fromStdString(markupText(body)) << actions << hints << 60'000;
   waitingForID_ = true;
   auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call), this);
   connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* finished) {

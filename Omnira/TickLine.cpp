@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "OmniraCore/foundation/SafeText.h"
 #include "OmniraCore/sampling/MemoryPressure.h"
 
 namespace omnira {
@@ -28,7 +29,7 @@ std::string TickLine::format(const SystemSample& system, const std::vector<AppGr
                                  static_cast<double>(system.memoryUsed()) / gigabyte,
                                  static_cast<double>(system.memoryTotal) / gigabyte,
                                  memoryPressureName(system.pressure));
-  if (auto top = topApp(groups)) line += fmt::format("  Top {} {:.1f}%", top->name, top->cpuPercent());
+  if (auto top = topApp(groups)) line += fmt::format("  Top {} {:.1f}%", terminalText(top->name), top->cpuPercent());
   if (const auto strained = WorthALook::strainLine(strain, at); !strained.empty()) line += "  " + strained;
   return line;
 }

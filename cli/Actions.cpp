@@ -7,7 +7,7 @@
 
 #include "OmniraCore/bridge/ActionLog.h"
 #include "OmniraCore/foundation/JSONText.h"
-#include "OmniraCore/foundation/SystemText.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "cli/Format.h"
 
 namespace omnira::cli {
@@ -75,10 +75,10 @@ int runActions(const ActionsRequest& request, const AppPaths& paths, std::FILE* 
   fmt::print(out, "{:<16}  {:<16} {:<30} {:<9}  {}\n", "WHEN", "ASKED BY", "TARGET", "VERDICT", "OUTCOME");
   for (auto it = records.rbegin(); it != records.rend(); ++it) {
     const auto& r = *it;
-    fmt::print(out, "{:<16}  {:<16} {:<30} {:<9}  {}\n", formatLocal(r.date, "%Y-%m-%d %H:%M"), fit(shownText(r.asker), 16),
-               fit(shownText(r.target), 30), r.verdict, outcomeText(r));
+    fmt::print(out, "{:<16}  {:<16} {:<30} {:<9}  {}\n", formatLocal(r.date, "%Y-%m-%d %H:%M"), fit(terminalText(r.asker), 16),
+               fit(terminalText(r.target), 30), terminalText(r.verdict), outcomeText(r));
     if (r.detail && r.detail->reason && !r.detail->reason->empty())
-      fmt::print(out, "{:<18}{}\n", "", shownText(*r.detail->reason));
+      fmt::print(out, "{:<18}{}\n", "", terminalText(*r.detail->reason));
   }
   return 0;
 }

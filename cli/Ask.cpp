@@ -5,6 +5,7 @@
 #include "OmniraCore/bridge/Bridge.h"
 #include "OmniraCore/bridge/BridgeSocket.h"
 #include "OmniraCore/foundation/JSONText.h"
+#include "OmniraCore/foundation/SafeText.h"
 
 namespace omnira::cli {
 
@@ -23,14 +24,14 @@ int runAsk(const std::string& tool, const std::optional<std::string>& arguments,
   const auto reply = BridgeSocket::ask({{"tool", tool}, {"arguments", parsed}}, BridgeSocket::path(paths).string(), timeout);
   if (!reply) {
     fmt::print(err, "{}\n",
-               reply.error().message.value_or(
+               terminalText(reply.error().message.value_or(
                    "Omnira is not running, or its bridge is off. Start it with `omnira run`, and let agents ask it "
-                   "with `omnira settings set bridgeEnabled true`."));
+                   "with `omnira settings set bridgeEnabled true`.")));
     return 1;
   }
   if (!reply->value("ok", false)) {
     const auto& sentence = reply->contains("error") ? (*reply)["error"] : nlohmann::ordered_json("Omnira refused.");
-    fmt::print(err, "{}\n", sentence.is_string() ? sentence.get<std::string>() : jsonText(sentence));
+    fmt::print(err, "{}\n", terminalText(sentence.is_string() ? sentence.get<std::string>() : jsonText(sentence)));
     return 1;
   }
   fmt::print(out, "{}\n", jsonText(reply->contains("result") ? (*reply)["result"] : nlohmann::ordered_json(), 2));

@@ -12,7 +12,7 @@
 
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
-#include "OmniraCore/foundation/SystemText.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "cli/Format.h"
 
 namespace omnira::cli {
@@ -84,10 +84,10 @@ int printCanQuit(const QuitCheck& check, const CanQuitRequest& request, std::FIL
       missing = fmt::format("Nothing listens on port {}.", *request.port);
   } else if (request.project) {
     judged = check.project(*request.project);
-    if (judged.empty()) missing = fmt::format("Nothing is running in a project folder called \"{}\".", shownText(*request.project));
+    if (judged.empty()) missing = fmt::format("Nothing is running in a project folder called \"{}\".", terminalText(*request.project));
   } else if (request.name) {
     judged = check.named(*request.name);
-    if (judged.empty()) missing = fmt::format("No process called \"{}\" is running.", shownText(*request.name));
+    if (judged.empty()) missing = fmt::format("No process called \"{}\" is running.", terminalText(*request.name));
   }
   if (missing && judged.empty()) {
     fmt::print(err, "{}\n", *missing);
@@ -104,14 +104,14 @@ int printCanQuit(const QuitCheck& check, const CanQuitRequest& request, std::FIL
     return 0;
   }
   for (const auto& j : judged) {
-    fmt::print(out, "{} ({}), {}: {}. {}\n", shownText(j.name), j.pid, shownText(j.appName), verdictText(j.verdict),
-               shownText(j.reason));
+    fmt::print(out, "{} ({}), {}: {}. {}\n", terminalText(j.name), j.pid, terminalText(j.appName), verdictText(j.verdict),
+               terminalText(j.reason));
     std::string details;
     if (!j.alsoStops.empty()) {
       std::string stops;
       const size_t named = std::min(j.alsoStops.size(), kStopsNamed);
       for (size_t i = 0; i < named; ++i)
-        stops += (stops.empty() ? "" : ", ") + fmt::format("{} ({})", shownText(j.alsoStops[i].name), j.alsoStops[i].pid);
+        stops += (stops.empty() ? "" : ", ") + fmt::format("{} ({})", terminalText(j.alsoStops[i].name), j.alsoStops[i].pid);
       if (named < j.alsoStops.size()) stops += fmt::format(" and {} more", j.alsoStops.size() - named);
       details += "Also stops " + stops + ". ";
     }
@@ -121,7 +121,7 @@ int printCanQuit(const QuitCheck& check, const CanQuitRequest& request, std::FIL
       for (const auto port : j.ports) ports += (ports.empty() ? ":" : ", :") + std::to_string(port);
       details += " Ports " + ports + ".";
     }
-    if (j.how) details += " Instead: " + shownText(*j.how);
+    if (j.how) details += " Instead: " + terminalText(*j.how);
     fmt::print(out, "  {}\n", details);
   }
   if (const auto line = summary(judged); !line.empty()) fmt::print(out, "{}\n", line);

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "OmniraCore/foundation/JSONText.h"
-#include "OmniraCore/foundation/SystemText.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "cli/Format.h"
 
 namespace omnira::cli {
@@ -51,10 +51,10 @@ int printContainers(const ContainerSnapshot& snapshot, const ContainersRequest& 
     fmt::print(out, "{:<24} {:<20} {:>7} {:>21} {:>10} {:>10}  {:<14} {}\n", "NAME", "IMAGE", "CPU", "MEMORY", "NET IN",
                "NET OUT", "PORTS", "PROJECT");
     for (const auto* c : shown) {
-      std::string project = c->composeFolder ? shownText(shownPath(*c->composeFolder, home)) : "-";
-      if (c->composeService) project += " (" + shownText(*c->composeService) + ")";
-      fmt::print(out, "{:<24} {:<20} {:>7} {:>21} {:>10} {:>10}  {:<14} {}\n", fit(shownText(c->name), 24),
-                 fit(shownText(c->image), 20), c->cpuPercent ? fmt::format("{:.1f}%", *c->cpuPercent) : "-",
+      std::string project = c->composeFolder ? terminalText(shownPath(*c->composeFolder, home)) : "-";
+      if (c->composeService) project += " (" + terminalText(*c->composeService) + ")";
+      fmt::print(out, "{:<24} {:<20} {:>7} {:>21} {:>10} {:>10}  {:<14} {}\n", fit(terminalText(c->name), 24),
+                 fit(terminalText(c->image), 20), c->cpuPercent ? fmt::format("{:.1f}%", *c->cpuPercent) : "-",
                  memoryText(*c), orDash(c->networkInBytesPerSec), orDash(c->networkOutBytesPerSec), fit(portsText(*c), 14),
                  project);
     }
@@ -68,10 +68,10 @@ int printContainers(const ContainerSnapshot& snapshot, const ContainersRequest& 
     else if (anyAnswered && snapshot.containers.empty())
       fmt::print(out, "No containers are running.\n");
     for (const auto& engine : snapshot.engines)
-      if (!engine.answered) fmt::print(err, "{}\n", engineFailure(engine));
+      if (!engine.answered) fmt::print(err, "{}\n", terminalText(engineFailure(engine)));
   }
   if (shown.empty() && !request.name.empty()) {
-    if (!snapshot.containers.empty()) fmt::print(err, "No running container matches \"{}\".\n", shownText(request.name));
+    if (!snapshot.containers.empty()) fmt::print(err, "No running container matches \"{}\".\n", terminalText(request.name));
     return 1;
   }
   return 0;

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "OmniraCore/foundation/Parse.h"
+#include "OmniraCore/foundation/SafeText.h"
 
 namespace omnira::cli {
 
@@ -30,7 +31,7 @@ int runFanSet(const FanSetRequest& request, std::FILE* out, std::FILE* err) {
   const auto speed = parseFanSpeed(request.speed);
   if (!speed) {
     fmt::print(err, "omnira: a fan speed is a number of rpm from 0 to {} or \"auto\", not \"{}\".\n",
-               HelperProtocol::kMaxRPM, request.speed);
+               HelperProtocol::kMaxRPM, terminalText(request.speed));
     return 2;
   }
   HelperClient::Options options;

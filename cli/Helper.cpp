@@ -11,6 +11,7 @@
 #include <fmt/ranges.h>
 
 #include "OmniraCore/foundation/Parse.h"
+#include "OmniraCore/foundation/SafeText.h"
 
 namespace omnira::cli {
 
@@ -108,7 +109,7 @@ int runHelper(const HelperCommandRequest& request, std::FILE* out, std::FILE* er
     options.socket = request.socket;
     HelperClient client(options);
     bool answering = false;
-    fmt::print(out, "{}\n", helperStatus(client, person(), &answering));
+    fmt::print(out, "{}\n", terminalText(helperStatus(client, person(), &answering)));
     return answering ? 0 : 1;
   }
 

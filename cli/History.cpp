@@ -12,6 +12,7 @@
 
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/history/HistoryDatabase.h"
 #include "OmniraCore/history/HistoryExport.h"
@@ -23,6 +24,7 @@ namespace omnira::cli {
 namespace {
 
 constexpr int kFailed = 1;
+constexpr int kUsageError = 2;
 
 int64_t periodSeconds(const std::string& period) {
   if (period == "week") return 7 * 86400;
@@ -243,8 +245,7 @@ int showApps(HistoryDatabase& db, const HistoryRequest& request, Date now, std::
   fmt::print(out, "  {:<30} {:>9} {:>10} {:>10} {:>10} {:>10} {:>10}\n", "APP", "SEEN", "CPU TIME", "MEMORY",
              "PEAK", "DISK", "NETWORK");
   for (const auto& t : ranked) {
-    std::string name = t.name.size() > 30 ? t.name.substr(0, 29) + "…" : t.name;
-    fmt::print(out, "  {:<30} {:>9} {:>10} {:>10} {:>10} {:>10} {:>10}\n", name, duration(t.seconds),
+    fmt::print(out, "  {:<30} {:>9} {:>10} {:>10} {:>10} {:>10} {:>10}\n", fit(terminalText(t.name), 30), duration(t.seconds),
                duration(t.cpuSeconds), bytes(t.memoryAverage()), bytes(unsignedBytes(t.peakMemory)),
                bytes(unsignedBytes(t.diskRead + t.diskWritten)), bytes(unsignedBytes(t.networkIn + t.networkOut)));
   }
@@ -253,15 +254,7 @@ int showApps(HistoryDatabase& db, const HistoryRequest& request, Date now, std::
 
 int exportFiles(HistoryDatabase& db, const HistoryRequest& request, const AppPaths& paths, Date now,
                 std::FILE* out, std::FILE* err) {
-  Date since{};
-  if (request.since) {
-    auto parsed = parseSinceDate(*request.since);
-    if (!parsed) {
-      fmt::print(err, "omnira: \"{}\" is not a date; use YYYY-MM-DD.\n", *request.since);
-      return 2;
-    }
-    since = *parsed;
-  }
+  const Date since = request.since ? parseSinceDate(*request.since).value_or(Date{}) : Date{};
   std::error_code ec;
   std::filesystem::create_directories(paths.downloadsFolder(), ec);
   if (ec) {
@@ -279,10 +272,6 @@ int exportFiles(HistoryDatabase& db, const HistoryRequest& request, const AppPat
 
 int remove(HistoryDatabase& db, const HistoryRequest& request, const AppPaths& paths, Date now, std::FILE* out,
            std::FILE* err) {
-  if (request.older == request.all) {
-    fmt::print(err, "omnira: say which to delete: --older (past the kept span) or --all.\n");
-    return 2;
-  }
   const int64_t days = HistoryRetention::days(Settings::load(paths.settingsFile()));
   const std::string question =
       request.all ? "Delete all history?\nEverything Omnira has recorded about your computer and your apps will be "
@@ -344,7 +333,19 @@ std::optional<Date> parseSinceDate(const std::string& text) {
   return Date(std::chrono::seconds(t));
 }
 
+std::optional<std::string> HistoryRequest::mistake() const {
+  if (command == Command::exportFiles && since && !parseSinceDate(*since))
+    return fmt::format("\"{}\" is not a date; use YYYY-MM-DD.", terminalText(*since));
+  if (command == Command::remove && older == all) return "say which to delete: --older (past the kept span) or --all.";
+  return std::nullopt;
+}
+
 int runHistory(const HistoryRequest& request, const AppPaths& paths, Date now, std::FILE* out, std::FILE* err) {
+  // Before the file is looked for: a wrong argument is wrong whether or not a history exists.
+  if (const auto mistake = request.mistake()) {
+    fmt::print(err, "omnira: {}\n", *mistake);
+    return kUsageError;
+  }
   const auto file = paths.dataFile("history.sqlite");
   std::error_code ec;
   if (!std::filesystem::exists(file, ec)) {

@@ -23,9 +23,13 @@ struct HistoryRequest {
   bool older = false;                // delete: rows past the kept span
   bool all = false;                  // delete: everything
   bool yes = false;                  // delete without asking
+
+  // A sentence about a wrong or missing argument, found without touching any file.
+  std::optional<std::string> mistake() const;
 };
 
-// Prints to `out`, sentences about problems to `err`; returns the exit status.
+// Prints to `out`, sentences about problems to `err`; returns the exit status: 2 for a
+// mistake in the arguments, checked before the history is opened.
 int runHistory(const HistoryRequest& request, const AppPaths& paths, Date now, std::FILE* out, std::FILE* err);
 
 // "2026-11-21" (local midnight) or a full ISO 8601 date.

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "OmniraCore/foundation/SafeText.h"
 #include "OmniraCore/foundation/SettingsKeys.h"
 #include "OmniraCore/history/Strain.h"
 
@@ -54,8 +55,8 @@ void list(const WorthALook& saved, bool json, Date now, std::FILE* out) {
   for (const bool pinned : {true, false}) {
     for (const auto& insight : saved.insights()) {
       if (saved.isPinned(insight.id) != pinned) continue;
-      fmt::print(out, "{}  {}  {}{}\n{:{}}{}\n", shortened(insight.id), when(insight.date, now), insight.title,
-                 pinned ? "  (pinned)" : "", "", shortID + 2, insight.detail);
+      fmt::print(out, "{}  {}  {}{}\n{:{}}{}\n", shortened(insight.id), when(insight.date, now),
+                 terminalText(insight.title), pinned ? "  (pinned)" : "", "", shortID + 2, terminalText(insight.detail));
     }
   }
 }
@@ -64,13 +65,14 @@ void list(const WorthALook& saved, bool json, Date now, std::FILE* out) {
 Result<UUID, std::string> resolve(const WorthALook& saved, const std::string& text) {
   const auto found = saved.matching(text);
   if (found.size() == 1) return found.front();
-  if (found.empty()) return fail(fmt::format("No insight has an id that begins with \"{}\"; omnira insights lists them.", text));
-  return fail(fmt::format("\"{}\" begins the ids of {} insights; give more of the id.", text, found.size()));
+  if (found.empty())
+    return fail(fmt::format("No insight has an id that begins with \"{}\"; omnira insights lists them.", terminalText(text)));
+  return fail(fmt::format("\"{}\" begins the ids of {} insights; give more of the id.", terminalText(text), found.size()));
 }
 
 std::string titleOf(const WorthALook& saved, const UUID& id) {
   for (const auto& insight : saved.insights())
-    if (insight.id == id) return insight.title;
+    if (insight.id == id) return terminalText(insight.title);
   return {};
 }
 
@@ -78,6 +80,19 @@ std::string titleOf(const WorthALook& saved, const UUID& id) {
 
 int runInsights(const InsightsRequest& request, const AppPaths& paths, Date now, std::FILE* out, std::FILE* err) {
   using Command = InsightsRequest::Command;
+  // Arguments first: a missing id is a usage mistake whatever state the file is in.
+  const bool named = request.command != Command::dismiss || !request.all;
+  if (request.command != Command::list) {
+    if (named && request.id.empty()) {
+      fmt::print(err, "omnira: name the insight by its id (omnira insights lists them){}.\n",
+                 request.command == Command::dismiss ? ", or dismiss them all with --all" : "");
+      return 2;
+    }
+    if (!named && !request.id.empty()) {
+      fmt::print(err, "omnira: dismiss either one insight or --all, not both.\n");
+      return 2;
+    }
+  }
   const auto file = paths.dataFile(insightsFile);
   auto saved = WorthALook::load(file);
   if (!saved) {
@@ -91,21 +106,13 @@ int runInsights(const InsightsRequest& request, const AppPaths& paths, Date now,
   }
 
   std::optional<UUID> id;
-  if (request.command != Command::dismiss || !request.all) {
-    if (request.id.empty()) {
-      fmt::print(err, "omnira: name the insight by its id (omnira insights lists them){}.\n",
-                 request.command == Command::dismiss ? ", or dismiss them all with --all" : "");
-      return 2;
-    }
+  if (named) {
     auto resolved = resolve(*saved, request.id);
     if (!resolved) {
       fmt::print(err, "omnira: {}\n", resolved.error());
       return 2;
     }
     id = *resolved;
-  } else if (!request.id.empty()) {
-    fmt::print(err, "omnira: dismiss either one insight or --all, not both.\n");
-    return 2;
   }
 
   size_t dismissed = 0, stayed = 0;

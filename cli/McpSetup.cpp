@@ -13,6 +13,7 @@
 #include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "OmniraCore/usage/UsageLogins.h"
 
 namespace omnira::cli {
@@ -64,10 +65,10 @@ bool onPath(const std::string& program, const AppPaths::Environment& environment
 std::string shown(const fs::path& file, const AppPaths::Environment& environment) {
   const auto home = environment("HOME");
   const std::string text = file.string();
-  if (!home || home->empty() || !text.starts_with(*home + "/")) return text;
+  if (!home || home->empty() || !text.starts_with(*home + "/")) return terminalText(text);
   std::string within = text.substr(home->size());
   within.insert(within.begin(), '~');
-  return within;
+  return terminalText(within);
 }
 
 }  // namespace
@@ -169,7 +170,7 @@ int runMcpSetup(const McpSetupRequest& request, const std::string& command, cons
   }
   const bool all = request.agent == "all";
   if (!all && std::none_of(agents.begin(), agents.end(), [&](const Agent& a) { return a.id == request.agent; })) {
-    fmt::print(err, "omnira: there is no agent \"{}\" to set up: give claude, codex, gemini or all.\n", request.agent);
+    fmt::print(err, "omnira: there is no agent \"{}\" to set up: give claude, codex, gemini or all.\n", terminalText(request.agent));
     return 2;
   }
 
@@ -192,7 +193,7 @@ int runMcpSetup(const McpSetupRequest& request, const std::string& command, cons
     std::string text;
     if (auto read = AtomicFile::read(file)) text = std::move(*read);
     else if (!read.error().missing) {
-      fmt::print(err, "{}: cannot read {}: {}\n", agent.name, shown(agent.file, environment), read.error().message);
+      fmt::print(err, "{}: cannot read {}: {}\n", agent.name, shown(agent.file, environment), terminalText(read.error().message));
       status = 1;
       continue;
     }
@@ -200,7 +201,8 @@ int runMcpSetup(const McpSetupRequest& request, const std::string& command, cons
     auto edited = agent.toml ? McpSetup::editTOML(text, command, request.remove, change)
                              : McpSetup::editJSON(text, jsonText(agent.entry), request.remove, change);
     if (!edited) {
-      fmt::print(err, "{}: {} was left as it is: {}.\n", agent.name, shown(agent.file, environment), edited.error().message);
+      fmt::print(err, "{}: {} was left as it is: {}.\n", agent.name, shown(agent.file, environment),
+                 terminalText(edited.error().message));
       status = 1;
       continue;
     }
@@ -213,7 +215,7 @@ int runMcpSetup(const McpSetupRequest& request, const std::string& command, cons
     struct stat info {};
     const mode_t mode = ::stat(file.c_str(), &info) == 0 ? (info.st_mode & 07777) : 0600;
     if (auto written = AtomicFile::write(file, *edited, mode); !written) {
-      fmt::print(err, "{}: {}\n", agent.name, written.error().message);
+      fmt::print(err, "{}: {}\n", agent.name, terminalText(written.error().message));
       status = 1;
       continue;
     }

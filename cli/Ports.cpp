@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "OmniraCore/foundation/JSONText.h"
-#include "OmniraCore/foundation/SystemText.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "cli/Format.h"
 
 namespace omnira::cli {
@@ -14,7 +14,7 @@ namespace {
 
 std::string connectedText(const Port& port) {
   std::string text;
-  for (const auto& p : port.connectedFrom) text += (text.empty() ? "" : ", ") + fmt::format("{} ({})", shownText(p.name), p.pid);
+  for (const auto& p : port.connectedFrom) text += (text.empty() ? "" : ", ") + fmt::format("{} ({})", terminalText(p.name), p.pid);
   if (port.remoteConnections > 0)
     text += (text.empty() ? "" : ", ") + fmt::format("{} from elsewhere", port.remoteConnections);
   return text.empty() ? "-" : text;
@@ -52,17 +52,17 @@ int printPorts(const std::vector<Port>& all, const std::vector<uint16_t>& listen
     for (const auto* port : shown) {
       const std::string address = port->localOnly ? "this computer" : "all interfaces";
       const std::string process =
-          port->process ? fmt::format("{} ({})", shownText(port->process->name), port->process->pid)
+          port->process ? fmt::format("{} ({})", terminalText(port->process->name), port->process->pid)
           : port->container ? "(engine's proxy)"
                             : "(not visible)";
-      std::string app = port->process ? shownText(port->process->appName) : "";
+      std::string app = port->process ? terminalText(port->process->appName) : "";
       std::optional<std::string> projectPath = port->process ? port->process->projectPath : std::nullopt;
       if (port->container) {
         // What a person knows it by is the container, not the engine's proxy that holds it.
-        app = "container " + shownText(port->container->name);
+        app = "container " + terminalText(port->container->name);
         projectPath = port->container->projectPath;
       }
-      const std::string project = projectPath ? shownText(shownPath(*projectPath, home)) : "-";
+      const std::string project = projectPath ? terminalText(shownPath(*projectPath, home)) : "-";
       fmt::print(out, "{:>5}  {:<16} {:<22} {:<20} {:<24} {}\n", port->port, address, fit(process, 22), fit(app, 20),
                  fit(project, 24), connectedText(*port));
     }
@@ -70,7 +70,7 @@ int printPorts(const std::vector<Port>& all, const std::vector<uint16_t>& listen
   for (const auto* port : shown)
     if (port->container)
       fmt::print(out, "{} is published by the container {}: stop it with {}\n", port->port,
-                 shownText(port->container->name), shownText(port->container->stopCommand));
+                 terminalText(port->container->name), terminalText(port->container->stopCommand));
   for (const uint16_t port : free) fmt::print(out, "{} is free.\n", port);
   for (const uint16_t port : others) fmt::print(out, "{} is taken by another user's process.\n", port);
   return 0;

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "OmniraCore/foundation/JSONText.h"
-#include "OmniraCore/foundation/SystemText.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "cli/Format.h"
 
 namespace omnira::cli {
@@ -29,7 +29,7 @@ int printProjects(const std::vector<Project>& projects, const ProjectsRequest& r
   for (const auto& project : projects)
     if (project.matches(request.name)) shown.push_back(&project);
   if (shown.empty() && !request.name.empty()) {
-    fmt::print(err, "No project with something running in it matches \"{}\".\n", shownText(request.name));
+    fmt::print(err, "No project with something running in it matches \"{}\".\n", terminalText(request.name));
     return 1;
   }
   if (request.json) {
@@ -44,7 +44,7 @@ int printProjects(const std::vector<Project>& projects, const ProjectsRequest& r
   }
   for (const auto* project : shown) {
     const auto ports = project->ports();
-    fmt::print(out, "{}  {}\n", shownText(project->name), shownText(shownPath(project->path, home)));
+    fmt::print(out, "{}  {}\n", terminalText(project->name), terminalText(shownPath(project->path, home)));
     fmt::print(out, "  {} process{} · CPU {:.1f}% · {}{}{}\n", project->processes.size(),
                project->processes.size() == 1 ? "" : "es", project->cpuPercent(), bytes(project->memoryBytes()),
                ports.empty() ? "" : " · ports " + portList(ports),
@@ -60,11 +60,11 @@ int printProjects(const std::vector<Project>& projects, const ProjectsRequest& r
     const size_t listed = std::min(order.size(), kProcessesShown);
     for (size_t i = 0; i < listed; ++i) {
       const auto& p = *order[i];
-      fmt::print(out, "    {:>7}  {:<20} {:<24} {:>6.1f}% {:>10}  {}\n", p.pid, fit(shownText(p.name), 20),
-                 fit(shownText(p.appName), 24), p.cpuPercent, bytes(p.memoryBytes), portList(p.ports));
+      fmt::print(out, "    {:>7}  {:<20} {:<24} {:>6.1f}% {:>10}  {}\n", p.pid, fit(terminalText(p.name), 20),
+                 fit(terminalText(p.appName), 24), p.cpuPercent, bytes(p.memoryBytes), portList(p.ports));
     }
     if (listed < order.size())
-      fmt::print(out, "    … and {} more (omnira projects {} --json)\n", order.size() - listed, shownText(project->name));
+      fmt::print(out, "    … and {} more (omnira projects {} --json)\n", order.size() - listed, terminalText(project->name));
     fmt::print(out, "\n");
   }
   return 0;

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "OmniraCore/foundation/JSONText.h"
-#include "OmniraCore/foundation/SystemText.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 #include "cli/Format.h"
 
@@ -22,7 +22,7 @@ std::string rpm(const std::optional<double>& value) {
 }
 
 std::string fanLine(const FanStatus& f) {
-  std::string line = fmt::format("  {:>2}  {:<24} {:>9}", f.index, fit(shownText(f.label + " (" + f.chip + ")"), 24), rpm(f.rpm));
+  std::string line = fmt::format("  {:>2}  {:<24} {:>9}", f.index, fit(terminalText(f.label + " (" + f.chip + ")"), 24), rpm(f.rpm));
   std::string extra;
   if (f.minimumRPM || f.maximumRPM)
     extra += fmt::format("range {}–{}", f.minimumRPM ? fmt::format("{:.0f}", *f.minimumRPM) : "?",
@@ -48,14 +48,14 @@ std::string sensorsText(const SensorSample& s, const std::vector<PeripheralBatte
     out += "Temperatures";
     if (s.cpuCelsius) out += fmt::format(" · CPU {}", degrees(*s.cpuCelsius, fahrenheit));
     if (s.hottestCelsius)
-      out += fmt::format(" · hottest {} ({})", degrees(*s.hottestCelsius, fahrenheit), shownText(s.hottestName));
+      out += fmt::format(" · hottest {} ({})", degrees(*s.hottestCelsius, fahrenheit), terminalText(s.hottestName));
     out += "\n";
     for (const auto& t : s.temperatures) {
       std::string limits;
       if (t.hotCelsius) limits += "hot " + degrees(*t.hotCelsius, fahrenheit);
       if (t.criticalCelsius) limits += (limits.empty() ? "" : " · ") + ("critical " + degrees(*t.criticalCelsius, fahrenheit));
       out += fmt::format("  {:<8} {:>9}  {:<28} {}\n", rawValue(t.kind), degrees(t.celsius, fahrenheit),
-                         fit(shownText(t.name + " (" + t.chip + ")"), 28), limits);
+                         fit(terminalText(t.name + " (" + t.chip + ")"), 28), limits);
     }
   } else {
     out += "Temperatures: none readable\n";
@@ -69,13 +69,13 @@ std::string sensorsText(const SensorSample& s, const std::vector<PeripheralBatte
     if (s.systemWatts) out += fmt::format(" · whole computer {:.1f} W", *s.systemWatts);
     out += "\n";
     for (const auto& p : s.powers)
-      out += fmt::format("  {:<28} {:>8.1f} W   {}\n", fit(shownText(p.name), 28), p.watts, shownText(p.source));
+      out += fmt::format("  {:<28} {:>8.1f} W   {}\n", fit(terminalText(p.name), 28), p.watts, terminalText(p.source));
   }
   if (!s.powerNote.empty()) out += s.powerNote + "\n";
   if (!s.gpus.empty()) {
     out += "GPU\n";
     for (const auto& g : s.gpus) {
-      std::string line = fmt::format("  {:<28}", fit(shownText(g.name + " (" + g.driver + ")"), 28));
+      std::string line = fmt::format("  {:<28}", fit(terminalText(g.name + " (" + g.driver + ")"), 28));
       line += g.busy ? fmt::format(" busy {:>5}", percent(*g.busy)) : std::string(" busy     –");
       if (g.memoryUsedBytes)
         line += fmt::format(" · memory {}{}", bytes(*g.memoryUsedBytes),
@@ -87,7 +87,7 @@ std::string sensorsText(const SensorSample& s, const std::vector<PeripheralBatte
   if (!s.npus.empty()) {
     out += "NPU\n";
     for (const auto& n : s.npus)
-      out += fmt::format("  {:<28} busy {}\n", fit(shownText(n.name + " (" + n.driver + ")"), 28),
+      out += fmt::format("  {:<28} busy {}\n", fit(terminalText(n.name + " (" + n.driver + ")"), 28),
                          n.busy ? percent(*n.busy) : std::string("–"));
   }
   if (s.throttledCPUs) {
@@ -100,8 +100,8 @@ std::string sensorsText(const SensorSample& s, const std::vector<PeripheralBatte
   if (!peripherals.empty()) {
     out += "Peripherals\n";
     for (const auto& p : peripherals)
-      out += fmt::format("  {:<28} {:>5}{}  {}\n", fit(shownText(p.name), 28), p.level ? percent(*p.level) : "–",
-                         p.charging.value_or(false) ? ", charging" : "", shownText(p.source));
+      out += fmt::format("  {:<28} {:>5}{}  {}\n", fit(terminalText(p.name), 28), p.level ? percent(*p.level) : "–",
+                         p.charging.value_or(false) ? ", charging" : "", terminalText(p.source));
   }
   return out;
 }

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "OmniraCore/foundation/Date.h"
-#include "OmniraCore/foundation/SystemText.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "cli/Format.h"
 #include "cli/Snapshot.h"
 
@@ -31,7 +31,7 @@ std::string heatLine(const SensorSample& sensors) {
   std::vector<std::string> parts;
   if (sensors.cpuCelsius) parts.push_back(fmt::format("CPU {:.0f} °C", *sensors.cpuCelsius));
   if (sensors.hottestCelsius)
-    parts.push_back(fmt::format("hottest {:.0f} °C ({})", *sensors.hottestCelsius, shownText(sensors.hottestName)));
+    parts.push_back(fmt::format("hottest {:.0f} °C ({})", *sensors.hottestCelsius, terminalText(sensors.hottestName)));
   std::vector<std::string> speeds;
   for (const auto& f : sensors.fans)
     if (f.rpm) speeds.push_back(fmt::format("{:.0f}", *f.rpm));
@@ -99,7 +99,7 @@ std::string snapshotText(const Snapshot& snap, size_t topApps) {
     const auto& g = snap.groups[i];
     // In and out together; blank for an app that moved nothing over TCP.
     const double network = g.networkInBytesPerSec() + g.networkOutBytesPerSec();
-    out += fmt::format("  {:<34} {:>6} {:>6.1f}% {:>10} {:>11}  {}\n", fit(g.name, 34), g.processCount(),
+    out += fmt::format("  {:<34} {:>6} {:>6.1f}% {:>10} {:>11}  {}\n", fit(terminalText(g.name), 34), g.processCount(),
                        g.cpuPercent(), bytes(g.memoryBytes()), network > 0 ? rate(network) : "", rawValue(g.kind));
   }
   if (shown < snap.groups.size())

@@ -12,6 +12,7 @@
 
 #include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
+#include "OmniraCore/foundation/SafeText.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/usage/CodexLocalLimits.h"
 #include "OmniraCore/usage/TokenLogs.h"
@@ -173,7 +174,7 @@ void printTokens(const ToolTokens& entry, int days, std::FILE* out) {
   // Logged names that shorten alike ("claude-sonnet-4-5" and its dated form) are one row.
   std::vector<Row> models;
   for (const auto& [model, usage] : summary.byModel) {
-    const std::string name = TokenLogs::modelName(model);
+    const std::string name = terminalText(TokenLogs::modelName(model));
     auto same = std::find_if(models.begin(), models.end(), [&](const Row& row) { return row.label == name; });
     if (same == models.end()) {
       models.push_back({name, usage});
@@ -315,8 +316,8 @@ void printLimits(const Limits& limits, Date now, std::FILE* out) {
     return text + std::string(width > cells(text) ? width - cells(text) : 0, ' ');
   };
   for (const auto& account : limits.accounts) {
-    std::string heading = fmt::format("{} · {}", displayName(account.tool), account.label);
-    if (account.plan) heading += " · " + *account.plan;
+    std::string heading = fmt::format("{} · {}", displayName(account.tool), terminalText(account.label));
+    if (account.plan) heading += " · " + terminalText(*account.plan);
     const std::string source = account.source == UsageAccount::Source::toolFiles
                                    ? fmt::format("from {}'s own logs", displayName(account.tool))
                                    : std::string("as last asked");
@@ -331,7 +332,7 @@ void printLimits(const Limits& limits, Date now, std::FILE* out) {
     }
     fmt::print(out, "\n");
   }
-  for (const auto& problem : limits.problems) fmt::print(out, "{}\n", problem.line());
+  for (const auto& problem : limits.problems) fmt::print(out, "{}\n", terminalText(problem.line()));
 }
 
 }  // namespace
@@ -345,12 +346,12 @@ int runTokens(const TokensRequest& request, const AppPaths& paths, const AppPath
   } else if (auto tool = usageToolFromRaw(request.tool); tool && UsageRefresh::keepsLogs(*tool)) {
     asked = {*tool};
   } else {
-    fmt::print(err, "omnira: --tool takes claude or codex, not \"{}\".\n", request.tool);
+    fmt::print(err, "omnira: --tool takes claude or codex, not \"{}\".\n", terminalText(request.tool));
     return kUsageError;
   }
   const auto days = parseNumber<int>(request.days);
   if (!days || *days < 1 || *days > kMaxDays) {
-    fmt::print(err, "omnira: --days takes a whole number from 1 to {}, not \"{}\".\n", kMaxDays, request.days);
+    fmt::print(err, "omnira: --days takes a whole number from 1 to {}, not \"{}\".\n", kMaxDays, terminalText(request.days));
     return kUsageError;
   }
 
@@ -391,7 +392,7 @@ int runTokens(const TokensRequest& request, const AppPaths& paths, const AppPath
     for (const UsageTool tool : tools) names += (names.empty() ? "" : " or ") + std::string(logsName(tool));
     const std::string period = *days == 1 ? "today" : fmt::format("in the last {} days", *days);
     std::string folders;
-    for (const auto& folder : logFolders(tools, environment)) folders += (folders.empty() ? "" : ", ") + folder;
+    for (const auto& folder : logFolders(tools, environment)) folders += (folders.empty() ? "" : ", ") + terminalText(folder);
     const std::string sentence =
         tools.empty() ? "Claude and Codex are turned off in the usage-limits settings; omnira settings list shows them."
                       : fmt::format("No tokens from {} {}: no logs with tokens in {}.", names, period, folders);

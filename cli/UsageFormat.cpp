@@ -6,6 +6,8 @@
 #include <chrono>
 #include <cmath>
 
+#include "OmniraCore/foundation/SafeText.h"
+
 namespace omnira::cli {
 
 std::string grouped(int64_t count) {
@@ -91,7 +93,7 @@ std::string windowLabel(const UsageWindow& window) {
     case Kind::otherModels: label = "Other models"; break;
     case Kind::modelSession: label = "Session"; break;
   }
-  if (window.model()) label += " · " + *window.model();
+  if (window.model()) label += " · " + terminalText(*window.model());
   return label;
 }
 

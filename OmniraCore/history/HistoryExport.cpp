@@ -8,6 +8,8 @@
 #include <fstream>
 #include <map>
 
+#include "OmniraCore/foundation/SafeText.h"
+
 namespace omnira {
 
 namespace {
@@ -115,7 +117,8 @@ Result<HistoryExport::Files, HistoryExport::Failure> HistoryExport::write(Histor
 
   std::string appText = record(appColumns());
   for (const auto& row : *apps) {
-    appText += record({localMinute(row.start), row.name, fmt::format("{:.1f}", row.seconds / 60),
+    // Names are anyone's: a process named "=HYPERLINK(...)" is text, not a formula.
+    appText += record({localMinute(row.start), spreadsheetText(row.name), fmt::format("{:.1f}", row.seconds / 60),
                        average(row.cpuSeconds, row.seconds, 100, 1),
                        average(row.memoryByteSeconds, row.seconds, 1 / megabyte, 1),
                        amount(static_cast<double>(row.peakMemoryBytes), megabyte, 1), amount(row.energyJoules, 3600, 3),

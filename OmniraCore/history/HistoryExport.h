@@ -2,7 +2,8 @@
 // Writes the history as two CSV files for the person: the machine by five minutes and the
 // apps by day. App names and figures only: no ids or paths leave the file. CSV follows
 // RFC 4180: CRLF line ends, and fields holding a comma, a quote or a line break are
-// quoted with their quotes doubled. Dates are local time "yyyy-MM-dd HH:mm".
+// quoted with their quotes doubled. Dates are local time "yyyy-MM-dd HH:mm". An app name
+// that a spreadsheet would take for a formula ("=", "+", "-", "@") begins with a single quote.
 // Runs on any thread; the database's lock keeps its reads apart from the store's writes.
 
 #include <filesystem>

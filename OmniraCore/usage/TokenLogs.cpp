@@ -566,30 +566,57 @@ class Reader {
     ::posix_fadvise(fd.get(), static_cast<off_t>(entry.offset), 0, POSIX_FADV_SEQUENTIAL);
     ++update.filesRead;
 
-    uint64_t start = entry.offset;  // the file position of buffer_[0]
+    uint64_t start = entry.offset;  // where the line being read begins
+    uint64_t position = start;      // the file position of buffer_[0]
     size_t filled = 0;
+    // Within a line past longestLine: its bytes are dropped as they come, up to its newline.
+    bool passing = false;
     while (true) {
-      if (filled == buffer_.size()) buffer_.grow();
+      if (filled == buffer_.size()) {
+        if (buffer_.size() < TokenLogs::longestLine) {
+          buffer_.grow();
+        } else {
+          passing = true;
+          position += filled;
+          filled = 0;
+        }
+      }
       const ssize_t n = ::pread(fd.get(), buffer_.data() + filled, buffer_.size() - filled,
-                                static_cast<off_t>(start + filled));
+                                static_cast<off_t>(position + filled));
       if (n < 0 && errno == EINTR) continue;
       if (n <= 0) break;
       update.bytesRead += static_cast<uint64_t>(n);
-      const size_t before = filled;
+      size_t before = filled;
       filled += static_cast<size_t>(n);
-      const auto* newline = static_cast<const char*>(::memrchr(buffer_.data() + before, '\n', static_cast<size_t>(n)));
+      if (passing) {
+        const auto* end = static_cast<const char*>(std::memchr(buffer_.data() + before, '\n', filled - before));
+        if (end) {
+          const size_t past = static_cast<size_t>(end - buffer_.data()) + 1;
+          position += past;
+          start = position;
+          filled -= past;
+          if (filled) std::memmove(buffer_.data(), buffer_.data() + past, filled);
+          passing = false;
+          before = 0;
+        }
+      }
+      const auto* newline = passing ? nullptr
+                                    : static_cast<const char*>(::memrchr(buffer_.data() + before, '\n', filled - before));
       if (newline) {
         const size_t whole = static_cast<size_t>(newline - buffer_.data()) + 1;
         lines(buffer_.data(), buffer_.data() + whole, entry);
-        start += whole;
+        position += whole;
+        start = position;
         filled -= whole;
         if (filled) std::memmove(buffer_.data(), buffer_.data() + whole, filled);
       }
       // The size just seen is the end of this pass; what is written meanwhile is the next one's.
-      if (start + filled >= size) break;
+      if (position + filled >= size) break;
     }
+    // An over-long line not yet ended is read again from its start once the file grows;
+    // the size reached keeps an unchanged file from being read again at all.
     entry.offset = start;
-    entry.size = start + filled;
+    entry.size = position + filled;
     buffer_.shrink();
     return inserted;
   }

@@ -7,8 +7,9 @@
 // nothing new only lists the folders and looks at sizes. A file that shrank, or whose
 // byte before the remembered offset is no longer a newline, was rewritten and is read
 // again from the start, its old figures replaced. Files are read in 4 MiB chunks and only
-// whole lines are taken; a line longer than a chunk is held until it is complete, so
-// memory stays at one chunk plus the longest line.
+// whole lines are taken; a line longer than a chunk is held until it is complete, up to
+// longestLine: a longer one (a tool's output, a file of zeros) is passed over unread, so
+// memory stays under longestLine whatever the files hold.
 //
 // Claude Code lines are scanned as bytes for fixed keys, never parsed as JSON; only the
 // message object's own members are stepped through, to find its id and model wherever
@@ -51,6 +52,7 @@ namespace omnira {
 
 struct TokenLogs {
   static constexpr size_t chunkSize = 4 * 1024 * 1024;
+  static constexpr size_t longestLine = 4 * chunkSize;
   // The model name under which usage without a named model is booked.
   static constexpr std::string_view unknownModel = "unknown";
 

@@ -129,6 +129,13 @@ TEST_F(InsightNotifierTest, PostsEachInsightToTheNotificationService) {
 
   EXPECT_EQ(received[1].summary.toStdString(), pressure.title);
   EXPECT_EQ(received[1].hints.value("urgency").toInt(), 2);
+
+  // A name with markup in it: text in the body, where servers read markup; the summary is plain.
+  ASSERT_TRUE(notifier.post("<b>Tom & Jerry</b> keeps the CPU busy", "<img src=\"x\"/> & <b>Tom</b> at 85 %"));
+  EXPECT_EQ(await(notifier, 1).delivered.size(), 1u);
+  ASSERT_EQ(service.received().size(), 3u);
+  EXPECT_EQ(service.received()[2].summary.toStdString(), "<b>Tom & Jerry</b> keeps the CPU busy");
+  EXPECT_EQ(service.received()[2].body.toStdString(), "&lt;img src=\"x\"/&gt; &amp; &lt;b&gt;Tom&lt;/b&gt; at 85 %");
 }
 
 TEST_F(InsightNotifierTest, WithoutServiceOrBusPostsNothing) {

@@ -88,6 +88,18 @@ TEST(OmniraRun, RunsHeadlessKeepsOneInstanceAndSavesEverythingOnStop) {
   ASSERT_TRUE(live);
   EXPECT_GT(live->systemHistory.size(), firstRun);
   EXPECT_LT(live->systemHistory.front().timestamp, firstStop);
+
+  // The terminal it ran in closed (SIGHUP): it saves and stops as on SIGTERM.
+  const size_t secondRun = live->systemHistory.size();
+  {
+    Child hungUp(home, {"--headless", "--watching"});
+    ASSERT_TRUE(waitForTicks(data / "history.sqlite", testing::recordedSeconds(data / "history.sqlite")))
+        << slurp(home / "stderr");
+    EXPECT_EQ(hungUp.stop(SIGHUP), 0) << slurp(home / "stderr");
+  }
+  live = LiveHistory::load(data / "live.json");
+  ASSERT_TRUE(live);
+  EXPECT_GT(live->systemHistory.size(), secondRun);
   std::filesystem::remove_all(home);
 }
 

@@ -66,6 +66,16 @@ TEST(QuitRequestNotification, AsksWithTwoActionsAndHearsTheClickOrNothing) {
     emitSignal(serviceBus, "NotificationClosed", {2u, 1u});  // it expired: nobody answered
     ASSERT_TRUE(pump([&] { return answer.has_value(); }));
     EXPECT_EQ(*answer, QuitAnswer::none);
+
+    // Names are anyone's: markup in them reaches the body as text; the summary is plain text.
+    QuitPlan odd{"Claude Code", "<i>node</i> (4250)", true, "A tool of yours that nothing else uses.",
+                 {"a&b <a href=\"x\">y</a> (4251)"}, 120, 0, std::nullopt, false};
+    panel.ask(odd, [](QuitAnswer) {});
+    ASSERT_TRUE(pump([&] { return service.received().size() == 3; }));
+    const auto marked = service.received()[2];
+    EXPECT_EQ(marked.summary, "Claude Code asks to quit <i>node</i> (4250)");
+    EXPECT_TRUE(marked.body.contains("Also stops: a&amp;b &lt;a href=\"x\"&gt;y&lt;/a&gt; (4251).")) << marked.body.toStdString();
+    EXPECT_FALSE(marked.body.contains("<a")) << marked.body.toStdString();
   }
   QDBusConnection::disconnectFromBus("omnira-quit-service");
   QDBusConnection::disconnectFromBus("omnira-quit-asker");

@@ -42,5 +42,16 @@ TEST(TickLine, NamesTheStrainedPartsAndSinceWhen) {
             "Strain: disk since 2026-11-21 09:30, memory since 14:02");
 }
 
+TEST(TickLine, ShowsTheTopAppsNameEscapedOnTheTerminal) {
+  SystemSample sample;
+  sample.memoryTotal = 23'500'000'000;
+  ProcessSample busy;
+  busy.cpuPercent = 8.3;
+  const std::vector<AppGroup> groups{
+      AppGroup("exec:/tmp/x", "\x1b]0;owned\x07x", GroupKind::other, std::nullopt, {busy})};
+  const std::string line = TickLine::format(sample, groups, {}, localDate(2026, 11, 23, 14, 20, 5));
+  EXPECT_TRUE(line.ends_with("  Top \\x1b]0;owned\\x07x 8.3%")) << line;
+}
+
 }  // namespace
 }  // namespace omnira

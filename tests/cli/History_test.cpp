@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -90,6 +91,14 @@ TEST_F(HistoryCommand, MissingHistoryIsASentenceNotAFailure) {
   EXPECT_EQ(run("history").status, 2);
   EXPECT_EQ(run("history apps --by colour").status, 2);
   EXPECT_EQ(run("history system --period fortnight").status, 2);
+  // A mistake in the arguments is one whether or not a history exists: one sentence, status 2.
+  for (const char* wrong : {"history export --since garbage", "history delete", "history delete --older --all"}) {
+    const auto mistaken = run(wrong);
+    EXPECT_EQ(mistaken.status, 2) << wrong << ": " << mistaken.out;
+    EXPECT_EQ(mistaken.out.find("No history has been recorded yet"), std::string::npos) << wrong;
+    EXPECT_EQ(std::count(mistaken.out.begin(), mistaken.out.end(), '\n'), 1) << wrong << ": " << mistaken.out;
+  }
+  EXPECT_FALSE(fs::exists(root / "data" / "Omnira" / "history.sqlite"));
 }
 
 TEST_F(HistoryCommand, ReadsTheMachineAndTheTopApps) {

@@ -144,6 +144,9 @@ TEST_F(InsightsCommand, ListsPinsAndDismisses) {
   auto refused = run("insights dismiss --all");
   EXPECT_EQ(refused.status, 1);
   EXPECT_NE(refused.out.find("Nothing was changed."), std::string::npos) << refused.out;
+  // A missing id is a usage mistake, told as such even where the file cannot be read.
+  EXPECT_EQ(run("insights pin").status, 2);
+  EXPECT_EQ(run("insights dismiss BBBB --all").status, 2);
   EXPECT_EQ(contents(), broken);
 }
 

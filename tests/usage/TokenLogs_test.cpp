@@ -8,9 +8,11 @@
 
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
 #include <limits>
 #include <map>
 #include <optional>
@@ -189,6 +191,71 @@ TEST_F(TokenLogsTest, TakesOnlyWholeLines) {
   EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{15, 15, 0, 0}));
   EXPECT_EQ(ledger.files().at(file.string()).offset, std::filesystem::file_size(file));
   EXPECT_EQ(ledger.replies(), 4u);
+}
+
+// The kibibytes by which this process's peak resident size grew while `work` ran, measured
+// in a child so that what the test process holds already does not count.
+long peakGrowthKiB(const std::function<void()>& work) {
+  int pipe[2];
+  if (::pipe(pipe) != 0) return -1;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::close(pipe[0]);
+    rusage before{}, after{};
+    ::getrusage(RUSAGE_SELF, &before);
+    work();
+    ::getrusage(RUSAGE_SELF, &after);
+    const long grown = after.ru_maxrss - before.ru_maxrss;
+    ::_exit(::write(pipe[1], &grown, sizeof grown) == sizeof grown ? 0 : 1);
+  }
+  ::close(pipe[1]);
+  long grown = -1;
+  if (::read(pipe[0], &grown, sizeof grown) != sizeof grown) grown = -1;
+  ::close(pipe[0]);
+  ::waitpid(child, nullptr, 0);
+  return grown;
+}
+
+TEST_F(TokenLogsTest, PassesOverLinesTooLongToHoldWithMemoryThatStaysFlat) {
+  // A log with a line of 64 MiB of zeros, then one that never ends, as a file extended by
+  // ftruncate leaves it: sparse, so it costs no disk.
+  constexpr uint64_t zeros = 64ull << 20;
+  const auto file = project("p") / "sparse.jsonl";
+  const std::string first = assistantLine("msg_1", "req_1", sonnet, {1, 2, 0, 0}, "2025-03-14T10:00:00Z");
+  const std::string second = assistantLine("msg_2", "req_2", sonnet, {10, 20, 0, 0}, "2025-03-14T10:00:01Z");
+  append(file, first);
+  {
+    const int fd = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    const std::string after = "\n" + second;
+    ASSERT_EQ(::pwrite(fd, after.data(), after.size(), static_cast<off_t>(first.size() + zeros)),
+              static_cast<ssize_t>(after.size()));
+    ASSERT_EQ(::ftruncate(fd, static_cast<off_t>(first.size() + zeros + after.size() + zeros)), 0);
+    ::close(fd);
+  }
+  const uint64_t lastLineStart = first.size() + zeros + 1 + second.size();
+  static_assert(zeros > TokenLogs::longestLine + TokenLogs::chunkSize);
+
+  // Held whole, the unended line alone would take all of its 64 MiB; passed over, it takes one
+  // buffer of at most longestLine (twice that for a moment while the buffer grows).
+  const long grown = peakGrowthKiB([this] { update(); });
+  ASSERT_GE(grown, 0);
+  EXPECT_LT(static_cast<uint64_t>(grown) * 1024, zeros * 3 / 4);
+
+  const auto read = update();
+  EXPECT_EQ(read.filesRead, 1u);
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{11, 22, 0, 0}));
+  EXPECT_EQ(ledger.replies(), 2u);
+  // Lines are taken up to where the unended one starts; a file that did not grow is not read again.
+  EXPECT_EQ(ledger.files().at(file.string()).offset, lastLineStart);
+  EXPECT_EQ(ledger.files().at(file.string()).size, std::filesystem::file_size(file));
+  EXPECT_EQ(update().filesRead, 0u);
+
+  // Once the long line ends, what follows it counts.
+  append(file, "\n" + assistantLine("msg_3", "req_3", sonnet, {100, 200, 0, 0}, "2025-03-14T10:00:02Z"));
+  update();
+  EXPECT_EQ(ledger.usageOn("2025-03-14"), (TokenUsage{111, 222, 0, 0}));
+  EXPECT_EQ(ledger.files().at(file.string()).offset, std::filesystem::file_size(file));
 }
 
 TEST_F(TokenLogsTest, BooksEachLineOnItsLocalDay) {
