@@ -382,6 +382,7 @@ std::unique_ptr<HistoryDatabase> HistoryDatabase::openFile(const std::filesystem
 }
 
 bool HistoryDatabase::isDetached() const {
+  if (inode_ == 0) return false;  // never told what it opened: cannot tell
   struct stat now {};
   if (::stat(url_.c_str(), &now) != 0) return errno == ENOENT || errno == ENOTDIR;
   return now.st_dev != device_ || now.st_ino != inode_;

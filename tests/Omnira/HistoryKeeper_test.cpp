@@ -32,10 +32,7 @@ class HistoryKeeperTest : public ::testing::Test {
     file_ = folder_ / "history.sqlite";
     lock_ = folder_ / InstanceLock::fileName;
   }
-  void TearDown() override {
-    fs::permissions(root_, fs::perms::owner_all);
-    fs::remove_all(root_);
-  }
+  void TearDown() override { fs::remove_all(root_); }
 
   // Whether a tick writes into the file that is at the path now, as another program reads it.
   bool recordsIntoTheFile(HistoryKeeper& keeper, int64_t second) {
