@@ -18,6 +18,9 @@ namespace omnira {
 
 class InstanceLock {
  public:
+  // Its name in the data folder.
+  static constexpr const char* fileName = "omnira.lock";
+
   struct Failure {
     enum class Kind { alreadyRunning, cannotLock };
     Kind kind = Kind::cannotLock;

@@ -39,7 +39,8 @@ GroupPoint pointOf(const AppGroup& group, Date at) {
 
 MonitorStore::MonitorStore(Options options, QObject* parent)
     : QObject(parent), options_(std::move(options)), settings_(options_.settings),
-      insightEngine_(options_.systemName), sleep_(this) {
+      insightEngine_(options_.systemName),
+      history_(options_.paths.dataFile(historyFile), options_.paths.dataFile(InstanceLock::fileName)), sleep_(this) {
   showsSystemInLists_ = settings_.boolean(SettingsKeys::showsSystemInLists);
   connect(&sleep_, &BootClockTimer::timeout, this, &MonitorStore::step);
   if (!sleep_.failure().empty()) spdlog::debug("{}", sleep_.failure());
@@ -52,9 +53,8 @@ void MonitorStore::start() {
   started_ = true;
   loadSavedState();
 
-  auto opened = HistoryDatabase::open(options_.paths.dataFile(historyFile));
-  if (opened) history_ = std::move(*opened);
-  else spdlog::error("History is off for this run: {}", opened.error().message);
+  history_.open(BootClockTimer::now());
+  historyGeneration_ = history_.generation();
 
   worker_ = new SamplingWorker(options_.parts);
   worker_->moveToThread(&workerThread_);
@@ -117,17 +117,15 @@ void MonitorStore::stop() {
   insightsWatcher_.reset();
 
   followHistory();
-  if (history_) {
-    if (auto row = readings_.close()) {
-      if (auto written = history_->writeReading(*row); !written)
-        spdlog::warn("Could not write the last readings: {}", written.error().message);
-    }
+  if (auto* history = history_.database()) {
+    // A failure was logged by the history itself.
+    if (auto row = readings_.close()) (void)history->writeReading(*row);
   }
   saveLiveHistory();
   saveLedger();
   saveInsights();
-  if (history_) {
-    if (auto done = history_->checkpoint(); !done) spdlog::warn("Could not checkpoint the history: {}", done.error().message);
+  if (auto* history = history_.database()) {
+    if (auto done = history->checkpoint(); !done) spdlog::warn("Could not checkpoint the history: {}", done.error().message);
   }
 }
 
@@ -224,6 +222,7 @@ void MonitorStore::rearmSleep() {
 void MonitorStore::refresh(const SamplingResult& result) {
   const Date at = result.at;
   const SystemSample& sample = result.system;
+  keepHistory();
   followHistory();
   publishSystem(sample, at);
 
@@ -238,7 +237,7 @@ void MonitorStore::refresh(const SamplingResult& result) {
     emit strainSinceChanged();
     saveInsights();  // `omnira insights` and `omnira snapshot` show it from there
   }
-  if (history_) {
+  if (auto* history = history_.database()) {
     ReadingsRecorder::Tick tick;
     if (result.sensors) {
       tick.thermal = result.sensors->thermal();
@@ -246,10 +245,8 @@ void MonitorStore::refresh(const SamplingResult& result) {
       tick.powerWatts = result.sensors->systemWatts;
       tick.neuralEngineLoad = result.sensors->npuBusy();
     }
-    if (auto row = readings_.record(sample, tick, at)) {
-      if (auto written = history_->writeReading(*row); !written)
-        spdlog::warn("Could not write readings: {}", written.error().message);
-    }
+    // A write that fails is logged by the history, once until writing works again.
+    if (auto row = readings_.record(sample, tick, at)) (void)history->writeReading(*row);
   }
 
   if (result.groups) {
@@ -416,16 +413,26 @@ void MonitorStore::listGroups() {
 }
 
 void MonitorStore::recordHistory(const SystemSample& sample, TickGroups freshness, Date at) {
-  if (!history_) return;
-  if (auto pruned = pruner_.pruneIfDue(*history_, HistoryRetention::days(settings_), at); !pruned)
-    spdlog::warn("Could not prune the history: {}", pruned.error().message);
-  if (auto recorded = history_->record(sample, allGroups_, freshness, at); !recorded)
-    spdlog::warn("Could not write the history: {}", recorded.error().message);
+  auto* history = history_.database();
+  if (!history) return;
+  // Failures to write are logged by the history, once when they start and once when they end.
+  (void)pruner_.pruneIfDue(*history, HistoryRetention::days(settings_), at);
+  (void)history->record(sample, allGroups_, freshness, at);
+}
+
+void MonitorStore::keepHistory() {
+  history_.check(BootClockTimer::now());
+  if (history_.generation() == historyGeneration_) return;
+  historyGeneration_ = history_.generation();
+  // Another file: its restarts count from nothing, and it is pruned at its first tick.
+  historyRestarts_ = 0;
+  pruner_ = HistoryPruner();
 }
 
 void MonitorStore::followHistory() {
-  if (!history_) return;
-  auto restarts = history_->restarts();
+  auto* history = history_.database();
+  if (!history) return;
+  auto restarts = history->restarts();
   if (!restarts) {
     spdlog::warn("Could not look at the history: {}", restarts.error().message);
     return;
@@ -589,8 +596,9 @@ void MonitorStore::saveLiveHistory() {
 
 Result<HistoryExport::Files, HistoryExport::Failure> MonitorStore::exportHistory(const std::filesystem::path& folder,
                                                                               Date since) {
-  if (!history_) return fail(HistoryExport::Failure{"There is no history to export: the history file could not be opened."});
-  return HistoryExport::write(*history_, folder, since, std::chrono::system_clock::now());
+  auto* history = history_.database();
+  if (!history) return fail(HistoryExport::Failure{"There is no history to export: the history file could not be opened."});
+  return HistoryExport::write(*history, folder, since, std::chrono::system_clock::now());
 }
 
 Result<HistoryExport::Files, HistoryExport::Failure> MonitorStore::exportHistoryToDownloads(Date since) {
@@ -598,8 +606,9 @@ Result<HistoryExport::Files, HistoryExport::Failure> MonitorStore::exportHistory
 }
 
 Result<void, HistoryDatabase::Failure> MonitorStore::deleteHistory() {
-  if (!history_) return {};
-  return history_->deleteAll(std::chrono::system_clock::now());
+  auto* history = history_.database();
+  if (!history) return {};
+  return history->deleteAll(std::chrono::system_clock::now());
 }
 
 }  // namespace omnira

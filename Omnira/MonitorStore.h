@@ -9,8 +9,9 @@
 // Published properties notify only when their value really changes.
 //
 // Failures: a history file that cannot be opened leaves `history` absent (logged; the
-// live figures go on); saved files that cannot be read are logged and that part starts
-// empty; a save that fails is logged and tried again at the next save.
+// live figures go on) until a later try opens it (see HistoryKeeper); saved files that
+// cannot be read are logged and that part starts empty; a save that fails is logged and
+// tried again at the next save.
 
 #include <QObject>
 #include <QThread>
@@ -26,6 +27,7 @@
 #include "Omnira/BootClockTimer.h"
 #include "Omnira/ContainerWorker.h"
 #include "Omnira/GroupPoint.h"
+#include "Omnira/HistoryKeeper.h"
 #include "Omnira/LiveHistory.h"
 #include "Omnira/SamplingSchedule.h"
 #include "Omnira/SamplingWorker.h"
@@ -180,8 +182,9 @@ class MonitorStore : public QObject {
   bool isPrimed() const { return isPrimed_; }
   bool onBattery() const;
   HistorySpan historySpan() const;
-  // Absent when the file could not be opened.
-  HistoryDatabase* history() const { return history_.get(); }
+  // Absent while the file cannot be opened; it may be another object after a tick (the
+  // file was opened late, or made again after its folder was removed).
+  HistoryDatabase* history() const { return history_.database(); }
   int64_t tickCount() const { return loop_ ? loop_->tickCount() : 0; }
 
   // Operations the views call.
@@ -259,6 +262,8 @@ class MonitorStore : public QObject {
   void receivedContainers(const ContainerSnapshot& snapshot);
   void listGroups();
   void recordHistory(const SystemSample& sample, TickGroups freshness, Date at);
+  // Opens the history late, or again after its folder or file was removed.
+  void keepHistory();
   // The history was deleted (here or by `omnira history delete --all`): drops what is held
   // from before it, so it is not written back.
   void followHistory();
@@ -321,7 +326,8 @@ class MonitorStore : public QObject {
   bool isPrimed_ = false;
   std::optional<Date> lastNetworkDetailsAt_, lastProjectScanAt_, lastLedgerSaveAt_;
 
-  std::unique_ptr<HistoryDatabase> history_;
+  HistoryKeeper history_;
+  uint64_t historyGeneration_ = 0;
   HistoryPruner pruner_;
   ReadingsRecorder readings_;
   uint64_t historyRestarts_ = 0;

@@ -1,10 +1,15 @@
 #include "OmniraCore/history/HistoryDatabase.h"
 
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <ctime>
+
+#include "OmniraCore/foundation/Parse.h"
 
 namespace omnira {
 
@@ -189,6 +194,80 @@ HistoryDatabase::Failure failure(const char* what, const std::filesystem::path& 
   return {fmt::format("{} {}: {}", what, url.string(), error.what())};
 }
 
+// What PRAGMA quick_check found wrong with the file.
+struct Damaged {
+  std::string why;
+};
+
+// A file from a later version of the program: left alone.
+struct NewerSchema {
+  int64_t version;
+};
+
+bool meansDamage(int code) {
+  const int primary = code & 0xff;
+  return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
+}
+
+// PRAGMA quick_check, stopped once `budget` has passed: the first fault it reports, or
+// nothing when the file looks sound or was too large to check in time.
+std::optional<std::string> quickCheck(sqlite::Connection& connection, std::chrono::milliseconds budget) {
+  auto deadline = std::chrono::steady_clock::now() + budget;
+  sqlite3_progress_handler(
+      connection.handle(), 1000,
+      [](void* until) { return std::chrono::steady_clock::now() > *static_cast<decltype(deadline)*>(until) ? 1 : 0; },
+      &deadline);
+  std::optional<std::string> fault;
+  try {
+    std::string verdict = connection.text("PRAGMA quick_check(1)");
+    if (verdict != "ok") {
+      // "*** in database main ***\nPage 23: …": one line, for one log sentence.
+      constexpr std::string_view heading = "*** in database main ***";
+      if (verdict.starts_with(heading)) verdict.erase(0, heading.size());
+      std::replace(verdict.begin(), verdict.end(), '\n', ' ');
+      fault = std::string(trim(verdict));
+      if (fault->empty()) fault = "no verdict";
+    }
+  } catch (const sqlite::Error& error) {
+    sqlite3_progress_handler(connection.handle(), 0, nullptr, nullptr);
+    if ((error.code & 0xff) == SQLITE_INTERRUPT) return std::nullopt;
+    throw;
+  }
+  sqlite3_progress_handler(connection.handle(), 0, nullptr, nullptr);
+  return fault;
+}
+
+// "history.sqlite.bad-20261125-150512", or with "-2", "-3" … when that name is taken.
+std::filesystem::path asideName(const std::filesystem::path& url) {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  char stamp[32];
+  std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &local);
+  const std::string base = fmt::format("{}.bad-{}", url.string(), stamp);
+  std::filesystem::path name = base;
+  std::error_code error;
+  for (int n = 2; std::filesystem::exists(name, error) && n < 1000; ++n) name = fmt::format("{}-{}", base, n);
+  return name;
+}
+
+// Moves the file and its -wal and -shm aside, so SQLite could still open the copy as it was.
+Result<std::filesystem::path, std::string> setAside(const std::filesystem::path& url) {
+  const auto aside = asideName(url);
+  std::error_code error;
+  std::filesystem::rename(url, aside, error);
+  if (error) return fail(error.message());
+  for (const char* suffix : {"-wal", "-shm"}) {
+    const std::filesystem::path from = url.string() + suffix;
+    std::error_code missing;
+    if (!std::filesystem::exists(from, missing)) continue;
+    // A log left behind would be replayed into the new file.
+    std::filesystem::rename(from, aside.string() + suffix, error);
+    if (error) std::filesystem::remove(from, error);
+  }
+  return aside;
+}
+
 }  // namespace
 
 HistoryDatabase::HistoryDatabase(std::filesystem::path url, sqlite::Connection connection)
@@ -236,32 +315,88 @@ int64_t HistoryDatabase::periodStart(AppTable table, Date at) {
 
 Result<std::unique_ptr<HistoryDatabase>, HistoryDatabase::Failure> HistoryDatabase::open(
     const std::filesystem::path& url) {
+  return open(url, Options{});
+}
+
+Result<std::unique_ptr<HistoryDatabase>, HistoryDatabase::Failure> HistoryDatabase::open(
+    const std::filesystem::path& url, const Options& options) {
   // On the first run the data folder may not exist yet.
   std::error_code folderError;
   if (url.has_parent_path()) std::filesystem::create_directories(url.parent_path(), folderError);
   if (folderError) {
     return fail(Failure{fmt::format("cannot open {}: cannot create its folder: {}", url.string(), folderError.message())});
   }
+  std::string damage;
   try {
-    auto connection = sqlite::Connection::open(url);
-    // A second process (the command line) may hold the write lock for a moment.
-    sqlite3_busy_timeout(connection.handle(), 5000);
-    // The first statement reads the header: a file that is not a database fails here.
-    connection.execute("PRAGMA journal_mode = WAL");
-    connection.execute("PRAGMA synchronous = NORMAL");
-    std::unique_ptr<HistoryDatabase> database(new HistoryDatabase(url, std::move(connection)));
-    const int64_t version = database->connection_.integer("PRAGMA user_version");
-    if (version > schemaVersion) {
-      return fail(Failure{fmt::format("cannot open {}: its schema {} is newer than this version's {}", url.string(),
-                                      version, schemaVersion)});
-    }
-    database->migrate(version);
-    database->dataVersion_ = database->connection_.integer("PRAGMA data_version");
-    database->recordingSince_ = database->metaLocked(recordingSinceKey);
-    return database;
+    return openFile(url, options);
+  } catch (const NewerSchema& newer) {
+    return fail(Failure{fmt::format("cannot open {}: its schema {} is newer than this version's {}", url.string(),
+                                    newer.version, schemaVersion)});
+  } catch (const Damaged& damaged) {
+    damage = damaged.why;
+  } catch (const sqlite::Error& error) {
+    if (!meansDamage(error.code)) return fail(failure("cannot open", url, error));
+    damage = error.what();
+  }
+  // Everything of the damaged file is closed by now: keep it for whoever wants to look,
+  // and record from here on into a new one.
+  auto aside = setAside(url);
+  if (!aside) {
+    return fail(Failure{fmt::format("cannot open {}: it is damaged ({}) and cannot be moved aside: {}", url.string(),
+                                    damage, aside.error())});
+  }
+  spdlog::warn("The history file {} was damaged ({}); it is kept as {} and a new history is started.", url.string(),
+               damage, aside->string());
+  try {
+    return openFile(url, options);
+  } catch (const NewerSchema&) {
+    return fail(Failure{fmt::format("cannot open {}: a newer version made it meanwhile", url.string())});
+  } catch (const Damaged& damaged) {
+    return fail(Failure{fmt::format("cannot open {}: the new file is damaged too: {}", url.string(), damaged.why)});
   } catch (const sqlite::Error& error) {
     return fail(failure("cannot open", url, error));
   }
+}
+
+std::unique_ptr<HistoryDatabase> HistoryDatabase::openFile(const std::filesystem::path& url, const Options& options) {
+  auto connection = sqlite::Connection::open(url);
+  // A second process (the command line) may hold the write lock for a moment.
+  sqlite3_busy_timeout(connection.handle(), 5000);
+  // The first statement reads the header: a file that is not a database fails here.
+  if (auto fault = quickCheck(connection, options.checkBudget)) throw Damaged{*fault};
+  connection.execute("PRAGMA journal_mode = WAL");
+  connection.execute("PRAGMA synchronous = NORMAL");
+  if (options.maxPages) connection.integer(fmt::format("PRAGMA max_page_count = {}", *options.maxPages));
+  std::unique_ptr<HistoryDatabase> database(new HistoryDatabase(url, std::move(connection)));
+  const int64_t version = database->connection_.integer("PRAGMA user_version");
+  if (version > schemaVersion) throw NewerSchema{version};
+  database->migrate(version);
+  database->dataVersion_ = database->connection_.integer("PRAGMA data_version");
+  database->recordingSince_ = database->metaLocked(recordingSinceKey);
+  struct stat opened {};
+  if (::stat(url.c_str(), &opened) == 0) {
+    database->device_ = opened.st_dev;
+    database->inode_ = opened.st_ino;
+  }
+  return database;
+}
+
+bool HistoryDatabase::isDetached() const {
+  if (inode_ == 0) return false;  // never told what it opened: cannot tell
+  struct stat now {};
+  if (::stat(url_.c_str(), &now) != 0) return errno == ENOENT || errno == ENOTDIR;
+  return now.st_dev != device_ || now.st_ino != inode_;
+}
+
+HistoryDatabase::Failure HistoryDatabase::writeFailedLocked(const char* what, const sqlite::Error& error) {
+  auto failed = failure(what, url_, error);
+  if (!std::exchange(writesFail_, true))
+    spdlog::warn("History cannot be written for now, so this stretch goes unrecorded: {}", failed.message);
+  return failed;
+}
+
+void HistoryDatabase::writeWorkedLocked() {
+  if (std::exchange(writesFail_, false)) spdlog::info("History is written to {} again.", url_.string());
 }
 
 void HistoryDatabase::migrate(int64_t fromVersion) {
@@ -408,8 +543,9 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::write(
     for (const auto& [table, row] : systemRows) upsert(table, row);
     for (const auto& [table, row] : appRows) upsert(table, row);
     transaction.commit();
+    writeWorkedLocked();
   } catch (const sqlite::Error& error) {
-    return fail(failure("cannot write to", url_, error));
+    return fail(writeFailedLocked("cannot write to", error));
   }
   // A row written from outside may replace an open one; read it afresh on the next tick.
   forgetOpenRows();
@@ -495,11 +631,12 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::record(const SystemSampl
       }
     }
     transaction.commit();
+    writeWorkedLocked();
     return {};
   } catch (const sqlite::Error& error) {
     // The open rows now hold totals the file does not have; read them back next time.
     forgetOpenRows();
-    return fail(failure("cannot write to", url_, error));
+    return fail(writeFailedLocked("cannot write to", error));
   }
 }
 
@@ -571,9 +708,10 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::writeReading(const Readi
         .bindReal(25, row.pluggedInSeconds);
     insert.run();
     transaction.commit();
+    writeWorkedLocked();
     return {};
   } catch (const sqlite::Error& error) {
-    return fail(failure("cannot write to", url_, error));
+    return fail(writeFailedLocked("cannot write to", error));
   }
 }
 
@@ -616,9 +754,10 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::setMeta(const std::strin
     insert.bindText(1, key).bindText(2, value);
     insert.run();
     transaction.commit();
+    writeWorkedLocked();
     return {};
   } catch (const sqlite::Error& error) {
-    return fail(failure("cannot write to", url_, error));
+    return fail(writeFailedLocked("cannot write to", error));
   }
 }
 
@@ -644,8 +783,9 @@ Result<void, HistoryDatabase::Failure> HistoryDatabase::prune(const Bounds& boun
       connection_.execute(fmt::format("DELETE FROM {} WHERE start < {}", table, bound));
     }
     transaction.commit();
+    writeWorkedLocked();
   } catch (const sqlite::Error& error) {
-    return fail(failure("cannot delete older history from", url_, error));
+    return fail(writeFailedLocked("cannot delete older history from", error));
   }
   // A bound past an open period deletes it too; start such rows afresh.
   forgetOpenRows();

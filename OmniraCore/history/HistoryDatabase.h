@@ -11,8 +11,14 @@
 // a mutex owned by this object, so writes and reads never interleave on the connection.
 //
 // Failures: every call returns HistoryDatabase::Failure with a sentence that carries
-// SQLite's message; a failed write leaves the file as it was before that write.
+// SQLite's message; a failed write leaves the file as it was before that write. Writes
+// that keep failing (a full disk) are logged once when they start failing and once when
+// they work again, not at every call. A damaged file found at open is moved aside, not
+// deleted, and a new one started; the log says so.
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -120,12 +126,29 @@ class HistoryDatabase {
     int64_t readings = 0;
   };
 
-  // Opens or creates the file (and its folder), switches it to WAL with
-  // synchronous NORMAL and brings the schema up to schemaVersion. A file that cannot be
-  // opened, is not a database or comes from a newer schema fails with "cannot open".
+  struct Options {
+    // How long the integrity check at open may run; a file too large to check in that time
+    // opens without a verdict rather than holding up the start.
+    std::chrono::milliseconds checkBudget{2000};
+    // Pages the file may grow to (SQLite's max_page_count); past it writes fail as on a
+    // full disk. No cap unless set.
+    std::optional<int64_t> maxPages;
+  };
+
+  // Opens or creates the file (and its folder), checks it (PRAGMA quick_check, within
+  // checkBudget), switches it to WAL with synchronous NORMAL and brings the schema up to
+  // schemaVersion. A damaged file, or one that is not a database, is renamed to
+  // "<name>.bad-<date>" with its -wal and -shm, and a new file takes its place. A file
+  // that cannot be opened or comes from a newer schema fails with "cannot open".
   static Result<std::unique_ptr<HistoryDatabase>, Failure> open(const std::filesystem::path& url);
+  static Result<std::unique_ptr<HistoryDatabase>, Failure> open(const std::filesystem::path& url,
+                                                                const Options& options);
 
   const std::filesystem::path& url() const { return url_; }
+
+  // True when the file this object writes is no longer at url(): deleted (with its folder
+  // or alone) or replaced. The writes then go to a file nobody will read. One stat(2).
+  bool isDetached() const;
 
   // True until both an hour row of the machine and a day row of an app exist.
   Result<bool, Failure> isEmpty();
@@ -193,6 +216,13 @@ class HistoryDatabase {
  private:
   HistoryDatabase(std::filesystem::path url, sqlite::Connection connection);
 
+  // Opens and sets up the file once; throws sqlite::Error, Damaged when the check finds
+  // faults, NewerSchema for a file of a later version (both private to the .cpp).
+  static std::unique_ptr<HistoryDatabase> openFile(const std::filesystem::path& url, const Options& options);
+  // A write that failed or worked; logs only the change from one to the other. Lock held.
+  Failure writeFailedLocked(const char* what, const sqlite::Error& error);
+  void writeWorkedLocked();
+
   void migrate(int64_t fromVersion);
   sqlite::Statement& statement(const std::string& sql);
   void upsert(SystemTable table, const SystemRow& row);
@@ -224,6 +254,10 @@ class HistoryDatabase {
   int64_t dataVersion_ = 0;
   std::optional<std::string> recordingSince_;
   uint64_t restarts_ = 0;
+  // The file as opened, to tell when the path no longer leads to it.
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+  bool writesFail_ = false;
 };
 
 }  // namespace omnira

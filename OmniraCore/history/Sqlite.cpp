@@ -138,6 +138,9 @@ Transaction::Transaction(Connection& connection) : connection_(connection) { con
 
 Transaction::~Transaction() {
   if (!open_) return;
+  // On a full disk or an I/O error SQLite may have rolled back already; a second rollback
+  // would only fail with "no transaction is active" and hide the real error.
+  if (sqlite3_get_autocommit(connection_.handle()) != 0) return;
   // Already unwinding from the failure that stopped the write; a failed rollback can only
   // be reported, and SQLite rolls back by itself when the connection closes.
   char* message = nullptr;

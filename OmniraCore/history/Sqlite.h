@@ -84,7 +84,8 @@ class Connection {
 };
 
 // "BEGIN IMMEDIATE" takes the write lock at once, so a write never fails half-way for
-// want of it. Without commit() the destructor rolls back.
+// want of it. Without commit() the destructor rolls back, unless SQLite already did (it
+// does so by itself on some errors, a full disk among them).
 class Transaction {
  public:
   explicit Transaction(Connection& connection);

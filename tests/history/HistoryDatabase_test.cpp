@@ -304,14 +304,10 @@ TEST_F(HistoryDatabaseFile, AnotherProgramsDeletionStartsTheOpenPeriodsAfresh) {
   EXPECT_EQ(running->restarts().value(), restarts + 2);
 }
 
-TEST_F(HistoryDatabaseFile, AFileThatIsNotADatabaseCannotBeOpened) {
+TEST_F(HistoryDatabaseFile, AHistoryWhoseFolderCannotBeMadeCannotBeOpened) {
+  // A folder that cannot be made, because a file stands in its place. (A file that is
+  // not a database is set aside instead: see HistoryRecovery.)
   { std::ofstream(file) << std::string(4096, 'x'); }
-  auto database = HistoryDatabase::open(file);
-  ASSERT_FALSE(database);
-  EXPECT_NE(database.error().message.find("cannot open"), std::string::npos) << database.error().message;
-  EXPECT_NE(database.error().message.find("not a database"), std::string::npos) << database.error().message;
-
-  // A folder that cannot be made, because a file stands in its place.
   auto blocked = HistoryDatabase::open(file / "history.sqlite");
   ASSERT_FALSE(blocked);
   EXPECT_NE(blocked.error().message.find("cannot open"), std::string::npos);
