@@ -25,8 +25,10 @@ void appendValue(std::string& out, double value) {
   if (std::isnan(value)) out += "NaN";
   else if (std::isinf(value)) out += value > 0 ? "+Inf" : "-Inf";
   // Whole numbers as whole numbers: byte counts read better than 1.2345e+10.
-  else if (value == std::floor(value) && std::fabs(value) < 9007199254740992.0) fmt::format_to(std::back_inserter(out), "{}", static_cast<int64_t>(value));
-  else fmt::format_to(std::back_inserter(out), "{}", value);
+  else if (value == std::floor(value) && std::fabs(value) < 9007199254740992.0)
+    fmt::format_to(std::back_inserter(out), "{}", static_cast<int64_t>(value));
+  else
+    fmt::format_to(std::back_inserter(out), "{}", value);
 }
 
 std::string_view typeName(MetricFamily::Type type) {

@@ -187,7 +187,7 @@ TEST(MetricsRun, KeepsTickingAndAnsweringWhileClientsHoldTheEndpoint) {
   EXPECT_EQ(omnira.stop(), 0);
 }
 
-TEST(MetricsRun, RefusesAnOpenAddressWithoutAToken) {
+TEST(MetricsRun, RefusesAnOpenAddressWithoutATokenAndFollowsTheSettings) {
   const uint16_t port = testing::freePort();
   Home home("omnira-metrics-open", R"({"refreshSeconds": 1, "metricsEnabled": true, "metricsAddress": "0.0.0.0:)" +
                                        std::to_string(port) + "\"}");
@@ -197,6 +197,21 @@ TEST(MetricsRun, RefusesAnOpenAddressWithoutAToken) {
   if (::access("/run/systemd/journal/socket", W_OK) != 0)  // else the line went to the journal
     EXPECT_NE(testing::slurp(home.root / "stderr").find("needs a token (set metricsToken)"), std::string::npos)
         << testing::slurp(home.root / "stderr");
+
+  // Mended while it runs: it listens on loopback; turned off: it stops listening.
+  const auto settings = home.root / "config" / "Omnira" / "settings.json";
+  std::ofstream(settings) << settingsFor(port);
+  ASSERT_TRUE(waitForScrape(port)) << testing::slurp(home.root / "stderr");
+  std::ofstream(settings) << R"({"refreshSeconds": 1, "metricsEnabled": false})";
+  bool closed = false;
+  for (auto until = std::chrono::steady_clock::now() + 60s; !closed && std::chrono::steady_clock::now() < until;) {
+    const int fd = testing::connectTo(port);
+    closed = fd < 0;
+    if (fd >= 0) ::close(fd);
+    std::this_thread::sleep_for(200ms);
+  }
+  EXPECT_TRUE(closed);
+  EXPECT_EQ(omnira.stop(), 0);
 }
 
 TEST(MetricsRun, TheCommandPrintsWhatPromtoolAccepts) {

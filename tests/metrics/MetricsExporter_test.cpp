@@ -8,6 +8,9 @@
 #include <set>
 
 #include "OmniraCore/metrics/Exposition.h"
+#include "OmniraCore/usage/DayCalendar.h"
+#include "OmniraCore/usage/TokenLogs.h"
+#include "tests/usage/UsageLogFiles.h"
 
 namespace omnira {
 namespace {
@@ -198,6 +201,50 @@ TEST(MetricsExporter, CountsInsightsTokensAndTicks) {
   EXPECT_DOUBLE_EQ(*value(f, "omnira_tick_duration_seconds", {{"le", "0.5"}}), 2);
   EXPECT_DOUBLE_EQ(*value(f, "omnira_tick_duration_seconds", {{"le", "+Inf"}}), 2);
   EXPECT_FALSE(value(f, "omnira_ai_tokens", {}));
+
+  // Containers: CPU in cores; the same name under two engines is two series; no stats, no series.
+  ContainerSnapshot containers;
+  containers.containers.resize(3);
+  containers.containers[0].engine = "Docker", containers.containers[0].name = "web", containers.containers[0].cpuPercent = 150;
+  containers.containers[1].engine = "Podman", containers.containers[1].name = "web", containers.containers[1].cpuPercent = 50;
+  containers.containers[2].engine = "Docker", containers.containers[2].name = "idle";
+  const auto c = exporter.update({.at = t0, .containers = &containers});
+  EXPECT_DOUBLE_EQ(*value(c, "omnira_container_cpu_ratio", {{"engine", "Docker"}, {"container", "web"}}), 1.5);
+  EXPECT_DOUBLE_EQ(*value(c, "omnira_container_cpu_ratio", {{"engine", "Podman"}, {"container", "web"}}), 0.5);
+  EXPECT_FALSE(value(c, "omnira_container_cpu_ratio", {{"engine", "Docker"}, {"container", "idle"}}));
+}
+
+}  // namespace
+}  // namespace omnira
+
+namespace omnira {
+namespace {
+
+using namespace usage_testing;
+
+struct MetricsTokens : LogFolder {};
+
+TEST_F(MetricsTokens, GivesEachModelsTokensByKind) {
+  append(project("p") / "s.jsonl", read(fixtures / "claude/streamed.jsonl"));
+  std::map<UsageTool, TokenLedger> ledgers;
+  TokenLogs::update(ledgers[UsageTool::claude], UsageTool::claude, {claudeHome()}, dateFromSecondsSinceEpoch(0),
+                    DayCalendar::fixed(std::chrono::seconds(0)));
+  const auto models = ledgers[UsageTool::claude].byModel();
+  ASSERT_FALSE(models.empty());
+  MetricsExporter exporter;
+  const auto f = exporter.update({.at = t0, .ledgers = &ledgers});
+  for (const auto& [model, usage] : models) {
+    const auto tokens = [&](const char* kind) {
+      return value(f, "omnira_ai_tokens", {{"tool", "claude"}, {"model", model}, {"kind", kind}}).value_or(-1);
+    };
+    EXPECT_EQ(tokens("input"), static_cast<double>(usage.input)) << model;
+    EXPECT_EQ(tokens("output"), static_cast<double>(usage.output));
+    EXPECT_EQ(tokens("cache_read"), static_cast<double>(usage.cacheRead));
+    EXPECT_EQ(tokens("cache_write"), static_cast<double>(usage.cacheWrite));
+    EXPECT_GT(usage.total(), 0);
+  }
+  EXPECT_NE(renderExposition(f, ExpositionFormat::prometheusText).find("omnira_ai_tokens_total{tool=\"claude\",model=\""),
+            std::string::npos);
 }
 
 }  // namespace
