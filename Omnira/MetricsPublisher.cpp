@@ -79,6 +79,8 @@ void MetricsPublisher::publish() {
   readings.strain = &store_->strainSince();
   if (usage_) readings.ledgers = &usage_->ledgers();
   readings.self = platform::readSelfCost();
+  // One small read per tick: the sample keeps only the level it decided from these figures.
+  readings.memoryStall = stallSource_.memoryStall();
   server_->publish(std::make_shared<const MetricsSnapshot>(exporter_.update(readings)));
 }
 

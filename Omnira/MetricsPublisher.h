@@ -19,6 +19,7 @@
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/history/Insight.h"
 #include "OmniraCore/metrics/MetricsExporter.h"
+#include "OmniraCore/platform/linux/LinuxSystemSource.h"
 
 namespace omnira {
 
@@ -43,6 +44,7 @@ class MetricsPublisher : public QObject {
   MonitorStore* store_;
   const UsageLimitsStore* usage_;
   MetricsExporter exporter_;
+  platform::LinuxSystemSource stallSource_{platform::Roots{}};  // for /proc/pressure/memory only
   std::unique_ptr<MetricsServer> server_;
   MetricsServer::Options running_;  // what server_ was started with
 };

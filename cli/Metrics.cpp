@@ -24,14 +24,15 @@ SavedReadings readSaved(const AppPaths& paths) {
   return saved;
 }
 
-std::string metricsExposition(const Snapshot& snapshot, const MachineCounters* counters, const SavedReadings& saved,
-                              ExpositionFormat format) {
+std::string metricsExposition(const Snapshot& snapshot, const MachineCounters* counters,
+                              std::optional<MemoryStall> stall, const SavedReadings& saved, ExpositionFormat format) {
   MetricsExporter exporter({.maxApps = static_cast<size_t>(saved.settings.integer(SettingsKeys::metricsMaxApps)),
                             .projectPaths = saved.settings.boolean(SettingsKeys::metricsProjectPaths)});
   MetricsReadings readings;
   readings.at = snapshot.system.timestamp;
   readings.system = &snapshot.system;
   readings.counters = counters;
+  readings.memoryStall = stall;
   readings.sensors = &snapshot.sensors;
   readings.groups = &snapshot.groups;
   readings.groupsAt = snapshot.system.timestamp;
@@ -56,7 +57,7 @@ int runMetrics(const MetricsRequest& request, std::FILE* out, std::FILE* err) {
     fmt::print(err, "omnira: {} The figures follow without insights and tokens.\n", paths.error().message);
   }
   const auto format = request.openMetrics ? ExpositionFormat::openMetrics : ExpositionFormat::prometheusText;
-  fmt::print(out, "{}", metricsExposition(snap, &counters, saved, format));
+  fmt::print(out, "{}", metricsExposition(snap, &counters, source.memoryStall(), saved, format));
   return 0;
 }
 

@@ -33,8 +33,8 @@ SavedReadings readSaved(const AppPaths& paths);
 
 // The exposition of one snapshot. Per-app CPU seconds are the running processes' lifetime
 // totals, since a single look has no past of its own to add up.
-std::string metricsExposition(const Snapshot& snapshot, const MachineCounters* counters, const SavedReadings& saved,
-                              ExpositionFormat format);
+std::string metricsExposition(const Snapshot& snapshot, const MachineCounters* counters,
+                              std::optional<MemoryStall> stall, const SavedReadings& saved, ExpositionFormat format);
 
 // Prints the exposition to `out`; a data folder that cannot be found is a sentence on `err`,
 // and the figures are printed without the saved parts. Returns the exit status.

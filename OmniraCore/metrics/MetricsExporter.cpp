@@ -193,8 +193,15 @@ void MetricsExporter::machine(const MetricsReadings& r, std::vector<MetricFamily
   gauge(out, "omnira_swap_used_bytes", "Swap in use.", static_cast<double>(s.swapUsed));
   gauge(out, "omnira_memory_pressure_level", "Memory pressure: 1 normal, 2 warning, 4 critical.",
         static_cast<double>(static_cast<int>(s.pressure)));
-  gauge(out, "omnira_memory_pressure_ratio", "Memory pressure from the kernel's stall figures, 0 to 1.",
+  gauge(out, "omnira_memory_pressure_ratio", "Share of memory the kernel could not hand out without reclaiming, 0 to 1.",
         s.memoryPressureFraction);
+  if (r.memoryStall) {
+    auto stall = family("omnira_memory_stall_ratio",
+                        "Share of the last 10 s in which some, or all, tasks waited for memory (PSI avg10).", Type::gauge);
+    add(stall, {{"tasks", "some"}}, r.memoryStall->someAvg10 / 100.0);
+    add(stall, {{"tasks", "full"}}, r.memoryStall->fullAvg10 / 100.0);
+    out.push_back(std::move(stall));
+  }
 
   auto counter = [&](std::string name, std::string help, std::optional<uint64_t> kernel, double summed) {
     auto f = family(std::move(name), std::move(help), Type::counter);

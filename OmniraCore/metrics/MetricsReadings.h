@@ -14,6 +14,7 @@
 #include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/sampling/AppGroup.h"
 #include "OmniraCore/sampling/SystemSample.h"
+#include "OmniraCore/sampling/SystemSource.h"
 #include "OmniraCore/sensors/SensorSample.h"
 #include "OmniraCore/usage/TokenLedger.h"
 #include "OmniraCore/usage/UsageTool.h"
@@ -41,6 +42,8 @@ struct MetricsReadings {
   Date at{};
   const SystemSample* system = nullptr;
   const MachineCounters* counters = nullptr;
+  // The kernel's pressure-stall figures for memory, where it keeps them.
+  std::optional<MemoryStall> memoryStall;
   const SensorSample* sensors = nullptr;
   const std::vector<AppGroup>* groups = nullptr;
   // When the groups were sampled: their counter deltas are added once per sampling.

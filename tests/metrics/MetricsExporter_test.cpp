@@ -168,7 +168,9 @@ TEST(MetricsExporter, AddsUpTheMachineFromRatesAndTakesKernelTotalsWhenGiven) {
   MachineCounters kernel;
   kernel.cores = {{.user = 5, .nice = 1, .system = 2, .idle = 30}, {.user = 1, .nice = 0, .system = 1, .idle = 40}};
   kernel.diskRead = 123;
-  f = exporter.update({.at = s.timestamp, .system = &s, .counters = &kernel});
+  f = exporter.update({.at = s.timestamp, .system = &s, .counters = &kernel, .memoryStall = MemoryStall{12.5, 2}});
+  EXPECT_DOUBLE_EQ(*value(f, "omnira_memory_stall_ratio", {{"tasks", "some"}}), 0.125);
+  EXPECT_DOUBLE_EQ(*value(f, "omnira_memory_stall_ratio", {{"tasks", "full"}}), 0.02);
   EXPECT_DOUBLE_EQ(*value(f, "omnira_cpu_seconds", {{"mode", "nice"}}), 1);
   EXPECT_DOUBLE_EQ(*value(f, "omnira_cpu_seconds", {{"mode", "idle"}}), 70);
   EXPECT_DOUBLE_EQ(*value(f, "omnira_cpu_core_busy_seconds", {{"core", "0"}}), 8);
