@@ -15,6 +15,7 @@
 #include "Omnira/BridgeHost.h"
 #include "Omnira/QuitRequests.h"
 #include "Omnira/InsightNotifier.h"
+#include "Omnira/MetricsPublisher.h"
 #include "Omnira/MonitorStore.h"
 #include "Omnira/SettingsWatcher.h"
 #include "Omnira/TickLine.h"
@@ -97,6 +98,10 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   });
   bridge_->applySettings(settingsWatcher_->current());
   usageLimits_->start();  // now, then every few minutes
+  // The metrics endpoint listens from here on, while "metricsEnabled" is on.
+  metrics_ = std::make_unique<MetricsPublisher>(store_.get(), usageLimits_.get());
+  connect(settingsWatcher_.get(), &SettingsWatcher::changed, metrics_.get(), &MetricsPublisher::applySettings);
+  metrics_->applySettings(settingsWatcher_->current());
   spdlog::info("Omnira {} started; data in {}", OMNIRA_VERSION, paths_->dataFolder().string());
   return {};
 }
@@ -126,6 +131,7 @@ void AppDelegate::stop() {
   if (!store_) return;
   quitRequests_.reset();  // an open panel goes; its asker hears nothing more
   bridge_.reset();        // no question is answered from a store that is stopping
+  metrics_.reset();       // nor scraped from it
   store_->stop();
   appFolders_.reset();
   store_.reset();

@@ -3,7 +3,8 @@
 //
 // Start: data and settings folders → the single-instance lock → logging → settings and
 // their watch → the monitor store (saved state, history, samplers, loop) → the agent bridge
-// (while "bridgeEnabled" is on) → usage limits → notifications → SIGINT/SIGTERM/SIGHUP.
+// (while "bridgeEnabled" is on) → usage limits → the metrics endpoint (while "metricsEnabled"
+// is on) → notifications → SIGINT/SIGTERM/SIGHUP.
 // Stop (on either signal, or when the event loop ends): the bridge stops listening, the loop
 // and the samplers end, then live history, ledger and insights are saved and the history
 // is checkpointed, and the lock is released last.
@@ -30,6 +31,7 @@ class AppFoldersWatcher;
 class InsightNotifier;
 class UsageLimitsStore;
 class BridgeHost;
+class MetricsPublisher;
 
 class AppDelegate : public QObject {
   Q_OBJECT
@@ -75,6 +77,7 @@ class AppDelegate : public QObject {
   std::unique_ptr<UsageLimitsStore> usageLimits_;
   std::unique_ptr<BridgeHost> bridge_;
   std::unique_ptr<QuitRequests> quitRequests_;
+  std::unique_ptr<MetricsPublisher> metrics_;
   int signalFD_ = -1;
   std::unique_ptr<QSocketNotifier> signalNotifier_;
 };

@@ -28,6 +28,7 @@
 #include "cli/Helper.h"
 #include "cli/McpServer.h"
 #include "cli/McpSetup.h"
+#include "cli/Metrics.h"
 #include "cli/Containers.h"
 #include "cli/Sensors.h"
 #include "cli/History.h"
@@ -65,6 +66,10 @@ int main(int argc, char** argv) {
   snapshot->add_flag("--json", json, "Print JSON: the system sample and every group with its processes");
   snapshot->add_flag("-a,--all", all, "List every group, not only the top ones");
   snapshot->add_option("-n,--top", top, "How many apps to list")->check(CLI::Range(1, 100000));
+
+  omnira::cli::MetricsRequest metricsRequest;
+  auto* metrics = app.add_subcommand("metrics", "Print the figures once in Prometheus' text format, for its textfile collector");
+  metrics->add_flag("--openmetrics", metricsRequest.openMetrics, "Print OpenMetrics instead");
 
   auto* projects = app.add_subcommand("projects", "Developer project folders with something running in them");
   omnira::cli::ProjectsRequest projectsRequest;
@@ -373,6 +378,8 @@ int main(int argc, char** argv) {
     return omnira::cli::printPorts(omnira::Port::of(snap.sockets, snap.socketHolders, snap.groups, ::geteuid(), &listed),
                                    others, portsRequest, home ? home : "", stdout);
   }
+
+  if (metrics->parsed()) return omnira::cli::runMetrics(metricsRequest, stdout, stderr);
 
   if (snapshot->parsed()) {
     auto snap = omnira::cli::takeSnapshot();

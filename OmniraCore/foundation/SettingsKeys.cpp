@@ -45,6 +45,23 @@ std::optional<std::string> checkFolders(const json& value) {
   return std::nullopt;
 }
 
+std::optional<std::string> checkAddress(const json& value) {
+  if (!value.is_string()) return "it is not text";
+  const auto address = value.get<std::string>();
+  const auto colon = address.rfind(':');
+  if (colon == std::string::npos || colon == 0 || !parseNumber<uint16_t>(std::string_view(address).substr(colon + 1)))
+    return fmt::format("\"{}\" has no port after a colon", address);
+  return std::nullopt;
+}
+
+// It travels in an HTTP header: printable ASCII without spaces.
+std::optional<std::string> checkToken(const json& value) {
+  if (!value.is_string()) return "it is not text";
+  for (const char c : value.get<std::string>())
+    if (c <= ' ' || c > '~') return "it may hold only printable ASCII characters without spaces";
+  return std::nullopt;
+}
+
 SettingSpec boolean(std::string_view key, bool fallback, std::string_view description) {
   SettingSpec spec{.key = key, .type = Type::boolean, .defaultValue = fallback};
   spec.description = description;
@@ -130,6 +147,26 @@ std::vector<SettingSpec> buildTable() {
                    .check = checkFolders,
                    .shape = "a list of project folders, like [\"/home/ada/src/shop\"]",
                    .description = "Project folders where assistants' safe quit requests are carried out without asking."});
+  table.push_back(boolean("metricsEnabled", false, "Serve the figures to Prometheus at http://<metricsAddress>/metrics."));
+  table.push_back({.key = "metricsAddress",
+                   .type = Type::json,
+                   .defaultValue = "127.0.0.1:9464",
+                   .check = checkAddress,
+                   .shape = "an address and port, like 127.0.0.1:9464",
+                   .description = "Where the metrics endpoint listens; any address but loopback needs metricsToken."});
+  table.push_back({.key = "metricsToken",
+                   .type = Type::json,
+                   .defaultValue = "",
+                   .check = checkToken,
+                   .shape = "a bearer token (printable ASCII, no spaces)",
+                   .description = "The bearer token every scrape must send; empty asks none."});
+  table.push_back({.key = "metricsMaxApps",
+                   .type = Type::integer,
+                   .defaultValue = 50,
+                   .minimum = 1,
+                   .maximum = 1000,
+                   .description = "How many apps get series of their own; the rest are added into app=\"other\"."});
+  table.push_back(boolean("metricsProjectPaths", false, "Label projects by their full path, not only the folder's name."));
   return table;
 }
 
@@ -226,6 +263,8 @@ Result<json, std::string> SettingSpec::parse(std::string_view text) const {
     }
     case Type::json: {
       value = json::parse(text, nullptr, /*allow_exceptions=*/false);
+      // A key that holds text takes it as typed, without JSON's quotes.
+      if (defaultValue.is_string() && !value.is_string()) value = std::string(text);
       if (value.is_discarded()) return fail(fmt::format("\"{}\" takes {}; \"{}\" is not valid JSON.", key, shape, text));
       break;
     }

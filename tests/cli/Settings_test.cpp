@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "OmniraCore/foundation/SettingsKeys.h"
 #include "tests/cli/CommandRun.h"
 
 namespace omnira {
@@ -40,7 +41,7 @@ TEST_F(SettingsCommand, SetGetListUnset) {
   auto listed = run("list --json", false);
   ASSERT_EQ(listed.status, 0) << listed.out;
   auto rows = nlohmann::json::parse(listed.out);
-  ASSERT_EQ(rows.size(), 33u);
+  ASSERT_EQ(rows.size(), SettingsKeys::all().size());  // every row of the table
   EXPECT_EQ(rows[0]["key"], "refreshSeconds");
   EXPECT_EQ(rows[0]["value"], 1);
   EXPECT_EQ(rows[0]["isDefault"], true);

@@ -1,0 +1,218 @@
+#include "Omnira/MetricsServer.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "tests/Omnira/MetricsHTTP.h"
+
+namespace omnira {
+namespace {
+
+using testing::request;
+
+std::shared_ptr<const MetricsSnapshot> snapshotOf(double value) {
+  return std::make_shared<const MetricsSnapshot>(MetricsSnapshot{
+      {"omnira_app_processes", "Processes.", MetricFamily::Type::gauge, {{"", {{"app", "editor"}, {"kind", "app"}}, value}}},
+      {"omnira_cpu_seconds", "CPU.", MetricFamily::Type::counter, {{"_total", {{"mode", "user"}}, 1.5}}}});
+}
+
+std::unique_ptr<MetricsServer> startServer(const MetricsServer::Options& options) {
+  auto started = MetricsServer::start(options);
+  EXPECT_TRUE(started.ok()) << (started.ok() ? "" : started.error().message);
+  return started.ok() ? std::move(started).value() : nullptr;
+}
+
+TEST(MetricsServer, AnswersScrapesOfMetricsAndTheRightStatusForAnythingElse) {
+  auto server = startServer({.address = "127.0.0.1:0"});
+  ASSERT_TRUE(server);
+  const uint16_t port = server->port();
+  ASSERT_NE(port, 0);
+
+  auto answer = request(port, "GET", "/metrics");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 503);  // nothing sampled yet
+
+  server->publish(snapshotOf(3));
+  answer = request(port, "GET", "/metrics");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 200);
+  EXPECT_EQ(answer->headers["content-type"], "text/plain; version=0.0.4; charset=utf-8");
+  EXPECT_NE(answer->body.find("omnira_app_processes{app=\"editor\",kind=\"app\"} 3\n"), std::string::npos) << answer->body;
+  EXPECT_NE(answer->body.find("# TYPE omnira_cpu_seconds_total counter\n"), std::string::npos);
+
+  answer = request(port, "GET", "/metrics", "Accept: application/openmetrics-text;version=1.0.0,text/plain;q=0.5\r\n");
+  ASSERT_TRUE(answer);
+  EXPECT_TRUE(answer->headers["content-type"].starts_with("application/openmetrics-text; version=1.0.0"));
+  EXPECT_TRUE(answer->body.ends_with("# EOF\n"));
+
+  answer = request(port, "HEAD", "/metrics");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 200);
+  EXPECT_TRUE(answer->body.empty());
+
+  answer = request(port, "GET", "/");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 404);
+  EXPECT_TRUE(answer->body.empty());
+  answer = request(port, "GET", "/metrics/../etc/passwd");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 404);
+
+  answer = request(port, "POST", "/metrics", "Content-Length: 5\r\n\r\nhello");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 405);
+  EXPECT_EQ(answer->headers["allow"], "GET, HEAD");
+  EXPECT_TRUE(answer->body.empty());
+  answer = request(port, "DELETE", "/metrics");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 405);
+
+  std::string many;
+  for (int i = 0; i < 20; ++i) many += "X-Filler-" + std::to_string(i) + ": " + std::string(1000, 'a') + "\r\n";
+  answer = request(port, "GET", "/metrics", many);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 431);
+  EXPECT_TRUE(answer->body.empty());
+
+  // A new snapshot replaces the old one for the next scrape.
+  server->publish(snapshotOf(7));
+  answer = request(port, "GET", "/metrics");
+  ASSERT_TRUE(answer);
+  EXPECT_NE(answer->body.find("kind=\"app\"} 7\n"), std::string::npos);
+}
+
+TEST(MetricsServer, AsksForTheTokenOnEveryRequest) {
+  auto server = startServer({.address = "127.0.0.1:0", .token = "s3cret-token"});
+  ASSERT_TRUE(server);
+  server->publish(snapshotOf(1));
+  const uint16_t port = server->port();
+
+  for (const std::string header : {"", "Authorization: Bearer wrong\r\n", "Authorization: Bearer s3cret-toke\r\n",
+                                   "Authorization: Bearer s3cret-token2\r\n", "Authorization: Basic s3cret-token\r\n"}) {
+    auto answer = request(port, "GET", "/metrics", header);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->status, 401) << header;
+    EXPECT_EQ(answer->headers["www-authenticate"], "Bearer realm=\"omnira\"");
+    EXPECT_TRUE(answer->body.empty());
+  }
+  // Without the token not even the paths are told apart.
+  auto answer = request(port, "GET", "/elsewhere");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 401);
+  answer = request(port, "GET", "/metrics", "Authorization: Bearer s3cret-token\r\n");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 200);
+
+  // The token on the first request of a kept-alive connection does not let the second in.
+  const int fd = testing::connectTo(port);
+  ASSERT_GE(fd, 0);
+  ASSERT_TRUE(testing::sendAll(fd, "GET /metrics HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer s3cret-token\r\n\r\n"));
+  std::string first;
+  char buffer[4096];
+  // The first answer whole: its headers, then as many bytes as it says.
+  while (first.find("\r\n\r\n") == std::string::npos || first.size() < first.find("\r\n\r\n") + 4 + 240) {
+    const ssize_t got = ::recv(fd, buffer, sizeof buffer, 0);
+    ASSERT_GT(got, 0);
+    first.append(buffer, static_cast<size_t>(got));
+  }
+  EXPECT_TRUE(first.starts_with("HTTP/1.1 200")) << first;
+  ASSERT_TRUE(testing::sendAll(fd, "GET /metrics HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n"));
+  const auto second = testing::readAnswer(fd);
+  ::close(fd);
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second->status, 401);
+}
+
+TEST(MetricsServer, RefusesToStartWhereItShouldNot) {
+  auto open = MetricsServer::start({.address = "0.0.0.0:0"});
+  ASSERT_FALSE(open);
+  EXPECT_NE(open.error().message.find("metricsToken"), std::string::npos) << open.error().message;
+  EXPECT_TRUE(MetricsServer::start({.address = "0.0.0.0:0", .token = "t"}).ok());
+  EXPECT_TRUE(MetricsServer::start({.address = "[::1]:0"}).ok());
+
+  for (const char* bad : {"", "9464", "127.0.0.1", "127.0.0.1:", "127.0.0.1:99999", ":9464", "::1:9464", "[::1]9464",
+                          "127.0.0.1:94x4"}) {
+    auto started = MetricsServer::start({.address = bad});
+    ASSERT_FALSE(started) << bad;
+    EXPECT_NE(started.error().message.find("is not an address and port"), std::string::npos) << bad;
+  }
+  auto first = startServer({.address = "127.0.0.1:0"});
+  ASSERT_TRUE(first);
+  auto second = MetricsServer::start({.address = "127.0.0.1:" + std::to_string(first->port())});
+  ASSERT_FALSE(second);
+  EXPECT_NE(second.error().message.find("cannot listen"), std::string::npos);
+
+  EXPECT_TRUE(MetricsServer::isLoopback("127.0.0.1"));
+  EXPECT_TRUE(MetricsServer::isLoopback("127.8.9.1"));
+  EXPECT_TRUE(MetricsServer::isLoopback("::1"));
+  EXPECT_TRUE(MetricsServer::isLoopback("localhost"));
+  EXPECT_FALSE(MetricsServer::isLoopback("128.0.0.1"));
+  EXPECT_FALSE(MetricsServer::isLoopback("::"));
+  EXPECT_FALSE(MetricsServer::isLoopback("localhost.example.com"));
+  EXPECT_FALSE(MetricsServer::isLoopback("::ffff:10.0.0.1"));
+
+  EXPECT_TRUE(MetricsServer::sameSecret("abc", "abc"));
+  EXPECT_FALSE(MetricsServer::sameSecret("abc", "abd"));
+  EXPECT_FALSE(MetricsServer::sameSecret("abc", "abcd"));
+  EXPECT_FALSE(MetricsServer::sameSecret("", "a"));
+  EXPECT_FALSE(MetricsServer::sameSecret(std::string("a\0b", 3), "a"));
+}
+
+TEST(MetricsServer, AnswersAScrapeWhileIdleSlowAndWrongClientsHoldIt) {
+  testing::raiseDescriptorLimit();
+  auto server = startServer({.address = "127.0.0.1:0", .token = "tok"});
+  ASSERT_TRUE(server);
+  server->publish(snapshotOf(1));
+  const uint16_t port = server->port();
+
+  std::vector<int> idle;
+  for (int i = 0; i < 1000; ++i) {
+    const int fd = testing::connectTo(port);
+    ASSERT_GE(fd, 0) << "connection " << i;
+    idle.push_back(fd);
+  }
+  // Slow clients: a header byte every 100 ms.
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> slow;
+  for (int i = 0; i < 4; ++i) {
+    slow.emplace_back([port, &stop] {
+      const int fd = testing::connectTo(port);
+      const std::string text = "GET /metrics HTTP/1.1\r\nHost: x\r\nX-Slow: " + std::string(200, 's') + "\r\n\r\n";
+      for (size_t b = 0; b < text.size() && !stop; ++b) {
+        if (!testing::sendAll(fd, text.substr(b, 1))) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      }
+      ::close(fd);
+    });
+  }
+  std::vector<std::thread> wrong;
+  std::atomic<int> refused{0};
+  for (int i = 0; i < 8; ++i) {
+    wrong.emplace_back([port, &refused] {
+      for (int j = 0; j < 10; ++j) {
+        const auto answer = request(port, "GET", "/metrics", "Authorization: Bearer guess" + std::to_string(j) + "\r\n");
+        if (answer && answer->status == 401) ++refused;
+      }
+    });
+  }
+  // Meanwhile the store goes on publishing, and an honest scrape gets the latest.
+  for (int i = 2; i <= 50; ++i) server->publish(snapshotOf(i));
+  const auto answer = request(port, "GET", "/metrics", "Authorization: Bearer tok\r\n");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 200);
+  EXPECT_NE(answer->body.find("kind=\"app\"} 50\n"), std::string::npos);
+
+  for (auto& t : wrong) t.join();
+  EXPECT_EQ(refused, 80);
+  stop = true;
+  for (auto& t : slow) t.join();
+  for (const int fd : idle) ::close(fd);
+  // It stops promptly enough with connections still open: the destructor waits for them.
+  server.reset();
+}
+
+}  // namespace
+}  // namespace omnira
