@@ -22,6 +22,7 @@
 #include "OmniraCore/history/HistoryDatabase.h"
 #include "OmniraCore/history/HistoryExport.h"
 #include "OmniraCore/history/UsageLedger.h"
+#include "tests/Omnira/RunningOmnira.h"
 #include "tests/cli/CommandRun.h"
 
 namespace omnira {
@@ -390,6 +391,21 @@ TEST_F(FileSafety, ACommandThatWritesRefusesAFolderOthersCanWriteIn) {
   const auto fixed = testing::runCommandIn(root, "settings set refreshSeconds 4", true);
   EXPECT_EQ(fixed.status, 0) << fixed.out;
   EXPECT_EQ(modeOf(root / "config" / "Omnira" / "settings.json"), 0600u);
+}
+
+TEST_F(FileSafety, TheApplicationRefusesADataFolderOthersCanWriteInBeforeTouchingIt) {
+  const fs::path data = root / "data" / "Omnira";
+  ASSERT_TRUE(AtomicFile::makeFolders(data));
+  ::chmod(data.c_str(), 0777);
+  plant(data / "omnira.lock");
+  testing::RunningOmnira omnira(root, {"--headless"});
+  EXPECT_EQ(omnira.wait(), 1);
+  const std::string said = testing::slurp(root / "stderr");
+  EXPECT_NE(said.find("Omnira will not keep its files in " + data.string() + ": other users can write in it"),
+            std::string::npos)
+      << said;
+  expectVictimUntouched();
+  EXPECT_TRUE(fs::is_symlink(data / "omnira.lock"));
 }
 
 }  // namespace
