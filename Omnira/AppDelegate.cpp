@@ -59,6 +59,8 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   auto paths = AppPaths::fromProcessEnvironment();
   if (!paths) return fail(Failure{1, paths.error().message});
   paths_ = *paths;
+  // Before the lock: as root, a folder another user controls is refused, not written in.
+  if (auto safe = paths_->prepareFolders(); !safe) return fail(Failure{1, safe.error().message});
 
   auto lock = InstanceLock::acquire(paths_->dataFile("omnira.lock"));
   if (!lock) return fail(Failure{1, lock.error().message});

@@ -1,6 +1,5 @@
 #include "Omnira/InstanceLock.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/Parse.h"
 
 namespace omnira {
@@ -28,12 +28,14 @@ std::optional<pid_t> readHolder(int fd) {
 }  // namespace
 
 Result<InstanceLock, InstanceLock::Failure> InstanceLock::acquire(const std::filesystem::path& file) {
-  std::error_code error;
-  std::filesystem::create_directories(file.parent_path(), error);
-  const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0)
+  if (auto made = AtomicFile::makeFolders(file.parent_path()); !made)
+    return fail(Failure{Failure::Kind::cannotLock, std::nullopt, fmt::format("Omnira {}.", made.error().message)});
+  // Never through a link and only a plain file of our own: we truncate it and write to it.
+  auto opened = AtomicFile::openOwn(file);
+  if (!opened)
     return fail(Failure{Failure::Kind::cannotLock, std::nullopt,
-                        fmt::format("Omnira cannot open its lock file {}: {}.", file.string(), std::strerror(errno))});
+                        fmt::format("Omnira cannot take its lock: {}.", opened.error().message)});
+  const int fd = *opened;
   if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
     const int why = errno;
     if (why == EWOULDBLOCK) {

@@ -2,7 +2,8 @@
 // One running Omnira per user: an exclusive lock on "omnira.lock" in the data folder,
 // held for the life of the process. The kernel drops the lock when the process ends, even
 // after a crash, so a stale file never blocks a start. The file names the holder's pid so
-// that a second start can say who holds it.
+// that a second start can say who holds it. The file is 0600 and opened never through a
+// link; one that is not a plain file of our own is refused rather than truncated.
 //
 // Owned by AppDelegate on the main thread; moving it hands the lock over.
 

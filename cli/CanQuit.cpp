@@ -44,7 +44,8 @@ std::string summary(const std::vector<QuitJudgement>& judged) {
 
 std::optional<int32_t> runningOmnira(const AppPaths& paths) {
   // Only a held lock means a running Omnira: the file stays behind after it stops.
-  const int fd = ::open(paths.dataFile("omnira.lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  // O_NONBLOCK: a FIFO in its place must not hang the command.
+  const int fd = ::open(paths.dataFile("omnira.lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   if (fd < 0) return std::nullopt;
   std::optional<int32_t> pid;
   if (::flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {

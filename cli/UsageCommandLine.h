@@ -36,6 +36,10 @@ class UsageCommandLine {
       fmt::print(stderr, "omnira: {}\n", paths.error().message);
       return 1;
     }
+    if (auto safe = paths->prepareFolders(); !safe) {
+      fmt::print(stderr, "omnira: {}\n", safe.error().message);
+      return 1;
+    }
     const auto environment = UsageRefresh::processEnvironment();
     const auto now = std::chrono::system_clock::now();
     if (tokens_->parsed()) return runTokens(tokensRequest_, *paths, environment, now, stdout, stderr);

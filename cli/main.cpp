@@ -228,6 +228,10 @@ int main(int argc, char** argv) {
       fmt::print(stderr, "omnira: {}\n", paths.error().message);
       return 1;
     }
+    if (auto safe = paths->prepareFolders(); !safe) {
+      fmt::print(stderr, "omnira: {}\n", safe.error().message);
+      return 1;
+    }
     actionsRequest.clear = actionsClear->parsed();
     return omnira::cli::runActions(actionsRequest, *paths, stdout, stderr);
   }
@@ -273,6 +277,10 @@ int main(int argc, char** argv) {
       fmt::print(stderr, "omnira: {}\n", paths.error().message);
       return 1;
     }
+    if (auto safe = paths->prepareFolders(); !safe) {
+      fmt::print(stderr, "omnira: {}\n", safe.error().message);
+      return 1;
+    }
     return omnira::cli::runHistory(request, *paths, std::chrono::system_clock::now(), stdout, stderr);
   }
 
@@ -287,6 +295,10 @@ int main(int argc, char** argv) {
       fmt::print(stderr, "omnira: {}\n", paths.error().message);
       return 1;
     }
+    if (auto safe = paths->prepareFolders(); !safe) {
+      fmt::print(stderr, "omnira: {}\n", safe.error().message);
+      return 1;
+    }
     return omnira::cli::runSettings(settingsRequest, *paths, stdout, stderr);
   }
 
@@ -299,6 +311,10 @@ int main(int argc, char** argv) {
     auto paths = omnira::AppPaths::fromProcessEnvironment();
     if (!paths) {
       fmt::print(stderr, "omnira: {}\n", paths.error().message);
+      return 1;
+    }
+    if (auto safe = paths->prepareFolders(); !safe) {
+      fmt::print(stderr, "omnira: {}\n", safe.error().message);
       return 1;
     }
     return omnira::cli::runInsights(insightsRequest, *paths, std::chrono::system_clock::now(), stdout, stderr);

@@ -28,6 +28,16 @@ class AppPaths {
   static Result<AppPaths, Failure> fromEnvironment(const Environment& environment);
   static Result<AppPaths, Failure> fromProcessEnvironment();
 
+  // Omnira may run as root with a home another user controls. Makes the data and config
+  // folders if need be (0700), refuses either when it is not the running user's own, when
+  // others can write in it, or when a folder above it belongs to another user or is writable
+  // by all without the sticky bit; then narrows each to 0700 and removes what interrupted
+  // saves left there. Called at start by the application and by the commands that write;
+  // the failure is one sentence for the person.
+  Result<void, Failure> prepareFolders() const;
+  // The check alone, for one existing folder.
+  static Result<void, Failure> checkFolder(const std::filesystem::path& folder);
+
   AppPaths(std::filesystem::path dataFolder, std::filesystem::path configFolder,
            std::filesystem::path downloadsFolder = {})
       : data_(std::move(dataFolder)), config_(std::move(configFolder)), downloads_(std::move(downloadsFolder)) {}

@@ -1,6 +1,5 @@
 #include "OmniraCore/foundation/FileLock.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -9,18 +8,23 @@
 
 #include <fmt/format.h>
 
+#include "OmniraCore/foundation/AtomicFile.h"
+
 namespace omnira {
 
 FileLock::FileLock(const std::filesystem::path& file) {
-  std::error_code error;
-  std::filesystem::create_directories(file.parent_path(), error);
   path_ = file;
   path_ += ".lock";
-  fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (fd_ < 0) {
-    failure_ = fmt::format("Cannot open {}: {}.", path_.string(), std::strerror(errno));
+  if (auto made = AtomicFile::makeFolders(file.parent_path()); !made) {
+    failure_ = fmt::format("Cannot lock {}: {}.", file.string(), made.error().message);
     return;
   }
+  auto opened = AtomicFile::openOwn(path_);
+  if (!opened) {
+    failure_ = fmt::format("Cannot lock {}: {}.", file.string(), opened.error().message);
+    return;
+  }
+  fd_ = *opened;
   while (::flock(fd_, LOCK_EX) != 0) {
     if (errno == EINTR) continue;
     failure_ = fmt::format("Cannot lock {}: {}.", path_.string(), std::strerror(errno));

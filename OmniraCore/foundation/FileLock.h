@@ -3,6 +3,8 @@
 // (the running application and a command) read, change and write one saved file in turn.
 // The file itself cannot carry the lock: every save renames a new file over it.
 //
+// The lock file is created 0600, never through a link, and one that is not a plain file
+// of our own is refused.
 // Blocks until the lock is free. A lock that cannot be taken says why in failure(); the
 // caller then leaves the file alone.
 

@@ -5,23 +5,23 @@
 
 #include <cassert>
 #include <cmath>
-#include <fstream>
-#include <sstream>
 
+#include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/Parse.h"
 
 namespace omnira {
 
 Result<Settings, Settings::Failure> Settings::read(const std::filesystem::path& file) {
-  std::error_code ec;
-  if (!std::filesystem::exists(file, ec)) return Settings();
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return fail(Failure{fmt::format("Cannot read the settings file {}.", file.string())});
-  std::stringstream text;
-  text << in.rdbuf();
+  // A settings file kept elsewhere may be linked here; FIFOs, devices and huge files are refused.
+  auto read = AtomicFile::read(file, AtomicFile::settingsLimit, AtomicFile::Links::follow);
+  if (!read) {
+    if (read.error().missing) return Settings();
+    return fail(Failure{fmt::format("Cannot read the settings file: {}.", read.error().message)});
+  }
+  const std::string text = std::move(*read);
   // `touch settings.json` makes a file without settings, not a broken one.
-  if (trim(text.str()).empty()) return Settings();
-  auto json = nlohmann::json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
+  if (trim(text).empty()) return Settings();
+  auto json = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
   if (json.is_discarded())
     return fail(Failure{fmt::format("The settings file {} is not valid JSON.", file.string())});
   if (!json.is_object())

@@ -52,7 +52,7 @@ Result<void, SettingsFile::Failure> SettingsFile::unset(std::string_view key) co
 }
 
 Result<nlohmann::ordered_json, SettingsFile::Failure> SettingsFile::readObject() const {
-  auto text = AtomicFile::read(file_);
+  auto text = AtomicFile::read(file_, AtomicFile::settingsLimit, AtomicFile::Links::follow);
   if (!text) {
     if (text.error().missing) return nlohmann::ordered_json::object();
     return failure(Kind::unusable, fmt::format("The settings file could not be read: {}.", text.error().message));

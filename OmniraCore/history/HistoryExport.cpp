@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <map>
 
+#include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/SafeText.h"
 
 namespace omnira {
@@ -24,12 +24,17 @@ std::string average(double integral, double seconds, double scale, int decimals)
 
 std::string amount(double value, double unit, int decimals) { return fmt::format("{:.{}f}", value / unit, decimals); }
 
-Result<void, HistoryExport::Failure> save(const std::filesystem::path& file, const std::string& text) {
-  std::ofstream out(file, std::ios::binary | std::ios::trunc);
-  if (out) out << text;
-  if (out) out.close();
-  if (!out) return fail(HistoryExport::Failure{fmt::format("cannot write {}: {}", file.string(), std::strerror(errno))});
-  return {};
+// A new file, never an existing one or a link planted in a shared folder: a name that is
+// taken gets " (2)", " (3)" and so on, and `file` becomes the name written.
+Result<void, HistoryExport::Failure> save(std::filesystem::path& file, const std::string& text) {
+  const std::filesystem::path wanted = file;
+  for (int copy = 2; copy <= 100; ++copy) {
+    auto created = AtomicFile::create(file, text);
+    if (created) return {};
+    if (!created.error().exists) return fail(HistoryExport::Failure{created.error().message});
+    file = wanted.parent_path() / fmt::format("{} ({}){}", wanted.stem().string(), copy, wanted.extension().string());
+  }
+  return fail(HistoryExport::Failure{fmt::format("cannot write {}: too many files of that name", wanted.string())});
 }
 
 }  // namespace

@@ -31,7 +31,8 @@ class HistoryExport {
   static const std::vector<std::string>& appColumns();
 
   // Writes rows with start >= since into `folder` (which must exist), in files named
-  // with `now`; an existing file of the same name is replaced.
+  // with `now`; an existing file (or link) of the same name is left alone and the new file
+  // is numbered: "... (2).csv". Files returns the names written.
   static Result<Files, Failure> write(HistoryDatabase& database, const std::filesystem::path& folder, Date since,
                                       Date now);
 

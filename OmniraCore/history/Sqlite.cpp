@@ -1,8 +1,11 @@
 #include "OmniraCore/history/Sqlite.h"
 
+#include <unistd.h>
+
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/SystemText.h"
 
 namespace omnira::sqlite {
@@ -99,9 +102,16 @@ std::optional<std::string> Statement::optionalText(int column) const {
 }
 
 Connection Connection::open(const std::filesystem::path& file) {
+  // SQLite gives its -wal, -shm and -journal files the main file's mode, so the main file is
+  // made 0600 here first, exclusively and never through a link.
+  auto own = AtomicFile::openOwn(file);
+  if (!own) throw Error(SQLITE_CANTOPEN, own.error().message);
+  ::close(*own);
   sqlite3* handle = nullptr;
   const int code = sqlite3_open_v2(file.c_str(), &handle,
-                                   SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+                                   SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX |
+                                       SQLITE_OPEN_NOFOLLOW,
+                                   nullptr);
   if (code != SQLITE_OK) {
     // SQLite hands back a handle even on failure, only to carry the message.
     std::string message = handle ? sqlite3_errmsg(handle) : sqlite3_errstr(code);

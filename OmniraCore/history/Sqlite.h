@@ -61,8 +61,9 @@ class Statement {
 
 class Connection {
  public:
-  // Opens (or creates) the file. SQLite reads the header lazily, so a file that is not a
+  // Opens (or creates, 0600) the file. SQLite reads the header lazily, so a file that is not a
   // database only fails at the first statement; callers run one before trusting it.
+  // A link, a file that is not plain or another user's file is refused (Error, SQLITE_CANTOPEN).
   static Connection open(const std::filesystem::path& file);
   ~Connection();
   Connection(Connection&& other) noexcept : handle_(other.handle_) { other.handle_ = nullptr; }

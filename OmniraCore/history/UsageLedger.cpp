@@ -110,14 +110,13 @@ Result<UsageLedger, UsageLedger::Failure> UsageLedger::fromJSON(const nlohmann::
 }
 
 Result<UsageLedger, UsageLedger::Failure> UsageLedger::load(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) {
-    if (errno == ENOENT) return UsageLedger();
-    return fail(Failure{fmt::format("cannot read {}: {}", file.string(), std::strerror(errno))});
+  auto read = AtomicFile::read(file);
+  if (!read) {
+    if (read.error().missing) return UsageLedger();
+    return fail(Failure{read.error().message});
   }
-  std::stringstream text;
-  text << in.rdbuf();
-  auto json = nlohmann::ordered_json::parse(text.str(), nullptr, false);
+  const std::string text = std::move(*read);
+  auto json = nlohmann::ordered_json::parse(text, nullptr, false);
   if (json.is_discarded()) return fail(Failure{fmt::format("{} is not JSON", file.string())});
   auto ledger = fromJSON(json);
   if (!ledger) return fail(Failure{fmt::format("{}: {}", file.string(), ledger.error().message)});
