@@ -16,7 +16,7 @@ FileLock::FileLock(const std::filesystem::path& file) {
   std::filesystem::create_directories(file.parent_path(), error);
   path_ = file;
   path_ += ".lock";
-  fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
   if (fd_ < 0) {
     failure_ = fmt::format("Cannot open {}: {}.", path_.string(), std::strerror(errno));
     return;

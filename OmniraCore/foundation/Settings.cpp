@@ -5,28 +5,27 @@
 
 #include <cassert>
 #include <cmath>
-#include <fstream>
-#include <sstream>
 
+#include "OmniraCore/foundation/AtomicFile.h"
+#include "OmniraCore/foundation/SavedFile.h"
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
 
 namespace omnira {
 
 Result<Settings, Settings::Failure> Settings::read(const std::filesystem::path& file) {
-  std::error_code ec;
-  if (!std::filesystem::exists(file, ec)) return Settings();
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return fail(Failure{fmt::format("Cannot read the settings file {}.", file.string())});
-  std::stringstream text;
-  text << in.rdbuf();
+  auto text = SavedFile::read(file);
+  if (!text) {
+    if (text.error().missing) return Settings();
+    return fail(Failure{fmt::format("The settings file could not be read: {}.", text.error().message)});
+  }
   // `touch settings.json` makes a file without settings, not a broken one.
-  if (trim(text.str()).empty()) return Settings();
-  auto json = nlohmann::json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
-  if (json.is_discarded())
-    return fail(Failure{fmt::format("The settings file {} is not valid JSON.", file.string())});
-  if (!json.is_object())
+  if (trim(*text).empty()) return Settings();
+  auto json = parseJSONText(*text);
+  if (!json) return fail(Failure{fmt::format("The settings file {} {}.", file.string(), json.error().message)});
+  if (!json->is_object())
     return fail(Failure{fmt::format("The settings file {} does not hold a JSON object.", file.string())});
-  return Settings(std::move(json));
+  return Settings(std::move(*json));
 }
 
 Settings Settings::load(const std::filesystem::path& file) {
@@ -35,7 +34,19 @@ Settings Settings::load(const std::filesystem::path& file) {
     spdlog::warn("{} Using the default settings; the file is left as it is.", settings.error().message);
     return Settings();
   }
+  for (const auto& unused : settings->unusedValues()) spdlog::warn("The settings file {}: {}.", file.string(), unused);
   return std::move(settings).value();
+}
+
+std::vector<std::string> Settings::unusedValues() const {
+  std::vector<std::string> unused;
+  for (const auto& spec : SettingsKeys::all()) {
+    const auto* value = stored(spec.key);
+    if (!value || spec.reading(*value)) continue;
+    unused.push_back(fmt::format("\"{}\" is {}, but it takes {}; the default {} is used", spec.key, jsonText(*value),
+                                 spec.accepts(), jsonText(spec.defaultValue)));
+  }
+  return unused;
 }
 
 namespace {
