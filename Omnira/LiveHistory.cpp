@@ -6,6 +6,7 @@
 
 #include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/JSONText.h"
+#include "OmniraCore/foundation/SavedFile.h"
 #include "OmniraCore/history/JSONFields.h"
 
 namespace omnira {
@@ -75,46 +76,63 @@ Json LiveHistory::toJSON() const {
   return j;
 }
 
-Result<LiveHistory, LiveHistory::Failure> LiveHistory::fromJSON(const Json& json) {
+Result<LiveHistory, LiveHistory::Failure> LiveHistory::fromJSON(const Json& json, size_t* dropped) {
   if (!json.is_object()) return fail(Failure{"the live history is not an object"});
   LiveHistory history;
   std::string error;
   if (!json_fields::readDate(json, "savedAt", history.savedAt, error)) return fail(Failure{error});
   auto system = json.find("systemHistory");
   if (system == json.end() || !system->is_array()) return fail(Failure{"\"systemHistory\" is missing or not a list"});
-  for (const auto& item : *system) {
-    auto sample = SystemSample::fromJSON(item);
-    if (!sample) return fail(Failure{fmt::format("a system sample: {}", sample.error().message)});
-    history.systemHistory.push_back(std::move(*sample));
-  }
   auto groups = json.find("groupHistory");
   if (groups == json.end() || !groups->is_object()) return fail(Failure{"\"groupHistory\" is missing or not an object"});
+  // Past the shape, a sample or a point that does not decode costs only itself.
+  size_t left = 0;
+  for (const auto& item : *system) {
+    auto sample = SystemSample::fromJSON(item);
+    if (sample) history.systemHistory.push_back(std::move(*sample));
+    else ++left;
+  }
   for (const auto& [id, points] : groups->items()) {
-    if (!points.is_array()) return fail(Failure{fmt::format("the points of {} are not a list", id)});
-    auto& list = history.groupHistory[id];
+    if (!points.is_array()) {
+      ++left;
+      continue;
+    }
+    std::vector<GroupPoint> list;
     for (const auto& item : points) {
       GroupPoint point;
-      if (!readPoint(item, point, error)) return fail(Failure{fmt::format("a point of {}: {}", id, error)});
-      list.push_back(point);
+      if (readPoint(item, point, error)) list.push_back(point);
+      else ++left;
     }
+    if (!list.empty() || points.empty()) history.groupHistory[id] = std::move(list);
   }
+  if (dropped) *dropped = left;
   return history;
 }
 
 Result<LiveHistory, LiveHistory::Failure> LiveHistory::load(const std::filesystem::path& file) {
   auto text = AtomicFile::read(file);
   if (!text) {
-    if (text.error().missing) return LiveHistory{};
-    return fail(Failure{text.error().message});
+    if (text.error().missing) {
+      SavedFile::found(file, SavedFile::Found::whole);
+      return LiveHistory{};
+    }
+    return fail(Failure{SavedFile::unreadable(file, text.error().message)});
   }
-  auto json = Json::parse(*text, nullptr, false);
-  if (json.is_discarded()) return fail(Failure{fmt::format("{} is not JSON", file.string())});
-  auto history = fromJSON(json);
-  if (!history) return fail(Failure{fmt::format("{}: {}", file.string(), history.error().message)});
+  const Date now = std::chrono::system_clock::now();
+  auto json = parseOrderedJSONText(*text);
+  if (!json) return fail(Failure{SavedFile::discard(file, json.error().message, now)});
+  size_t dropped = 0;
+  auto history = fromJSON(*json, &dropped);
+  if (!history) return fail(Failure{SavedFile::discard(file, "is no live history (" + history.error().message + ")", now)});
+  if (dropped == 0) SavedFile::found(file, SavedFile::Found::whole);
+  else
+    SavedFile::found(file, SavedFile::Found::someDropped,
+                     fmt::format("chart points left out as they could not be read: {}", dropped));
   return history;
 }
 
 Result<void, LiveHistory::Failure> LiveHistory::save(const std::filesystem::path& file) const {
+  if (!SavedFile::mayReplace(file, std::chrono::system_clock::now())) return {};
   auto written = AtomicFile::write(file, jsonText(toJSON()));
   if (!written) return fail(Failure{written.error().message});
   return {};

@@ -4,7 +4,9 @@
 // reads it back when it starts.
 //
 // Failures: a file that cannot be read or decoded is a Failure with a sentence; the store
-// logs it and starts with empty charts. Saving replaces the file atomically.
+// logs it and starts with empty charts. One that cannot be read is not saved over; one that
+// is no live history is moved aside; points that do not decode are left out and the file is
+// kept aside before the next save (see SavedFile.h). Saving replaces the file atomically.
 
 #include <filesystem>
 #include <map>
@@ -35,7 +37,9 @@ struct LiveHistory {
   void trim(Date now, double seconds);
 
   nlohmann::ordered_json toJSON() const;
-  static Result<LiveHistory, Failure> fromJSON(const nlohmann::ordered_json& json);
+  // Fails for the wrong shape only; samples and points that do not decode are left out and
+  // counted in `dropped`.
+  static Result<LiveHistory, Failure> fromJSON(const nlohmann::ordered_json& json, size_t* dropped = nullptr);
 
   // A missing file is an empty history, not a failure.
   static Result<LiveHistory, Failure> load(const std::filesystem::path& file);

@@ -128,7 +128,12 @@ int runSettings(const SettingsRequest& request, const AppPaths& paths, std::FILE
   if (!spec) return unknownKey(request.key, err);
 
   if (request.command == Command::get) {
-    fmt::print(out, "{}\n", shown(current(paths, err).value(spec->key)));
+    const Settings settings = current(paths, err);
+    // A value put there by hand that the key does not take: say why the default shows.
+    if (const auto* stored = settings.stored(spec->key); stored && !spec->reading(*stored))
+      fmt::print(err, "omnira: The settings file holds {} for \"{}\", which takes {}; the default is used.\n",
+                 jsonText(*stored), spec->key, spec->accepts());
+    fmt::print(out, "{}\n", shown(settings.value(spec->key)));
     return 0;
   }
 

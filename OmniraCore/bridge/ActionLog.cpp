@@ -2,19 +2,20 @@
 
 #include <fmt/format.h>
 
-#include <cstdio>
-
 #include <spdlog/spdlog.h>
 
 #include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/FileLock.h"
 #include "OmniraCore/foundation/JSONText.h"
+#include "OmniraCore/foundation/SavedFile.h"
 
 namespace omnira {
 
 namespace {
 
 Result<void, ActionLog::Failure> save(const std::filesystem::path& file, const std::vector<ActionRecord>& records) {
+  if (!SavedFile::mayReplace(file, std::chrono::system_clock::now()))
+    return fail(ActionLog::Failure{fmt::format("{} is left as it is and the log was not saved.", file.string())});
   auto list = nlohmann::ordered_json::array();
   for (const auto& r : records) list.push_back(r.toJSON());
   if (auto written = AtomicFile::write(file, jsonText(list, 2) + "\n", 0600); !written)
@@ -28,28 +29,37 @@ Result<ActionLog::Read, ActionLog::Failure> ActionLog::load() const {
   Read read;
   auto text = AtomicFile::read(file_);
   if (!text) {
-    if (text.error().missing) return read;
-    return fail(Failure{text.error().message});
+    if (text.error().missing) {
+      SavedFile::found(file_, SavedFile::Found::whole);
+      return read;
+    }
+    return fail(Failure{SavedFile::unreadable(file_, text.error().message)});
   }
-  std::string problem;
-  const auto parsed = nlohmann::ordered_json::parse(*text, nullptr, /*allow_exceptions=*/false);
-  if (!parsed.is_array()) problem = "it is not a JSON list";
-  for (size_t i = 0; problem.empty() && i < parsed.size(); ++i) {
-    auto record = ActionRecord::fromJSON(parsed[i]);
-    if (!record) problem = fmt::format("record {}: {}", i + 1, record.error().message);
-    else read.records.push_back(std::move(*record));
+  const Date now = std::chrono::system_clock::now();
+  auto parsed = parseOrderedJSONText(*text);
+  std::string problem = parsed ? std::string() : parsed.error().message;
+  if (parsed && !parsed->is_array()) problem = "is not a JSON list";
+  if (!problem.empty()) {
+    // Set aside before anything is written in its place: the person may want it back.
+    read.setAside = SavedFile::discard(file_, problem, now) + " The log starts empty.";
+    spdlog::warn("{}", *read.setAside);
+    return read;
   }
-  if (problem.empty()) return read;
-  // Set aside before anything is written in its place: the person may want it back.
-  const auto stamp = formatISO8601(std::chrono::system_clock::now());
-  auto aside = file_;
-  aside += ".unreadable-" + stamp;
-  if (std::rename(file_.c_str(), aside.c_str()) != 0)
-    return fail(Failure{fmt::format("{} cannot be read ({}) and cannot be moved aside.", file_.string(), problem)});
-  read.records.clear();
-  read.setAside = fmt::format("{} could not be read ({}); it was moved to {} and the log starts empty.", file_.string(),
-                              problem, aside.string());
-  spdlog::warn("{}", *read.setAside);
+  size_t dropped = 0;
+  std::string first;
+  for (size_t i = 0; i < parsed->size(); ++i) {
+    auto record = ActionRecord::fromJSON((*parsed)[i]);
+    if (record) {
+      read.records.push_back(std::move(*record));
+    } else if (dropped++ == 0) {
+      first = fmt::format("record {}: {}", i + 1, record.error().message);
+    }
+  }
+  if (dropped == 0) SavedFile::found(file_, SavedFile::Found::whole);
+  else
+    SavedFile::found(file_, SavedFile::Found::someDropped,
+                     fmt::format("records left out as they could not be read: {} of {} (first: {})", dropped,
+                                 parsed->size(), first));
   return read;
 }
 

@@ -4,9 +4,11 @@
 //
 // Two programs use the file, the running application (adds) and `omnira actions` (reads,
 // clears), so every change holds a lock beside it from the read to the rename, and writes
-// are atomic. A missing file is an empty log. A file that cannot be read as the log is
-// never overwritten: it is set aside as "requests.json.unreadable-<time>" first, and the
-// log starts empty; the failure's sentence says where it went.
+// are atomic. A missing file is an empty log. A file that cannot be read is a failure and is
+// never written over. A file that is not a list of records is set aside as
+// "requests.json.bad-<date>" first and the log starts empty; `setAside` says where it went.
+// Records that do not decode are left out and logged, and the file is kept aside before
+// the next save replaces it (see SavedFile.h).
 //
 // A plain value holding only the path; any thread, one call at a time per file.
 
@@ -27,7 +29,7 @@ class ActionLog {
   };
   struct Read {
     std::vector<ActionRecord> records;  // oldest first
-    std::optional<std::string> setAside;  // a sentence when an unreadable file was moved away
+    std::optional<std::string> setAside;  // a sentence when a file that is no log was moved away
   };
 
   explicit ActionLog(std::filesystem::path file) : file_(std::move(file)) {}

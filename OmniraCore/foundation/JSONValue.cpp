@@ -98,23 +98,9 @@ JSONValue JSONValue::fromJSON(const nlohmann::json& json) {
 }
 
 Result<JSONValue, JSONValue::Failure> JSONValue::parse(std::string_view text) {
-  // Parse without exceptions; a second pass with them only to get the position for the message.
-  auto json = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
-  if (json.is_discarded()) {
-    std::string where;
-    try {
-      const auto unreachable = nlohmann::json::parse(text);
-      static_cast<void>(unreachable);
-    } catch (const nlohmann::json::parse_error& e) {
-      where = positionNote(e.byte);
-    }
-    return fail(Failure{"The text is not valid JSON" + where + "."});
-  }
-  return fromJSON(json);
-}
-
-std::string JSONValue::positionNote(size_t byte) {
-  return byte == 0 ? std::string() : " (at byte " + std::to_string(byte) + ")";
+  auto json = parseJSONText(text);
+  if (!json) return fail(Failure{"The text " + json.error().message + "."});
+  return fromJSON(*json);
 }
 
 std::string JSONValue::encoded() const { return jsonText(toJSON()); }

@@ -59,6 +59,7 @@ class JSONValue {
   // Member of an object, or nullptr when this is no object or has no such key.
   const JSONValue* find(std::string_view key) const;
 
+  // Text nested deeper than kJSONDepthLimit (JSONText.h) is refused like text that is not JSON.
   static Result<JSONValue, Failure> parse(std::string_view text);
   // Compact: no spaces, sorted keys, whole numbers without a fraction.
   std::string encoded() const;
@@ -69,8 +70,6 @@ class JSONValue {
   friend bool operator==(const JSONValue&, const JSONValue&) = default;
 
  private:
-  static std::string positionNote(size_t byte);
-
   std::variant<std::monostate, bool, double, std::string, Array, Object> storage_;
 };
 

@@ -7,26 +7,25 @@
 #include <cmath>
 
 #include "OmniraCore/foundation/AtomicFile.h"
+#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/foundation/Parse.h"
 
 namespace omnira {
 
 Result<Settings, Settings::Failure> Settings::read(const std::filesystem::path& file) {
   // A settings file kept elsewhere may be linked here; FIFOs, devices and huge files are refused.
-  auto read = AtomicFile::read(file, AtomicFile::settingsLimit, AtomicFile::Links::follow);
-  if (!read) {
-    if (read.error().missing) return Settings();
-    return fail(Failure{fmt::format("Cannot read the settings file: {}.", read.error().message)});
+  auto text = AtomicFile::read(file, AtomicFile::settingsLimit, AtomicFile::Links::follow);
+  if (!text) {
+    if (text.error().missing) return Settings();
+    return fail(Failure{fmt::format("The settings file could not be read: {}.", text.error().message)});
   }
-  const std::string text = std::move(*read);
   // `touch settings.json` makes a file without settings, not a broken one.
-  if (trim(text).empty()) return Settings();
-  auto json = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
-  if (json.is_discarded())
-    return fail(Failure{fmt::format("The settings file {} is not valid JSON.", file.string())});
-  if (!json.is_object())
+  if (trim(*text).empty()) return Settings();
+  auto json = parseJSONText(*text);
+  if (!json) return fail(Failure{fmt::format("The settings file {} {}.", file.string(), json.error().message)});
+  if (!json->is_object())
     return fail(Failure{fmt::format("The settings file {} does not hold a JSON object.", file.string())});
-  return Settings(std::move(json));
+  return Settings(std::move(*json));
 }
 
 Settings Settings::load(const std::filesystem::path& file) {
@@ -35,7 +34,19 @@ Settings Settings::load(const std::filesystem::path& file) {
     spdlog::warn("{} Using the default settings; the file is left as it is.", settings.error().message);
     return Settings();
   }
+  for (const auto& unused : settings->unusedValues()) spdlog::warn("The settings file {}: {}.", file.string(), unused);
   return std::move(settings).value();
+}
+
+std::vector<std::string> Settings::unusedValues() const {
+  std::vector<std::string> unused;
+  for (const auto& spec : SettingsKeys::all()) {
+    const auto* value = stored(spec.key);
+    if (!value || spec.reading(*value)) continue;
+    unused.push_back(fmt::format("\"{}\" is {}, but it takes {}; the default {} is used", spec.key, jsonText(*value),
+                                 spec.accepts(), jsonText(spec.defaultValue)));
+  }
+  return unused;
 }
 
 namespace {

@@ -1,7 +1,9 @@
 #pragma once
 // The person's settings: one JSON object in AppPaths::settingsFile().
-// Reading never fails: a missing file or key gives the default, and a malformed file is
-// logged and read as all defaults; an empty file counts as one without settings. The file
+// Reading never fails: a missing file or key gives the default, and a malformed file (or
+// one nested deeper than kJSONDepthLimit) is logged and read as all defaults; an empty file
+// counts as one without settings. A value a key does not take reads as that key's default,
+// the others as they stand, and load() logs one sentence for each such value. The file
 // is never rewritten here (SettingsFile changes it, and only a well-formed one), so a file
 // the person broke by hand is left for them to mend.
 // A plain value: load on one thread, then read or copy it anywhere.
@@ -11,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -31,6 +34,10 @@ class Settings {
   static Result<Settings, Failure> read(const std::filesystem::path& file);
   // Lenient read used at start: any failure is logged and gives defaults.
   static Settings load(const std::filesystem::path& file);
+
+  // A phrase for each key of the table whose stored value is not used, with what the key
+  // takes: "\"insightCPUMinutes\" is 1e+308, but it takes a number from 0.01 to 60; the default 10 is used".
+  std::vector<std::string> unusedValues() const;
 
   // Keys of the settings table: the stored value as the key reads it (SettingSpec::reading),
   // else the table's default. Asking for a key as the wrong type does not compile.

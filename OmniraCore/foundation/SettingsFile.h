@@ -2,8 +2,12 @@
 // Changes one key of the settings file: checked against the settings table, every other
 // key (unknown ones too) kept as it stands, written to a temporary file in the same folder,
 // synced and renamed over the old one, so a reader sees the old file or the new, never half.
-// A file that is not a JSON object is refused and left alone for the person to mend.
-// Used on one thread at a time; two writers at once are not coordinated (the last one wins).
+// Other keys keep their bytes and their order; only the changed one is written anew, so the
+// work grows with the file's size, not with the square of its keys.
+// A file that is not a JSON object, or nests deeper than kJSONDepthLimit, is refused and
+// left alone for the person to mend.
+// Any thread. Every change holds the lock "<file>.lock" (FileLock.h) from the read to the
+// rename, so two programs changing different keys at once both keep their change.
 
 #include <filesystem>
 #include <string>
@@ -41,8 +45,9 @@ class SettingsFile {
   const std::filesystem::path& path() const { return file_; }
 
  private:
-  Result<nlohmann::ordered_json, Failure> readObject() const;
-  Result<void, Failure> write(const nlohmann::ordered_json& values) const;
+  struct Document;
+  Result<Document, Failure> read() const;
+  Result<void, Failure> write(std::string_view text) const;
 
   std::filesystem::path file_;
 };

@@ -68,8 +68,11 @@ SettingSpec boolean(std::string_view key, bool fallback, std::string_view descri
   return spec;
 }
 
-SettingSpec positiveNumber(std::string_view key, int64_t fallback, std::string_view description) {
-  SettingSpec spec{.key = key, .type = Type::number, .defaultValue = fallback};
+// Every threshold has bounds: a value of 1e308 minutes once made each app's series grow
+// without end. Outside them a stored value reads as the default.
+SettingSpec rangedNumber(std::string_view key, int64_t fallback, double minimum, double maximum,
+                         std::string_view description) {
+  SettingSpec spec{.key = key, .type = Type::number, .defaultValue = fallback, .minimum = minimum, .maximum = maximum};
   spec.description = description;
   return spec;
 }
@@ -82,6 +85,7 @@ std::vector<SettingSpec> buildTable() {
                    .defaultValue = 1,
                    .minimum = 1,
                    .maximum = 10,
+                   .clamps = true,
                    .description = "Seconds between samples while a window shows live figures."});
   table.push_back(boolean("showsSystemInLists", false, "List the system group with the apps."));
   table.push_back({.key = "historySpan",
@@ -101,15 +105,17 @@ std::vector<SettingSpec> buildTable() {
                    .description = "How temperatures are shown."});
   table.push_back(boolean("insightNotifications", true,
                           "Post each new insight as a notification too; it always appears under Worth a Look."));
-  table.push_back(positiveNumber("insightCPUPercent", 50,
-                                 "CPU percent (100 = one core) that a background app must average to be noted."));
-  table.push_back(positiveNumber("insightCPUMinutes", 10, "Minutes over which that CPU average is taken."));
-  table.push_back(positiveNumber("insightMemoryGrowthGB", 1, "Gigabytes by which an app's memory must grow to be noted."));
-  table.push_back(positiveNumber("insightDiskBurstGB", 5, "Gigabytes an app must write to disk within ten minutes to be noted."));
-  table.push_back(positiveNumber("insightNetworkBurstGB", 1,
-                                 "Gigabytes an app must receive and send within ten minutes to be noted."));
-  table.push_back(positiveNumber("insightHotCelsius", 90, "Temperature in °C from which the computer runs hot."));
-  table.push_back(positiveNumber("insightHotMinutes", 3, "Minutes the computer must stay hot to be noted."));
+  table.push_back(rangedNumber("insightCPUPercent", 50, 1, 10000,
+                               "CPU percent (100 = one core) that a background app must average to be noted."));
+  table.push_back(rangedNumber("insightCPUMinutes", 10, 0.01, 60, "Minutes over which that CPU average is taken."));
+  table.push_back(rangedNumber("insightMemoryGrowthGB", 1, 0.1, 1024,
+                               "Gigabytes by which an app's memory must grow to be noted."));
+  table.push_back(rangedNumber("insightDiskBurstGB", 5, 0.1, 1024,
+                               "Gigabytes an app must write to disk within ten minutes to be noted."));
+  table.push_back(rangedNumber("insightNetworkBurstGB", 1, 0.1, 1024,
+                               "Gigabytes an app must receive and send within ten minutes to be noted."));
+  table.push_back(rangedNumber("insightHotCelsius", 90, 30, 120, "Temperature in °C from which the computer runs hot."));
+  table.push_back(rangedNumber("insightHotMinutes", 3, 0.01, 60, "Minutes the computer must stay hot to be noted."));
   table.push_back({.key = "insightAppLimits",
                    .type = Type::json,
                    .defaultValue = json::array(),
@@ -179,6 +185,12 @@ std::string joinChoices(const std::vector<json>& choices) {
   return text;
 }
 
+// A bound as the file would hold it: 10, not 10.0.
+json wholeOrNot(double number) {
+  if (std::trunc(number) == number) return static_cast<int64_t>(number);
+  return number;
+}
+
 bool numericChoices(const SettingSpec& spec) { return !spec.choices.empty() && spec.choices.front().is_number(); }
 
 
@@ -204,17 +216,17 @@ std::optional<std::string> SettingSpec::refusal(const json& value) const {
     case Type::integer:
       // The parser keeps every non-negative whole number unsigned.
       if (value.is_number_unsigned()) {
-        const auto whole = value.get<uint64_t>();
-        allowed = whole <= static_cast<uint64_t>(maximum) && static_cast<int64_t>(whole) >= minimum;
+        const auto whole = static_cast<double>(value.get<uint64_t>());
+        allowed = whole <= maximum && whole >= minimum;
       } else if (value.is_number_integer()) {
-        allowed = value.get<int64_t>() >= minimum && value.get<int64_t>() <= maximum;
+        const auto whole = static_cast<double>(value.get<int64_t>());
+        allowed = whole >= minimum && whole <= maximum;
       }
       break;
     case Type::number: {
       if (!value.is_number()) break;
       const double number = value.get<double>();
-      allowed = std::isfinite(number) && number > 0 &&
-                (!ranged() || (number >= static_cast<double>(minimum) && number <= static_cast<double>(maximum)));
+      allowed = std::isfinite(number) && number > 0 && (!ranged() || (number >= minimum && number <= maximum));
       break;
     }
     case Type::choice: allowed = std::find(choices.begin(), choices.end(), value) != choices.end(); break;
@@ -262,10 +274,14 @@ Result<json, std::string> SettingSpec::parse(std::string_view text) const {
       break;
     }
     case Type::json: {
-      value = json::parse(text, nullptr, /*allow_exceptions=*/false);
+      auto parsed = parseJSONText(text);
       // A key that holds text takes it as typed, without JSON's quotes.
-      if (defaultValue.is_string() && !value.is_string()) value = std::string(text);
-      if (value.is_discarded()) return fail(fmt::format("\"{}\" takes {}; \"{}\" is not valid JSON.", key, shape, text));
+      if (defaultValue.is_string() && (!parsed || !parsed->is_string())) {
+        value = std::string(text);
+      } else {
+        if (!parsed) return fail(fmt::format("\"{}\" takes {}; \"{}\" {}.", key, shape, text, parsed.error().message));
+        value = std::move(*parsed);
+      }
       break;
     }
   }
@@ -277,14 +293,15 @@ std::optional<json> SettingSpec::reading(const json& stored) const {
   switch (type) {
     case Type::integer: {
       if (!stored.is_number_integer()) return std::nullopt;
-      if (stored.is_number_unsigned() && stored.get<uint64_t>() > static_cast<uint64_t>(maximum)) return maximum;
-      return std::clamp(stored.get<int64_t>(), minimum, maximum);
+      const auto low = static_cast<int64_t>(minimum), high = static_cast<int64_t>(maximum);
+      if (stored.is_number_unsigned() && stored.get<uint64_t>() > static_cast<uint64_t>(high)) return high;
+      return std::clamp(stored.get<int64_t>(), low, high);
     }
     case Type::number: {
-      if (!ranged() || !stored.is_number() || !std::isfinite(stored.get<double>())) break;
+      if (!clamps || !ranged() || !stored.is_number() || !std::isfinite(stored.get<double>())) break;
       const double number = stored.get<double>();
-      if (number < static_cast<double>(minimum)) return minimum;
-      if (number > static_cast<double>(maximum)) return maximum;
+      if (number < minimum) return wholeOrNot(minimum);
+      if (number > maximum) return wholeOrNot(maximum);
       return stored;
     }
     case Type::choice: {

@@ -37,7 +37,10 @@ struct SettingSpec {
   std::string_view key;
   Type type = Type::boolean;
   nlohmann::json defaultValue;
-  int64_t minimum = 0, maximum = 0;     // integer, and number when maximum is set: the inclusive range
+  double minimum = 0, maximum = 0;      // integer, and number when maximum is set: the inclusive range
+  // A stored number outside the range reads as the nearest end of it; otherwise it reads as
+  // the default.
+  bool clamps = false;
   std::vector<nlohmann::json> choices;  // choice: all texts or all whole numbers, in the order shown
   Check check = nullptr;                // json
   std::string_view shape;               // json: what the value is, for people
@@ -53,9 +56,10 @@ struct SettingSpec {
   // The same check for a value that is already JSON.
   std::optional<std::string> refusal(const nlohmann::json& value) const;
 
-  // How a stored value reads, leniently, since people edit the file by hand: an integer or a
-  // ranged number is clamped into its range, a number becomes the nearest numeric choice; anything else that
-  // the key does not allow reads as nothing, and the caller uses the default.
+  // How a stored value reads, leniently, since people edit the file by hand: an integer, or a
+  // number that `clamps`, is clamped into its range, a number becomes the nearest numeric
+  // choice; anything else that the key does not allow reads as nothing, and the caller uses
+  // the default.
   std::optional<nlohmann::json> reading(const nlohmann::json& stored) const;
 };
 

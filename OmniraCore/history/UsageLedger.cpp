@@ -2,14 +2,11 @@
 
 #include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/JSONText.h"
+#include "OmniraCore/foundation/SavedFile.h"
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstring>
 #include <ctime>
-#include <fstream>
-#include <sstream>
 
 namespace omnira {
 
@@ -76,19 +73,25 @@ nlohmann::ordered_json UsageLedger::toJSON() const {
   return {{"version", 1}, {"days", std::move(days)}};
 }
 
-Result<UsageLedger, UsageLedger::Failure> UsageLedger::fromJSON(const nlohmann::ordered_json& json) {
+Result<UsageLedger, UsageLedger::Failure> UsageLedger::fromJSON(const nlohmann::ordered_json& json,
+                                                                std::vector<std::string>* dropped) {
   const auto number = [](const nlohmann::ordered_json& object, const char* key) -> std::optional<double> {
     auto found = object.find(key);
     if (found == object.end() || !found->is_number()) return std::nullopt;
     return found->get<double>();
+  };
+  const auto drop = [&](std::string why) {
+    if (dropped) dropped->push_back(std::move(why));
   };
   if (!json.is_object() || !json.contains("days") || !json["days"].is_object()) {
     return fail(Failure{"the usage ledger has no \"days\" object"});
   }
   UsageLedger ledger;
   for (const auto& [key, dayJSON] : json["days"].items()) {
+    // A day or an app that does not decode costs only itself.
     if (!dayJSON.is_object() || !dayJSON.contains("apps") || !dayJSON["apps"].is_object()) {
-      return fail(Failure{fmt::format("the usage ledger's day {} has no \"apps\" object", key)});
+      drop(fmt::format("the day {} has no \"apps\" object", key));
+      continue;
     }
     Day day;
     day.seconds = number(dayJSON, "seconds").value_or(0);
@@ -100,30 +103,45 @@ Result<UsageLedger, UsageLedger::Failure> UsageLedger::fromJSON(const nlohmann::
       auto name = appJSON.is_object() ? appJSON.find("name") : appJSON.end();
       if (!seconds || !cpu || !energy || peak == appJSON.end() || !peak->is_number_unsigned() ||
           name == appJSON.end() || !name->is_string()) {
-        return fail(Failure{fmt::format("the usage ledger's entry for {} on {} is incomplete", id, key)});
+        drop(fmt::format("the entry for {} on {} is incomplete", id, key));
+        continue;
       }
       day.apps[id] = {name->get<std::string>(), *seconds, *cpu, *energy, peak->get<uint64_t>()};
     }
     ledger.days_[key] = std::move(day);
   }
+  // A hand-made file may hold more days than are kept; the oldest go, as when recording.
+  while (ledger.days_.size() > static_cast<size_t>(keptDays)) ledger.days_.erase(ledger.days_.begin());
   return ledger;
 }
 
 Result<UsageLedger, UsageLedger::Failure> UsageLedger::load(const std::filesystem::path& file) {
-  auto read = AtomicFile::read(file);
-  if (!read) {
-    if (read.error().missing) return UsageLedger();
-    return fail(Failure{read.error().message});
+  auto text = AtomicFile::read(file);
+  if (!text) {
+    if (text.error().missing) {
+      SavedFile::found(file, SavedFile::Found::whole);
+      return UsageLedger();
+    }
+    return fail(Failure{SavedFile::unreadable(file, text.error().message)});
   }
-  const std::string text = std::move(*read);
-  auto json = nlohmann::ordered_json::parse(text, nullptr, false);
-  if (json.is_discarded()) return fail(Failure{fmt::format("{} is not JSON", file.string())});
-  auto ledger = fromJSON(json);
-  if (!ledger) return fail(Failure{fmt::format("{}: {}", file.string(), ledger.error().message)});
+  const Date now = std::chrono::system_clock::now();
+  auto json = parseOrderedJSONText(*text);
+  if (!json) return fail(Failure{SavedFile::discard(file, json.error().message, now)});
+  std::vector<std::string> dropped;
+  auto ledger = fromJSON(*json, &dropped);
+  if (!ledger) return fail(Failure{SavedFile::discard(file, "is not a usage ledger (" + ledger.error().message + ")", now)});
+  if (dropped.empty()) {
+    SavedFile::found(file, SavedFile::Found::whole);
+  } else {
+    SavedFile::found(file, SavedFile::Found::someDropped,
+                     fmt::format("usage entries left out as they could not be read: {} (first: {})", dropped.size(),
+                                 dropped.front()));
+  }
   return ledger;
 }
 
 Result<void, UsageLedger::Failure> UsageLedger::save(const std::filesystem::path& file) const {
+  if (!SavedFile::mayReplace(file, std::chrono::system_clock::now())) return {};
   auto written = AtomicFile::write(file, jsonText(toJSON()));
   if (!written) return fail(Failure{written.error().message});
   return {};

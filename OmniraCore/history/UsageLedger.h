@@ -60,11 +60,17 @@ class UsageLedger {
   static std::string dayKey(Date at);  // the local calendar day
 
   nlohmann::ordered_json toJSON() const;
-  static Result<UsageLedger, Failure> fromJSON(const nlohmann::ordered_json& json);
+  // Fails only for JSON that is no ledger at all; a day or an app entry that does not decode
+  // is left out, with why in `dropped`.
+  static Result<UsageLedger, Failure> fromJSON(const nlohmann::ordered_json& json,
+                                               std::vector<std::string>* dropped = nullptr);
 
-  // A missing file is an empty ledger; an unreadable or malformed one is a failure.
+  // A missing file is an empty ledger. One that cannot be read is a failure and is not saved
+  // over; one that is no ledger is moved aside (the failure says where); bad entries are left
+  // out and logged, and the file is kept aside before the next save (see SavedFile.h).
   static Result<UsageLedger, Failure> load(const std::filesystem::path& file);
-  // Written to a temporary file beside it and renamed, so a crash leaves the old file.
+  // Written to a temporary file beside it and renamed, so a crash leaves the old file. Skipped
+  // (and logged once) while the file on disk could not be read.
   Result<void, Failure> save(const std::filesystem::path& file) const;
 
   friend bool operator==(const UsageLedger&, const UsageLedger&) = default;

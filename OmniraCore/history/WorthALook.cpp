@@ -16,6 +16,7 @@
 #include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/FileLock.h"
 #include "OmniraCore/foundation/JSONText.h"
+#include "OmniraCore/foundation/SavedFile.h"
 
 namespace omnira {
 
@@ -142,18 +143,31 @@ WorthALook WorthALook::fromJSON(const Json& json, std::vector<std::string>* skip
 Result<WorthALook, WorthALook::Failure> WorthALook::load(const std::filesystem::path& file) {
   auto text = AtomicFile::read(file);
   if (!text) {
-    if (text.error().missing) return WorthALook{};
-    return fail(Failure{text.error().message});
+    if (text.error().missing) {
+      SavedFile::found(file, SavedFile::Found::whole);
+      return WorthALook{};
+    }
+    return fail(Failure{SavedFile::unreadable(file, text.error().message), true});
   }
-  auto json = Json::parse(*text, nullptr, false);
-  if (json.is_discarded()) return fail(Failure{fmt::format("{} is not valid JSON.", file.string())});
+  const Date now = std::chrono::system_clock::now();
+  auto json = parseOrderedJSONText(*text);
+  if (!json) return fail(Failure{SavedFile::discard(file, json.error().message, now)});
+  if (auto insights = json->find("insights"); !json->is_object() || insights == json->end() || !insights->is_array())
+    return fail(Failure{SavedFile::discard(file, "does not hold a list of insights", now)});
   std::vector<std::string> skipped;
-  auto list = fromJSON(json, &skipped);
-  for (const auto& why : skipped) spdlog::warn("{}: skipped: {}", file.string(), why);
+  auto list = fromJSON(*json, &skipped);
+  if (skipped.empty()) {
+    SavedFile::found(file, SavedFile::Found::whole);
+  } else {
+    SavedFile::found(file, SavedFile::Found::someDropped,
+                     fmt::format("entries left out as they could not be read: {} (first: {})", skipped.size(),
+                                 skipped.front()));
+  }
   return list;
 }
 
 Result<void, WorthALook::Failure> WorthALook::save(const std::filesystem::path& file) const {
+  if (!SavedFile::mayReplace(file, std::chrono::system_clock::now())) return {};
   // Names come from the system as bytes: one that is not UTF-8 is shown with
   // replacement characters rather than cost the whole list.
   auto written = AtomicFile::write(file, jsonText(toJSON()));
@@ -169,7 +183,9 @@ Result<WorthALook, WorthALook::Failure> WorthALook::update(const std::filesystem
   auto list = load(file);
   if (!list) {
     if (!fallback) return fail(list.error());
-    spdlog::warn("{} Writing it afresh.", list.error().message);
+    // An unreadable file is not saved over, and the save says so once; anything else was
+    // moved aside and is worth its one line.
+    if (!list.error().leftAlone) spdlog::warn("{} Writing the insights afresh.", list.error().message);
     list = *fallback;
   }
   change(*list);

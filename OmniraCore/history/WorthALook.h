@@ -9,8 +9,10 @@
 // change it only through update(), which holds a lock beside the file from the read to
 // the rename, so neither writes back a list that misses the other's change.
 //
-// A plain value. Loading a file that cannot be read is a Failure; a single insight that
-// cannot be decoded is skipped, so one bad entry does not cost the others.
+// A plain value. Loading a file that cannot be read is a Failure, and the file is not saved
+// over until it can be read; a file that is no list of insights is moved aside; a single
+// insight that cannot be decoded is skipped, so one bad entry does not cost the others, and
+// the file is kept aside before the next save (see SavedFile.h).
 
 #include <filesystem>
 #include <functional>
@@ -37,6 +39,7 @@ class WorthALook {
 
   struct Failure {
     std::string message;  // a sentence naming the file
+    bool leftAlone = false;  // the file could not be read; it is not saved over
   };
 
   const std::vector<Insight>& insights() const { return insights_; }
@@ -64,9 +67,9 @@ class WorthALook {
   Result<void, Failure> save(const std::filesystem::path& file) const;
 
   // Reads the file, applies `change` and writes the result, all under the lock. A file
-  // that cannot be read or decoded is a Failure and stays as it is, unless `fallback` is
-  // given: then the change applies to the fallback, which replaces the file. Returns what
-  // was written.
+  // that cannot be read or decoded is a Failure, unless `fallback` is given: then the change
+  // applies to the fallback, which replaces a file moved aside but is not written over one
+  // that could not be read. Returns the list as changed.
   static Result<WorthALook, Failure> update(const std::filesystem::path& file,
                                             const std::function<void(WorthALook&)>& change,
                                             const WorthALook* fallback = nullptr);

@@ -5,6 +5,7 @@
 
 #include "OmniraCore/foundation/AtomicFile.h"
 #include "OmniraCore/foundation/JSONText.h"
+#include "OmniraCore/foundation/SavedFile.h"
 #include "OmniraCore/usage/UsageJSON.h"
 
 namespace omnira {
@@ -75,13 +76,18 @@ Result<UsageLimitsCache, UsageDecodeFailure> UsageLimitsCache::fromJSON(const nl
 Result<UsageLimitsCache, UsageLimitsCache::Failure> UsageLimitsCache::load(const std::filesystem::path& file) {
   auto text = AtomicFile::read(file);
   if (!text) {
-    if (text.error().missing) return UsageLimitsCache{};
-    return fail(Failure{text.error().message});
+    if (text.error().missing) {
+      SavedFile::found(file, SavedFile::Found::whole);
+      return UsageLimitsCache{};
+    }
+    return fail(Failure{SavedFile::unreadable(file, text.error().message)});
   }
-  auto json = nlohmann::json::parse(*text, nullptr, false);
-  if (json.is_discarded()) return fail(Failure{fmt::format("{} is not valid JSON.", file.string())});
-  auto cache = fromJSON(json);
-  if (!cache) return fail(Failure{fmt::format("{}: {}.", file.string(), cache.error().message)});
+  const Date now = std::chrono::system_clock::now();
+  auto json = parseJSONText(*text);
+  if (!json) return fail(Failure{SavedFile::discard(file, json.error().message, now)});
+  auto cache = fromJSON(*json);
+  if (!cache) return fail(Failure{SavedFile::discard(file, "does not decode (" + cache.error().message + ")", now)});
+  SavedFile::found(file, SavedFile::Found::whole);
   return std::move(cache).value();
 }
 
@@ -97,6 +103,7 @@ UsageLimitsCache UsageLimitsCache::loadOrEmpty(const std::filesystem::path& file
 }
 
 Result<void, UsageLimitsCache::Failure> UsageLimitsCache::save(const std::filesystem::path& file) const {
+  if (!SavedFile::mayReplace(file, std::chrono::system_clock::now())) return {};
   auto written = AtomicFile::write(file, jsonText(toJSON()));
   if (!written) return fail(Failure{written.error().message});
   return {};

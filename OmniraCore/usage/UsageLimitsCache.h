@@ -59,11 +59,13 @@ struct UsageLimitsCache {
   static Result<UsageLimitsCache, UsageDecodeFailure> fromJSON(const nlohmann::json& json);
 
   // A missing file is an empty cache. A file that cannot be read or does not decode is a
-  // failure; the caller logs it and starts empty.
+  // failure; the caller logs it and starts empty. One that does not decode has been moved
+  // aside by then (the failure says where); one that cannot be read is not saved over.
   static Result<UsageLimitsCache, Failure> load(const std::filesystem::path& file);
   // The same, but any failure is logged and gives an empty cache.
   static UsageLimitsCache loadOrEmpty(const std::filesystem::path& file);
-  // Written whole with AtomicFile, so a reader sees the old cache or the new.
+  // Written whole with AtomicFile, so a reader sees the old cache or the new. Skipped, and
+  // logged once, while the file could not be read.
   Result<void, Failure> save(const std::filesystem::path& file) const;
 
   friend bool operator==(const UsageLimitsCache& a, const UsageLimitsCache& b) {

@@ -2,6 +2,7 @@
 // the single-instance lock.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <sstream>
@@ -74,14 +75,23 @@ TEST_F(SavedState, LiveHistoryRoundTripsTrimsAndRefusesDamage) {
 
   EXPECT_TRUE(LiveHistory::load(folder_ / "missing.json"));  // nothing saved yet
   const std::string good = read("live.json");
-  for (const std::string& damaged : {good.substr(0, good.size() / 2), std::string("[]"),
-                                     std::string(R"({"savedAt":"2026-11-22T10:00:00Z","systemHistory":[{"cpuUser":"x"}],"groupHistory":{}})"),
-                                     std::string(R"({"savedAt":"2026-11-22T10:00:00Z","systemHistory":[],"groupHistory":{"a":[{"date":"2026-11-22T10:00:00Z","cpu":1,"memory":-5,"power":0,"disk":0,"network":0}]}})")}) {
+  // Not live history at all: moved aside whole, and the failure says where.
+  for (const std::string& damaged : {good.substr(0, good.size() / 2), std::string("[]")}) {
     write("live.json", damaged);
     auto result = LiveHistory::load(folder_ / "live.json");
     ASSERT_FALSE(result) << damaged;
-    EXPECT_NE(result.error().message.find("live.json"), std::string::npos) << result.error().message;
+    EXPECT_NE(result.error().message.find("live.json.bad-"), std::string::npos) << result.error().message;
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "live.json"));
   }
+  // A bad sample or point costs only itself.
+  write("live.json", R"({"savedAt":"2026-11-22T10:00:00Z","systemHistory":[{"cpuUser":"x"}],)"
+                     R"("groupHistory":{"a":[{"date":"2026-11-22T10:00:00Z","cpu":1,"memory":-5,"power":0,"disk":0,"network":0},)"
+                     R"({"date":"2026-11-22T10:00:01Z","cpu":2,"memory":5,"power":0,"disk":0,"network":0}]}})");
+  auto partly = LiveHistory::load(folder_ / "live.json");
+  ASSERT_TRUE(partly) << partly.error().message;
+  EXPECT_TRUE(partly->systemHistory.empty());
+  ASSERT_EQ(partly->groupHistory["a"].size(), 1u);
+  EXPECT_EQ(partly->groupHistory["a"][0].cpu, 2);
 }
 
 TEST_F(SavedState, WorthALookKeepsNewestFirstPinsAndSkipsBadEntries) {
@@ -114,7 +124,7 @@ TEST_F(SavedState, WorthALookKeepsNewestFirstPinsAndSkipsBadEntries) {
   list.clear();
   EXPECT_TRUE(list.insights().empty());
 
-  // One damaged entry costs only itself; a file that is not JSON costs the list.
+  // One damaged entry costs only itself.
   auto good = insight("kept", now).toJSON();
   nlohmann::ordered_json file = {{"insights", {good, {{"id", "not a uuid"}}, {{"kind", "unknown"}}}},
                                  {"pinned", {"nope", good["id"]}}};
@@ -124,8 +134,68 @@ TEST_F(SavedState, WorthALookKeepsNewestFirstPinsAndSkipsBadEntries) {
   ASSERT_EQ(loaded->insights().size(), 1u);
   EXPECT_EQ(loaded->insights()[0].appID, "kept");
   EXPECT_TRUE(loaded->isPinned(loaded->insights()[0].id));
+}
+
+TEST_F(SavedState, InsightsSurviveABadEntryAnUnreadableFileAndDamage) {
+  const Date now{std::chrono::seconds(1'800'000'000)};
+  const auto path = folder_ / "insights.json";
+  const auto aside = path.string() + ".bad-" + formatLocal(std::chrono::system_clock::now(), "%Y-%m-%d");
+  // Three insights, one pinned, and one entry that no longer decodes.
+  WorthALook list;
+  list.note({insight("a", now), insight("b", now + 1s), insight("c", now + 2s)});
+  const UUID pinned = list.insights()[1].id;
+  list.pin(pinned, true);
+  auto json = list.toJSON();
+  json["insights"].push_back({{"id", "bad"}});
+  const std::string original = json.dump();
+  write("insights.json", original);
+
+  auto noted = WorthALook::update(path, [&](WorthALook& l) { l.note({insight("d", now + 3s)}); }, &list);
+  ASSERT_TRUE(noted) << noted.error().message;
+  auto loaded = WorthALook::load(path);
+  ASSERT_TRUE(loaded);
+  EXPECT_EQ(loaded->insights().size(), 4u);
+  EXPECT_TRUE(loaded->isPinned(pinned));
+  {
+    std::ifstream kept(aside);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), original);
+  }
+
+  // Unreadable: the running list changes, the file is not written over.
+  const std::string before = read("insights.json");
+  const auto unreadable = [&](const char* how) {
+    const WorthALook empty;
+    auto changed = WorthALook::update(path, [&](WorthALook& l) { l.note({insight("e", now + 4s)}); }, &empty);
+    ASSERT_TRUE(changed) << how;
+    EXPECT_EQ(changed->insights().size(), 1u) << how;
+    auto refused = WorthALook::update(path, [](WorthALook&) {});
+    ASSERT_FALSE(refused) << how;
+    EXPECT_NE(refused.error().message.find("not saved over"), std::string::npos) << refused.error().message;
+  };
+  if (::geteuid() != 0) {  // root reads anything
+    std::filesystem::permissions(path, std::filesystem::perms::none);
+    unreadable("chmod 000");
+    std::filesystem::permissions(path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_EQ(read("insights.json"), before);
+  }
+  const auto moved = folder_ / "held";
+  std::filesystem::rename(path, moved);
+  std::filesystem::create_directories(path / "inside");  // a folder cannot be read as a file, even by root
+  unreadable("a folder");
+  EXPECT_TRUE(std::filesystem::exists(path / "inside"));
+  std::filesystem::remove_all(path);
+  std::filesystem::rename(moved, path);
+  // Readable again: the file is where changes start, and saves resume.
+  auto resumed = WorthALook::update(path, [&](WorthALook& l) { l.dismiss(pinned); });
+  ASSERT_TRUE(resumed) << resumed.error().message;
+  EXPECT_EQ(WorthALook::load(path)->insights().size(), 3u);
+
+  // Not JSON at all: moved aside whole, the list starts empty.
   write("insights.json", "{\"insights\": [");
-  EXPECT_FALSE(WorthALook::load(folder_ / "insights.json"));
+  auto broken = WorthALook::load(path);
+  ASSERT_FALSE(broken);
+  EXPECT_NE(broken.error().message.find(aside + "-2"), std::string::npos) << broken.error().message;
+  EXPECT_TRUE(WorthALook::load(path)->insights().empty());
 }
 
 TEST_F(SavedState, OneInstanceHoldsTheLockUntilItLetsGo) {

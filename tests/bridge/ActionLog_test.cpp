@@ -50,7 +50,7 @@ TEST(ActionLog, KeepsThirtyDaysAndFiveHundredAtMost) {
   EXPECT_EQ(ActionRecord::fromJSON(wrong).error().message, "\"outcome\" is not quit, declined, unanswered or refused");
 }
 
-TEST(ActionLog, AnUnreadableLogIsSetAsideNeverOverwritten) {
+TEST(ActionLog, ADamagedLogIsSetAsideAndAnUnreadableOneNeverOverwritten) {
   const fs::path folder = fs::temp_directory_path() / ("omnira-actions-" + std::to_string(::getpid()));
   fs::remove_all(folder);
   fs::create_directories(folder);
@@ -70,17 +70,34 @@ TEST(ActionLog, AnUnreadableLogIsSetAsideNeverOverwritten) {
   const auto added = log.add(record(now, "node (3)"), now);
   ASSERT_TRUE(added.ok());
   ASSERT_TRUE(added->setAside);
-  EXPECT_NE(added->setAside->find("could not be read"), std::string::npos);
+  const auto aside = folder / ("requests.json.bad-" + formatLocal(std::chrono::system_clock::now(), "%Y-%m-%d"));
+  EXPECT_NE(added->setAside->find(aside.string()), std::string::npos) << *added->setAside;
   EXPECT_EQ(log.read()->records.size(), 1u);
-  int asides = 0;
-  for (const auto& entry : fs::directory_iterator(folder)) {
-    if (entry.path().filename().string().starts_with("requests.json.unreadable-")) {
-      ++asides;
-      std::ifstream in(entry.path());
-      EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), cut);
-    }
+  {
+    std::ifstream in(aside);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), cut);
   }
-  EXPECT_EQ(asides, 1);
+
+  // One record that no longer decodes costs only itself; the whole file is kept aside first.
+  std::ofstream(folder / "requests.json", std::ios::trunc)
+      << "[" << record(now - 2min, "a").toJSON().dump() << ", {\"id\": 5}, " << record(now - 1min, "b").toJSON().dump() << "]";
+  const auto kept = log.add(record(now, "c"), now);
+  ASSERT_TRUE(kept.ok()) << kept.error().message;
+  EXPECT_FALSE(kept->setAside);
+  ASSERT_EQ(log.read()->records.size(), 3u);
+  EXPECT_EQ(log.read()->records[0].target, "a");
+  {
+    std::ifstream in(aside.string() + "-2");
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(in), {}).find("{\"id\": 5}"), std::string::npos);
+  }
+
+  // A folder in the file's place cannot be read, and nothing is written over it.
+  fs::remove(folder / "requests.json");
+  fs::create_directories(folder / "requests.json" / "inside");
+  EXPECT_FALSE(log.read().ok());
+  EXPECT_FALSE(log.add(record(now, "d"), now).ok());
+  EXPECT_TRUE(fs::exists(folder / "requests.json" / "inside"));
+  fs::remove_all(folder / "requests.json");
   ASSERT_TRUE(log.clear().ok());
   EXPECT_TRUE(log.read()->records.empty());
   fs::remove_all(folder);

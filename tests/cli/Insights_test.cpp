@@ -135,19 +135,26 @@ TEST_F(InsightsCommand, ListsPinsAndDismisses) {
   EXPECT_EQ(run("insights dismiss --all").out, "Dismissed 1 insight.\n");
   EXPECT_TRUE(saved().insights().empty());
 
-  // A file the person broke: reading says so, writing leaves it as it is.
+  // A broken file: reading says so and where it was moved, and it is never written over.
   const std::string broken = "{\"insights\": [";
   std::ofstream(file, std::ios::trunc) << broken;
-  auto unreadable = run("insights");
-  EXPECT_EQ(unreadable.status, 1);
-  EXPECT_NE(unreadable.out.find("is not valid JSON"), std::string::npos) << unreadable.out;
+  auto damaged = run("insights");
+  EXPECT_EQ(damaged.status, 1);
+  EXPECT_NE(damaged.out.find("is not valid JSON"), std::string::npos) << damaged.out;
+  const auto aside = file.string() + ".bad-" + formatLocal(std::chrono::system_clock::now(), "%Y-%m-%d");
+  EXPECT_NE(damaged.out.find(aside), std::string::npos) << damaged.out;
+  {
+    std::ifstream in(aside);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), broken);
+  }
+  std::filesystem::create_directories(file / "inside");  // nothing can read a folder as the list
   auto refused = run("insights dismiss --all");
   EXPECT_EQ(refused.status, 1);
   EXPECT_NE(refused.out.find("Nothing was changed."), std::string::npos) << refused.out;
+  EXPECT_TRUE(std::filesystem::is_directory(file / "inside"));
   // A missing id is a usage mistake, told as such even where the file cannot be read.
   EXPECT_EQ(run("insights pin").status, 2);
   EXPECT_EQ(run("insights dismiss BBBB --all").status, 2);
-  EXPECT_EQ(contents(), broken);
 }
 
 TEST_F(InsightsCommand, SnapshotNamesTheStrainAndSinceWhenOmniraHasSeenIt) {

@@ -146,5 +146,61 @@ TEST_F(SettingsCommand, ListNamesHandEditedValuesThatReadOtherwise) {
       << text;
 }
 
+TEST_F(SettingsCommand, OutOfRangeNumbersAreRefusedWithTheRange) {
+  auto huge = run("set insightCPUMinutes 1e308");
+  EXPECT_EQ(huge.status, 2) << huge.out;
+  EXPECT_NE(huge.out.find("\"insightCPUMinutes\" takes a number from 0.01 to 60"), std::string::npos) << huge.out;
+  EXPECT_FALSE(fs::exists(file));
+
+  // Put there by hand: that key reads as its default, with a sentence; the others stand.
+  fs::create_directories(file.parent_path());
+  std::ofstream(file) << R"({"insightCPUMinutes": 1e308, "insightHotMinutes": 5})";
+  EXPECT_EQ(run("get insightCPUMinutes", false).out, "10\n");
+  auto said = run("get insightCPUMinutes");
+  EXPECT_NE(said.out.find("holds 1e+308 for \"insightCPUMinutes\", which takes a number from 0.01 to 60"), std::string::npos)
+      << said.out;
+  EXPECT_EQ(run("get insightHotMinutes", false).out, "5\n");
+}
+
+TEST_F(SettingsCommand, DeepOrHugeFilesNeitherCrashNorStall) {
+  fs::create_directories(file.parent_path());
+  const std::string deep = "{\"x\": " + std::string(160'000, '[') + std::string(160'000, ']') + "}";
+  std::ofstream(file) << deep;
+  auto set = run("set historySpan 15");
+  EXPECT_EQ(set.status, 1) << set.out;  // -1 would be a crash
+  EXPECT_NE(set.out.find("nests deeper than 64 levels"), std::string::npos) << set.out;
+  auto got = run("get historySpan");
+  EXPECT_EQ(got.status, 0) << got.out;
+  EXPECT_NE(got.out.find("nests deeper"), std::string::npos) << got.out;
+  EXPECT_EQ(contents(), deep);
+
+  std::string huge = "{";
+  for (int i = 0; i < 2'000'000; ++i) huge += "\"k" + std::to_string(i) + "\": " + std::to_string(i) + ", ";
+  huge += "\"historySpan\": 5}";
+  std::ofstream(file, std::ios::trunc) << huge;
+  // About 30 MB: refused at once with a sentence, and left as it is.
+  set = run("set historySpan 30");
+  EXPECT_EQ(set.status, 1) << set.out;
+  EXPECT_NE(set.out.find("larger than"), std::string::npos) << set.out;
+  EXPECT_EQ(contents(), huge);
+}
+
+TEST_F(SettingsCommand, TwoChangesAtOnceBothLand) {
+  const std::string environment = "HOME='" + (root / "home").string() + "' XDG_CONFIG_HOME='" +
+                                  (root / "config").string() + "' XDG_DATA_HOME='" + (root / "data").string() + "' ";
+  const std::string settings = environment + OMNIRA_CLI_PATH + " settings set ";
+  for (int round = 0; round < 20; ++round) {
+    fs::remove(file);
+    auto both = testing::runShell("(" + settings + "insightCPUPercent 80 >/dev/null 2>&1; echo a=$?) & (" + settings +
+                                  "historySpan 15 >/dev/null 2>&1; echo b=$?) & wait");
+    EXPECT_NE(both.out.find("a=0"), std::string::npos) << both.out;
+    EXPECT_NE(both.out.find("b=0"), std::string::npos) << both.out;
+    const auto values = nlohmann::json::parse(contents());
+    EXPECT_EQ(values.value("insightCPUPercent", 0), 80) << "round " << round << ": " << values.dump();
+    EXPECT_EQ(values.value("historySpan", 0), 15) << "round " << round << ": " << values.dump();
+    if (::testing::Test::HasFailure()) break;
+  }
+}
+
 }  // namespace
 }  // namespace omnira

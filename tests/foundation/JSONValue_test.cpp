@@ -43,5 +43,16 @@ TEST(JSONValue, MalformedTextIsAFailureWithASentence) {
   EXPECT_TRUE(JSONValue::parse("18446744073709551615").ok());
 }
 
+TEST(JSONValue, DeepNestingIsRefusedLikeBrokenText) {
+  const auto deep = JSONValue::parse(std::string(160'000, '[') + std::string(160'000, ']'));
+  ASSERT_FALSE(deep.ok());
+  EXPECT_EQ(deep.error().message, "The text nests deeper than 64 levels.");
+  // Brackets inside strings are text, not nesting.
+  EXPECT_TRUE(JSONValue::parse("[\"" + std::string(1000, '[') + "\\\"\"]").ok());
+  EXPECT_TRUE(JSONValue::parse(std::string(64, '[') + std::string(64, ']')).ok());
+  EXPECT_FALSE(JSONValue::parse(std::string(65, '[') + std::string(65, ']')).ok());
+  EXPECT_TRUE(JSONValue::parse("[1,").error().message.starts_with("The text is not valid JSON (at byte "));
+}
+
 }  // namespace
 }  // namespace omnira

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fmt/format.h>
+
 #include <fstream>
 #include <sstream>
 
@@ -88,7 +90,8 @@ TEST(SettingsKeys, TypedTextIsCheckedStrictly) {
   ASSERT_TRUE(parse("insightAppLimits", limit).ok()) << parse("insightAppLimits", limit).error();
   EXPECT_EQ(parse("insightAppLimits", R"([{"appID":"x"}])").error(),
             "\"insightAppLimits\" takes a JSON array of app limits; item 1: \"id\" is missing or not text.");
-  EXPECT_EQ(parse("insightAppLimits", "[").error(), "\"insightAppLimits\" takes a JSON array of app limits; \"[\" is not valid JSON.");
+  EXPECT_EQ(parse("insightAppLimits", "[").error(),
+            "\"insightAppLimits\" takes a JSON array of app limits; \"[\" is not valid JSON (at byte 2).");
   EXPECT_FALSE(parse("insightAppLimits", "{}").ok());
   EXPECT_TRUE(parse("insightMutedApps", R"({"a": null, "b": "2026-11-21T22:10:05Z"})").ok());
   EXPECT_EQ(parse("insightMutedApps", R"({"a": "tomorrow"})").error(),
@@ -150,8 +153,10 @@ TEST_F(SettingsOnDisk, SetAndUnsetKeepOtherKeysAndCreateTheFolder) {
   EXPECT_EQ(Settings::load(file).number(SettingsKeys::refreshSeconds), 1);
   ASSERT_TRUE(settings.unset("refreshSeconds").ok());  // already gone: nothing to do
   EXPECT_TRUE(stored().contains("bridgeEnabled"));
-  for (const auto& entry : fs::directory_iterator(file.parent_path()))
+  for (const auto& entry : fs::directory_iterator(file.parent_path())) {
+    if (entry.path().filename() == "settings.json.lock") continue;  // kept for the next change
     EXPECT_EQ(entry.path().filename(), "settings.json") << "a temporary file was left behind";
+  }
 }
 
 TEST_F(SettingsOnDisk, RefusalsChangeNothing) {
@@ -197,6 +202,85 @@ TEST_F(SettingsOnDisk, ALinkedFileStaysLinked) {
   ASSERT_TRUE(SettingsFile(file).set("temperatureUnit", "fahrenheit").ok());
   EXPECT_TRUE(fs::is_symlink(file));
   EXPECT_EQ(Settings::load(file).string(SettingsKeys::temperatureUnit), "fahrenheit");
+}
+
+TEST(SettingsKeys, EveryNumberHasARangeNamedWhenRefused) {
+  for (const auto& spec : SettingsKeys::all()) {
+    if (spec.type != SettingSpec::Type::number) continue;
+    EXPECT_TRUE(spec.ranged()) << spec.key;
+    const auto huge = spec.parse("1e308");
+    ASSERT_FALSE(huge.ok()) << spec.key;
+    EXPECT_NE(huge.error().find(fmt::format("takes a number from {} to {}", spec.minimum, spec.maximum)),
+              std::string::npos)
+        << huge.error();
+    EXPECT_FALSE(spec.refusal(spec.maximum)) << spec.key;
+    EXPECT_TRUE(spec.refusal(spec.maximum * 2)) << spec.key;
+  }
+  EXPECT_EQ(SettingsKeys::find("insightCPUMinutes")->parse("1e308").error(),
+            "\"insightCPUMinutes\" takes a number from 0.01 to 60, not 1e+308.");
+  EXPECT_EQ(*SettingsKeys::find("insightMemoryGrowthGB")->parse("0.25"), 0.25);
+}
+
+TEST_F(SettingsOnDisk, AnOutOfRangeValueReadsAsItsDefaultAndKeepsTheOthers) {
+  write(R"({"insightCPUMinutes": 1e308, "insightHotMinutes": 5, "insightHotCelsius": -40, "refreshSeconds": 4})");
+  const auto settings = Settings::load(file);
+  EXPECT_EQ(settings.number(SettingsKeys::insightCPUMinutes), 10);
+  EXPECT_EQ(settings.number(SettingsKeys::insightHotCelsius), 90);
+  EXPECT_EQ(settings.number(SettingsKeys::insightHotMinutes), 5);
+  EXPECT_EQ(settings.number(SettingsKeys::refreshSeconds), 4);
+  const auto unused = settings.unusedValues();
+  ASSERT_EQ(unused.size(), 2u);
+  EXPECT_EQ(unused[0], "\"insightCPUMinutes\" is 1e+308, but it takes a number from 0.01 to 60; the default 10 is used");
+  EXPECT_NE(unused[1].find("from 30 to 120"), std::string::npos) << unused[1];
+}
+
+TEST_F(SettingsOnDisk, DeepNestingIsRefusedWithoutCrashing) {
+  // Valid JSON, 160,000 levels deep: copying or writing it recursed once per level.
+  const std::string deep = "{\"refreshSeconds\": 3, \"x\": " + std::string(160'000, '[') + std::string(160'000, ']') + "}";
+  write(deep);
+  auto read = Settings::read(file);
+  ASSERT_FALSE(read.ok());
+  EXPECT_NE(read.error().message.find("nests deeper than 64 levels"), std::string::npos) << read.error().message;
+  EXPECT_EQ(Settings::load(file).number(SettingsKeys::refreshSeconds), 1);
+  const SettingsFile settings(file);
+  auto set = settings.set("refreshSeconds", "4");
+  ASSERT_FALSE(set.ok());
+  EXPECT_EQ(set.error().kind, Kind::unusable);
+  EXPECT_FALSE(settings.unset("refreshSeconds").ok());
+  EXPECT_EQ(contents(), deep);
+  EXPECT_FALSE(SettingsKeys::find("insightAppLimits")->parse(std::string(100'000, '[')).ok());
+
+  // Sixty-four levels are fine.
+  write("{\"x\": " + std::string(63, '[') + std::string(63, ']') + "}");
+  EXPECT_TRUE(Settings::read(file).ok());
+  EXPECT_TRUE(settings.set("refreshSeconds", "4").ok());
+}
+
+TEST_F(SettingsOnDisk, AHugeFileKeepsEveryKeyAndItsBytes) {
+  // 50,000 keys, just under the size cap: each key was looked up among all before it.
+  std::string huge = "{";
+  for (int i = 0; i < 50'000; ++i) huge += fmt::format("{}\"k{:07}\": {}", i ? ", " : "", i, i);
+  huge += R"(, "refreshSeconds": 3, "temperatur\u0065Unit": "fahrenheit", "zebra": [1, {"b": 2, "a": 1}]})";
+  write(huge);
+  const SettingsFile settings(file);
+  auto first = settings.set("refreshSeconds", "7");
+  ASSERT_TRUE(first.ok()) << first.error().message;
+  ASSERT_TRUE(settings.set("temperatureUnit", "celsius").ok());  // the same key, however it is spelt
+  ASSERT_TRUE(settings.set("historySpan", "30").ok());
+  const std::string after = contents();
+  EXPECT_TRUE(after.starts_with("{\n  \"k0000000\": 0,\n  \"k0000001\": 1,\n  \"k0000002\": 2,\n")) << after.substr(0, 80);
+  const std::string tail = R"(
+  "k0049999": 49999,
+  "refreshSeconds": 7,
+  "temperatur\u0065Unit": "celsius",
+  "zebra": [1, {"b": 2, "a": 1}],
+  "historySpan": 30
+}
+)";
+  ASSERT_GE(after.size(), tail.size());
+  EXPECT_EQ(after.substr(after.size() - tail.size()), tail);
+  ASSERT_TRUE(settings.unset("temperatureUnit").ok());
+  EXPECT_EQ(contents().find("Unit"), std::string::npos);
 }
 
 }  // namespace

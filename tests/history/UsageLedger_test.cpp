@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <fstream>
 
 #include "tests/history/HistoryFiles.h"
@@ -73,13 +75,55 @@ TEST_F(UsageLedgerFile, SavesAndLoadsWithFixedKeys) {
   EXPECT_EQ(entry.dump(), R"({"name":"X","seconds":5.0,"cpuSeconds":1.0,"energyJoules":0.5,"peakMemoryBytes":1234})");
 }
 
-TEST_F(UsageLedgerFile, AMalformedFileIsAFailureNamingIt) {
-  std::ofstream(usage()) << R"({"days": {"2026-11-21": {"apps": {"x": {"name": "X"}}}}})";
-  auto incomplete = UsageLedger::load(usage());
-  ASSERT_FALSE(incomplete);
-  EXPECT_NE(incomplete.error().message.find("usage.json"), std::string::npos);
+TEST_F(UsageLedgerFile, ABadEntryCostsOnlyItselfAndTheFileIsKeptBeforeTheSave) {
+  // Five days, one app entry of which is cut short.
+  UsageLedger ledger;
+  for (int d = 0; d < 5; ++d) ledger.record({app("/x.desktop", "X", 20, 1234, 0.5)}, TickGroups::fresh, 5, at(noon + d * day));
+  auto json = ledger.toJSON();
+  json["days"][UsageLedger::dayKey(at(noon))]["apps"]["/broken.desktop"] = {{"name", "Broken"}};
+  const std::string original = json.dump();
+  std::ofstream(usage()) << original;
+
+  auto loaded = UsageLedger::load(usage());
+  ASSERT_TRUE(loaded) << loaded.error().message;
+  EXPECT_EQ(*loaded, ledger);
+  ASSERT_TRUE(loaded->save(usage()));
+  EXPECT_EQ(UsageLedger::load(usage()).value().days().size(), 5u);
+  const auto aside = usage().string() + ".bad-" + formatLocal(std::chrono::system_clock::now(), "%Y-%m-%d");
+  std::ifstream kept(aside);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), original);
+
+  // Not a ledger at all: moved aside, named in the failure, and the next save starts afresh.
   std::ofstream(usage(), std::ios::trunc) << "not json";
-  EXPECT_FALSE(UsageLedger::load(usage()));
+  auto notJSON = UsageLedger::load(usage());
+  ASSERT_FALSE(notJSON);
+  EXPECT_NE(notJSON.error().message.find(aside + "-2"), std::string::npos) << notJSON.error().message;
+  EXPECT_FALSE(std::filesystem::exists(usage()));
+}
+
+TEST_F(UsageLedgerFile, AnUnreadableLedgerIsNeverSavedOver) {
+  UsageLedger ledger;
+  for (int d = 0; d < 5; ++d) ledger.record(60, at(noon + d * day));
+  ASSERT_TRUE(ledger.save(usage()));
+  UsageLedger today;
+  today.record(5, at(noon + 5 * day));
+
+  if (::geteuid() != 0) {  // root reads anything
+    std::filesystem::permissions(usage(), std::filesystem::perms::none);
+    auto refused = UsageLedger::load(usage());
+    ASSERT_FALSE(refused);
+    EXPECT_NE(refused.error().message.find("not saved over"), std::string::npos) << refused.error().message;
+    EXPECT_TRUE(today.save(usage()));  // skipped, not a failure at every save
+    std::filesystem::permissions(usage(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_EQ(UsageLedger::load(usage()).value(), ledger) << "five days must not become one";
+  }
+
+  // A folder in its place cannot be read as a file either, even by root.
+  std::filesystem::remove(usage());
+  std::filesystem::create_directories(usage() / "inside");
+  ASSERT_FALSE(UsageLedger::load(usage()));
+  EXPECT_TRUE(today.save(usage()));
+  EXPECT_TRUE(std::filesystem::is_directory(usage() / "inside"));
 }
 
 }  // namespace

@@ -1,0 +1,48 @@
+// The usage-limits cache on disk: a cache that does not decode is moved aside, one that
+// cannot be read is never saved over.
+
+#include "OmniraCore/usage/UsageLimitsCache.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace omnira {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(UsageLimitsCacheFile, DamageIsMovedAsideAndAnUnreadableCacheLeftAlone) {
+  const fs::path folder = fs::temp_directory_path() / ("omnira-limits-cache-" + std::to_string(::getpid()));
+  fs::remove_all(folder);
+  fs::create_directories(folder);
+  const fs::path file = folder / UsageLimitsCache::fileName;
+  UsageLimitsCache cache;
+  cache.refreshedAt = Date(std::chrono::seconds(1'800'000'000));
+
+  const std::string unknownTool = R"({"ledgers": {"notatool": {}}, "ledgerVersion": 2})";
+  std::ofstream(file) << unknownTool;
+  auto dropped = UsageLimitsCache::load(file);
+  ASSERT_FALSE(dropped.ok());
+  const auto aside = file.string() + ".bad-" + formatLocal(std::chrono::system_clock::now(), "%Y-%m-%d");
+  EXPECT_NE(dropped.error().message.find(aside), std::string::npos) << dropped.error().message;
+  {
+    std::ifstream in(aside);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), unknownTool);
+  }
+  ASSERT_TRUE(cache.save(file).ok());
+  EXPECT_EQ(UsageLimitsCache::load(file).value(), cache);
+
+  fs::remove(file);
+  fs::create_directories(file / "inside");  // cannot be read as a file, even by root
+  EXPECT_FALSE(UsageLimitsCache::load(file).ok());
+  EXPECT_TRUE(UsageLimitsCache::loadOrEmpty(file).accounts.empty());
+  EXPECT_TRUE(cache.save(file).ok());  // skipped, and said once
+  EXPECT_TRUE(fs::is_directory(file / "inside"));
+  fs::remove_all(folder);
+}
+
+}  // namespace
+}  // namespace omnira
