@@ -107,6 +107,8 @@ Result<JSONValue, JSONValue::Failure> JSONValue::parse(std::string_view text) {
       static_cast<void>(unreachable);
     } catch (const nlohmann::json::parse_error& e) {
       where = positionNote(e.byte);
+    } catch (const nlohmann::json::out_of_range&) {
+      where = " (a number is too large)";  // "1e999": the library tells no position for it
     }
     return fail(Failure{"The text is not valid JSON" + where + "."});
   }
