@@ -596,6 +596,7 @@ class Reader {
 
   // Whole lines already in memory, booked into the entry of `path`.
   void take(const std::string& path, std::string_view text) {
+    if (text.empty()) return;  // memrchr wants a pointer even for no bytes
     const auto* newline = static_cast<const char*>(::memrchr(text.data(), '\n', text.size()));
     if (newline) lines(text.data(), newline + 1, files_[path]);
   }
