@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <ctime>
+#include <limits>
 
 #include "OmniraCore/foundation/Parse.h"
 
@@ -15,6 +16,9 @@ std::optional<int> digits(std::string_view text, size_t at, size_t count) {
   if (at + count > text.size()) return std::nullopt;
   return parseNumber<int>(text.substr(at, count));
 }
+
+// A Date counts nanoseconds in an int64: about 292 years either side of 1970.
+constexpr double kMostMicroseconds = static_cast<double>(std::numeric_limits<int64_t>::max() / 1000);
 
 }  // namespace
 
@@ -87,6 +91,7 @@ std::optional<Date> parseISO8601(std::string_view text) {
   const int64_t days = daysFromCivil(*year, static_cast<unsigned>(*month), static_cast<unsigned>(*day));
   const double seconds = static_cast<double>(days * 86400 + *hour * 3600 + *minute * 60 + *second -
                                              offsetSeconds) + fraction;
+  if (std::abs(seconds) * 1e6 >= kMostMicroseconds) return std::nullopt;
   return dateFromSecondsSinceEpoch(seconds);
 }
 
@@ -95,8 +100,12 @@ double secondsSinceEpoch(Date date) {
 }
 
 Date dateFromSecondsSinceEpoch(double seconds) {
-  const auto micros = static_cast<int64_t>(std::llround(seconds * 1e6));
-  return Date(std::chrono::duration_cast<Date::duration>(std::chrono::microseconds(micros)));
+  // Past what a Date holds, the nearest moment it does rather than a wrapped one.
+  const double micros = std::round(seconds * 1e6);
+  if (std::isnan(micros)) return Date{};
+  if (micros >= kMostMicroseconds) return Date::max();
+  if (micros <= -kMostMicroseconds) return Date::min();
+  return Date(std::chrono::duration_cast<Date::duration>(std::chrono::microseconds(static_cast<int64_t>(micros))));
 }
 
 std::string formatLocal(Date date, const char* format) {

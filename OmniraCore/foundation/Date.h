@@ -13,7 +13,8 @@ using Date = std::chrono::system_clock::time_point;
 
 // "2026-11-21T22:10:05.123Z" (UTC, milliseconds).
 std::string formatISO8601(Date date);
-// Accepts "Z" or "+hh:mm"/"-hh:mm"/"+hhmm", with or without fractional seconds.
+// Accepts "Z" or "+hh:mm"/"-hh:mm"/"+hhmm", with or without fractional seconds; a moment
+// outside what a Date holds (before 1677 or after 2262) is none.
 std::optional<Date> parseISO8601(std::string_view text);
 
 // The date in the system's local time, laid out by strftime's `format`.
@@ -23,6 +24,7 @@ std::string formatLocal(Date date, const char* format);
 int64_t daysFromCivil(int64_t year, unsigned month, unsigned day);
 
 double secondsSinceEpoch(Date date);
+// Clamped to Date::min() and Date::max(); NaN is the epoch.
 Date dateFromSecondsSinceEpoch(double seconds);
 
 }  // namespace omnira

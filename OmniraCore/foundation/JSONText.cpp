@@ -18,6 +18,8 @@ Result<Json, JSONTextFailure> parseBounded(std::string_view text) {
     static_cast<void>(unreachable);
   } catch (const nlohmann::json::parse_error& error) {
     if (error.byte > 0) return fail(JSONTextFailure{fmt::format("is not valid JSON (at byte {})", error.byte)});
+  } catch (const nlohmann::json::out_of_range&) {
+    return fail(JSONTextFailure{"is not valid JSON (a number is too large)"});  // "1e999" has no position
   }
   return fail(JSONTextFailure{"is not valid JSON"});
 }

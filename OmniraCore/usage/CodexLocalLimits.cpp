@@ -152,11 +152,7 @@ std::optional<UsageWindow> windowFrom(const Json& limit, UsageWindow::Kind slotK
   return UsageWindow(kind, std::nullopt, *percent / 100.0, resetsAt, length);
 }
 
-struct Reading {
-  std::vector<UsageWindow> windows;
-  std::optional<std::string> plan;
-  Date written;
-};
+using Reading = CodexLocalLimits::Reading;
 
 // A line that holds a "rate_limits" object, read as JSON (there are few of them).
 std::optional<Reading> readingFrom(std::string_view line, Date fileModified, Date now) {
@@ -187,6 +183,10 @@ std::optional<Reading> readingFrom(std::string_view line, Date fileModified, Dat
 }
 
 }  // namespace
+
+std::optional<CodexLocalLimits::Reading> CodexLocalLimits::readLine(std::string_view line, Date fileModified, Date now) {
+  return readingFrom(line, fileModified, now);
+}
 
 std::optional<UsageAccount> CodexLocalLimits::read(const AppPaths::Environment& environment, Date now) {
   return read(UsageLogins::codexHomes(environment), now);

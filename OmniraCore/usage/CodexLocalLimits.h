@@ -19,11 +19,14 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "OmniraCore/foundation/AppPaths.h"
 #include "OmniraCore/foundation/Date.h"
 #include "OmniraCore/usage/UsageAccount.h"
+#include "OmniraCore/usage/UsageWindow.h"
 
 namespace omnira {
 
@@ -31,6 +34,16 @@ class CodexLocalLimits {
  public:
   static constexpr const char* accountId = "codex-local";
   static constexpr const char* fallbackLabel = "Codex on this computer";
+
+  // One log line's reading: the windows still current at `now`, the plan, and when it was
+  // written (the line's timestamp, else `fileModified`). Nothing for a line without a
+  // "rate_limits" object.
+  struct Reading {
+    std::vector<UsageWindow> windows;
+    std::optional<std::string> plan;
+    Date written;
+  };
+  static std::optional<Reading> readLine(std::string_view line, Date fileModified, Date now);
 
   // Reads the "sessions" folders of the Codex homes that UsageLogins finds.
   static std::optional<UsageAccount> read(const AppPaths::Environment& environment, Date now);

@@ -621,6 +621,13 @@ class Reader {
     return inserted;
   }
 
+  // Whole lines already in memory, booked into the entry of `path`.
+  void take(const std::string& path, std::string_view text) {
+    if (text.empty()) return;  // memrchr wants a pointer even for no bytes
+    const auto* newline = static_cast<const char*>(::memrchr(text.data(), '\n', text.size()));
+    if (newline) lines(text.data(), newline + 1, files_[path]);
+  }
+
   using Orphans = std::unordered_set<std::string>;
 
   // Drops the entry's replies from the ledger's index before the entry is cleared or
@@ -921,6 +928,13 @@ void TokenLogs::updateSession(SessionLedger& session, UsageTool tool, const std:
     if (known != ledger.files_.end() && known->second.size == static_cast<uint64_t>(st.st_size)) continue;
     reader.read(path, static_cast<uint64_t>(st.st_size), update);
   }
+}
+
+void TokenLogs::readLines(TokenLedger& ledger, UsageTool tool, const std::string& file, std::string_view text,
+                          const DayCalendar& calendar) {
+  if (!keepsLogs(tool)) return;
+  Reader reader(ledger.files_, ledger.index_, ledger.indexed_, tool, calendar);
+  reader.take(file, text);
 }
 
 std::vector<std::string> TokenLogs::days(int back, Date from, const DayCalendar& calendar) {

@@ -103,6 +103,12 @@ struct TokenLogs {
   static void updateSession(SessionLedger& session, UsageTool tool, const std::vector<std::filesystem::path>& files,
                             const DayCalendar& calendar = DayCalendar::local());
 
+  // Books the whole lines of `text` into the ledger's entry for `file`, as reading them
+  // appended to that file would; a last line without its newline is left out. The entry's
+  // offset and size stay as they are: the bytes come from no file (tests, fuzzing).
+  static void readLines(TokenLedger& ledger, UsageTool tool, const std::string& file, std::string_view text,
+                        const DayCalendar& calendar = DayCalendar::local());
+
   // The day keys of the last `back` days up to and including the day of `from`, newest last.
   static std::vector<std::string> days(int back, Date from, const DayCalendar& calendar = DayCalendar::local());
   // The start of the earliest of those days: the `since` of an update that covers them.

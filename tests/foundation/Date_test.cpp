@@ -17,5 +17,21 @@ TEST(Date, ISO8601RoundTripsAndHonoursOffsets) {
     EXPECT_FALSE(parseISO8601(bad)) << bad;
 }
 
+// A Date counts nanoseconds, so it ends in 2262: a log or saved file naming a later
+// moment must not wrap around into the past.
+TEST(Date, MomentsBeyondWhatADateHoldsAreClampedOrRefused) {
+  EXPECT_FALSE(parseISO8601("4052-11-20T11:00:00.000Z"));
+  EXPECT_FALSE(parseISO8601("1500-01-01T00:00:00Z"));
+  EXPECT_EQ(dateFromSecondsSinceEpoch(1e30), Date::max());
+  EXPECT_EQ(dateFromSecondsSinceEpoch(65729617200.0), Date::max());
+  EXPECT_EQ(dateFromSecondsSinceEpoch(-1e30), Date::min());
+  // The last moments a Date holds still read back as what was written.
+  for (const Date edge : {Date::max(), Date::min()}) {
+    const auto again = parseISO8601(formatISO8601(edge));
+    ASSERT_TRUE(again) << formatISO8601(edge);
+    EXPECT_EQ(formatISO8601(*again), formatISO8601(edge));
+  }
+}
+
 }  // namespace
 }  // namespace omnira
