@@ -62,7 +62,7 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   // Before the lock: as root, a folder another user controls is refused, not written in.
   if (auto safe = paths_->prepareFolders(); !safe) return fail(Failure{1, safe.error().message});
 
-  auto lock = InstanceLock::acquire(paths_->dataFile("omnira.lock"));
+  auto lock = InstanceLock::acquire(paths_->dataFile(InstanceLock::fileName));
   if (!lock) return fail(Failure{1, lock.error().message});
   lock_.emplace(std::move(*lock));
 

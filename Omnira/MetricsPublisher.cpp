@@ -2,6 +2,8 @@
 
 #include <spdlog/spdlog.h>
 
+#include <unistd.h>
+
 #include <chrono>
 
 #include "Omnira/MonitorStore.h"
@@ -79,8 +81,11 @@ void MetricsPublisher::publish() {
   readings.strain = &store_->strainSince();
   if (usage_) readings.ledgers = &usage_->ledgers();
   readings.self = platform::readSelfCost();
-  // One small read per tick: the sample keeps only the level it decided from these figures.
-  readings.memoryStall = stallSource_.memoryStall();
+  static const long ticksPerSecond = ::sysconf(_SC_CLK_TCK);
+  const MachineCounters counters =
+      platform::machineCounters(kernel_, ticksPerSecond > 0 ? static_cast<double>(ticksPerSecond) : 0);
+  readings.counters = &counters;
+  readings.memoryStall = kernel_.memoryStall();
   server_->publish(std::make_shared<const MetricsSnapshot>(exporter_.update(readings)));
 }
 

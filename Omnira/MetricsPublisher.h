@@ -44,7 +44,9 @@ class MetricsPublisher : public QObject {
   MonitorStore* store_;
   const UsageLimitsStore* usage_;
   MetricsExporter exporter_;
-  platform::LinuxSystemSource stallSource_{platform::Roots{}};  // for /proc/pressure/memory only
+  // The kernel's own totals (CPU by core and mode, disk and network bytes) and memory
+  // stalls, read once per tick while the endpoint is on: the sample keeps only rates.
+  platform::LinuxSystemSource kernel_{platform::Roots{}};
   std::unique_ptr<MetricsServer> server_;
   MetricsServer::Options running_;  // what server_ was started with
 };

@@ -158,13 +158,19 @@ void MetricsExporter::machine(const MetricsReadings& r, std::vector<MetricFamily
 
   auto cpu = family("omnira_cpu_seconds", "CPU time of all cores by mode.", Type::counter);
   auto core = family("omnira_cpu_core_busy_seconds", "Busy CPU time of each core.", Type::counter);
+  auto byCore = family("omnira_cpu_core_seconds", "CPU time of each core by mode.", Type::counter);
   const MachineCounters* k = r.counters;
   if (k && !k->cores.empty()) {
     MachineCounters::Core sum;
     for (size_t i = 0; i < k->cores.size(); ++i) {
       const auto& c = k->cores[i];
+      const std::string index = std::to_string(i);
       sum.user += c.user, sum.nice += c.nice, sum.system += c.system, sum.idle += c.idle;
-      add(core, {{"core", std::to_string(i)}}, c.user + c.nice + c.system);
+      add(core, {{"core", index}}, c.user + c.nice + c.system);
+      add(byCore, {{"core", index}, {"mode", "user"}}, c.user);
+      add(byCore, {{"core", index}, {"mode", "nice"}}, c.nice);
+      add(byCore, {{"core", index}, {"mode", "system"}}, c.system);
+      add(byCore, {{"core", index}, {"mode", "idle"}}, c.idle);
     }
     add(cpu, {{"mode", "user"}}, sum.user);
     add(cpu, {{"mode", "nice"}}, sum.nice);
@@ -179,6 +185,7 @@ void MetricsExporter::machine(const MetricsReadings& r, std::vector<MetricFamily
   }
   push(out, std::move(cpu));
   push(out, std::move(core));
+  push(out, std::move(byCore));
   gauge(out, "omnira_cpu_usage_ratio", "Share of all cores busy over the last interval.", s.cpu());
   gauge(out, "omnira_load_average", "Load average over one minute.", s.loadAverage);
 

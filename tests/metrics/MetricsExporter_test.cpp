@@ -174,6 +174,8 @@ TEST(MetricsExporter, AddsUpTheMachineFromRatesAndTakesKernelTotalsWhenGiven) {
   EXPECT_DOUBLE_EQ(*value(f, "omnira_cpu_seconds", {{"mode", "nice"}}), 1);
   EXPECT_DOUBLE_EQ(*value(f, "omnira_cpu_seconds", {{"mode", "idle"}}), 70);
   EXPECT_DOUBLE_EQ(*value(f, "omnira_cpu_core_busy_seconds", {{"core", "0"}}), 8);
+  EXPECT_DOUBLE_EQ(*value(f, "omnira_cpu_core_seconds", {{"core", "1"}, {"mode", "idle"}}), 40);
+  EXPECT_DOUBLE_EQ(*value(f, "omnira_cpu_core_seconds", {{"core", "0"}, {"mode", "nice"}}), 1);
   EXPECT_DOUBLE_EQ(*value(f, "omnira_disk_read_bytes", {}), 123);
 
   // Two sensors that share a chip and a name still make two series.
