@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "OmniraCore/foundation/Parse.h"
+#include "OmniraCore/platform/linux/FileText.h"
 #include "OmniraCore/usage/UsageLogins.h"
 
 namespace omnira {
@@ -24,6 +25,8 @@ using json = nlohmann::json;
 
 // What a session log ends with is all that tells its state; 64 KiB holds its last turns.
 constexpr size_t kTail = 64 * 1024;
+// A session's first line says where it runs; longer than this, it is not one.
+constexpr size_t kFirstLine = 1 << 20;
 // A tool call with nothing running and no word in the log for this long waits for the
 // person's permission.
 constexpr double kPermissionWaitSeconds = 15;
@@ -266,10 +269,10 @@ std::optional<fs::path> AgentSessions::codexLog(const std::string& folder, Date 
         if (file.path().extension() != ".jsonl") continue;
         const Date at = modified(file.path());
         if (at < startedAt - std::chrono::seconds(5) || (newest && at <= newestAt)) continue;
-        std::ifstream in(file.path());
-        std::string first;
-        std::getline(in, first);
-        const auto meta = json::parse(first, nullptr, false);
+        // Only the first line, and never more than 1 MiB of it: a log may be any size.
+        const auto head = platform::readTextFile(file.path(), kFirstLine);
+        if (!head) continue;
+        const auto meta = json::parse(std::string_view(*head).substr(0, head->find('\n')), nullptr, false);
         if (!meta.is_object() || !meta.contains("payload") || !meta["payload"].is_object()) continue;
         if (textAt(meta["payload"], "cwd") != folder) continue;
         newest = file.path();
