@@ -14,7 +14,7 @@ namespace omnira {
 
 enum class ExpositionFormat { prometheusText, openMetrics };
 
-// https://github.com/OpenObservability/OpenMetrics/blob/main/specification/OpenMetrics.md
+// https://openmetrics.io/ (the OpenMetrics text format)
 // OpenMetrics only when the Accept header names application/openmetrics-text (without q=0).
 ExpositionFormat negotiateExposition(std::string_view accept);
 std::string_view contentType(ExpositionFormat format);
