@@ -25,4 +25,9 @@ inline void keep(const T& value) {
   asm volatile("" : : "g"(&value) : "memory");
 }
 
+// Whether a view points into the text it was cut from (empty views point anywhere).
+inline bool within(std::string_view part, std::string_view whole) {
+  return part.empty() || (part.data() >= whole.data() && part.data() + part.size() <= whole.data() + whole.size());
+}
+
 }  // namespace omnira::fuzz

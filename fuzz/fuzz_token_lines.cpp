@@ -9,19 +9,15 @@
 #include <nlohmann/json.hpp>
 
 #include "OmniraCore/foundation/Date.h"
-#include "OmniraCore/foundation/JSONText.h"
 #include "OmniraCore/usage/CodexLocalLimits.h"
 #include "OmniraCore/usage/TokenLedger.h"
 #include "OmniraCore/usage/TokenLogs.h"
 #include "fuzz/FuzzInput.h"
+#include "fuzz/RoundTrip.h"
 
 using namespace omnira;
 
 namespace {
-
-bool within(std::string_view part, std::string_view whole) {
-  return part.empty() || (part.data() >= whole.data() && part.data() + part.size() <= whole.data() + whole.size());
-}
 
 // Reads the text as one tool's log, then checks the ledger survives its save.
 void readLog(UsageTool tool, std::string_view text) {
@@ -30,10 +26,7 @@ void readLog(UsageTool tool, std::string_view text) {
   TokenLogs::readLines(ledger, tool, "/logs/a.jsonl", text, calendar);
   // The same bytes in a second file: replies already booked count once.
   TokenLogs::readLines(ledger, tool, "/logs/b.jsonl", text, calendar);
-  const auto again = nlohmann::json::parse(jsonText(ledger.toJSON()), nullptr, false);
-  if (again.is_discarded()) __builtin_trap();
-  auto decoded = TokenLedger::fromJSON(again);
-  if (!decoded || !(*decoded == ledger)) __builtin_trap();
+  fuzz::checkRoundTrip<nlohmann::json>(ledger);
 }
 
 }  // namespace
@@ -44,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   switch (input.selector) {
     case 0: {
       const auto line = TokenLogs::readClaudeLine(text);
-      if (!within(line.messageID, text) || !within(line.requestID, text) || !within(line.model, text)) __builtin_trap();
+      if (!fuzz::within(line.messageID, text) || !fuzz::within(line.requestID, text) || !fuzz::within(line.model, text)) __builtin_trap();
       if (line.hasKey()) fuzz::keep(line.key());
       break;
     }
