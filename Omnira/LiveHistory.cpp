@@ -110,24 +110,16 @@ Result<LiveHistory, LiveHistory::Failure> LiveHistory::fromJSON(const Json& json
 }
 
 Result<LiveHistory, LiveHistory::Failure> LiveHistory::load(const std::filesystem::path& file) {
-  auto text = AtomicFile::read(file);
-  if (!text) {
-    if (text.error().missing) {
-      SavedFile::found(file, SavedFile::Found::whole);
-      return LiveHistory{};
-    }
-    return fail(Failure{SavedFile::unreadable(file, text.error().message)});
-  }
+  auto text = SavedFile::read(file);
+  if (!text) return fail(Failure{text.error()});
+  if (!*text) return LiveHistory{};
   const Date now = std::chrono::system_clock::now();
-  auto json = parseOrderedJSONText(*text);
+  auto json = parseOrderedJSONText(**text);
   if (!json) return fail(Failure{SavedFile::discard(file, json.error().message, now)});
   size_t dropped = 0;
   auto history = fromJSON(*json, &dropped);
   if (!history) return fail(Failure{SavedFile::discard(file, "is no live history (" + history.error().message + ")", now)});
-  if (dropped == 0) SavedFile::found(file, SavedFile::Found::whole);
-  else
-    SavedFile::found(file, SavedFile::Found::someDropped,
-                     fmt::format("chart points left out as they could not be read: {}", dropped));
+  SavedFile::foundDropping(file, dropped, "chart points");
   return history;
 }
 

@@ -27,16 +27,11 @@ Result<void, ActionLog::Failure> save(const std::filesystem::path& file, const s
 
 Result<ActionLog::Read, ActionLog::Failure> ActionLog::load() const {
   Read read;
-  auto text = AtomicFile::read(file_);
-  if (!text) {
-    if (text.error().missing) {
-      SavedFile::found(file_, SavedFile::Found::whole);
-      return read;
-    }
-    return fail(Failure{SavedFile::unreadable(file_, text.error().message)});
-  }
+  auto text = SavedFile::read(file_);
+  if (!text) return fail(Failure{text.error()});
+  if (!*text) return read;
   const Date now = std::chrono::system_clock::now();
-  auto parsed = parseOrderedJSONText(*text);
+  auto parsed = parseOrderedJSONText(**text);
   std::string problem = parsed ? std::string() : parsed.error().message;
   if (parsed && !parsed->is_array()) problem = "is not a JSON list";
   if (!problem.empty()) {
@@ -55,11 +50,7 @@ Result<ActionLog::Read, ActionLog::Failure> ActionLog::load() const {
       first = fmt::format("record {}: {}", i + 1, record.error().message);
     }
   }
-  if (dropped == 0) SavedFile::found(file_, SavedFile::Found::whole);
-  else
-    SavedFile::found(file_, SavedFile::Found::someDropped,
-                     fmt::format("records left out as they could not be read: {} of {} (first: {})", dropped,
-                                 parsed->size(), first));
+  SavedFile::foundDropping(file_, dropped, "records", first);
   return read;
 }
 

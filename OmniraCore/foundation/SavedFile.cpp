@@ -45,6 +45,23 @@ void found(const fs::path& file, Found what, std::string_view why) {
                  file.filename().string());
 }
 
+Result<std::optional<std::string>, std::string> read(const fs::path& file) {
+  auto text = AtomicFile::read(file);
+  if (text) return std::optional<std::string>(std::move(*text));
+  if (text.error().missing) {
+    found(file, Found::whole);
+    return std::optional<std::string>();
+  }
+  return fail(unreadable(file, text.error().message));
+}
+
+void foundDropping(const fs::path& file, size_t dropped, std::string_view entries, std::string_view first) {
+  if (dropped == 0) return found(file, Found::whole);
+  found(file, Found::someDropped,
+        first.empty() ? fmt::format("{} left out as they could not be read: {}", entries, dropped)
+                      : fmt::format("{} left out as they could not be read: {} (first: {})", entries, dropped, first));
+}
+
 bool mayReplace(const fs::path& file, Date now) {
   std::lock_guard lock(tableMutex);
   auto it = table().find(file);

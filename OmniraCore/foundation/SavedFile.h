@@ -15,6 +15,7 @@
 // from a copy later). Any thread.
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -32,6 +33,15 @@ enum class Found {
 
 // Records what a load found; `why` is logged for someDropped ("2 entries ... dropped").
 void found(const std::filesystem::path& file, Found what, std::string_view why = {});
+
+// A loader's first step: the file's text, nullopt when there is no file (recorded as whole),
+// or the sentence for one that cannot be read (recorded as unreadable).
+Result<std::optional<std::string>, std::string> read(const std::filesystem::path& file);
+
+// A loader's last step: whole when nothing was dropped, else someDropped with
+// "<entries> left out as they could not be read: <count> (first: <first>)".
+void foundDropping(const std::filesystem::path& file, size_t dropped, std::string_view entries,
+                   std::string_view first = {});
 
 // Whether a save may write over `file` now. False for a file that could not be read when it
 // was last loaded; the first refusal is logged, later ones are silent. A file with dropped

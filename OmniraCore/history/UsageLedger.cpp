@@ -116,27 +116,16 @@ Result<UsageLedger, UsageLedger::Failure> UsageLedger::fromJSON(const nlohmann::
 }
 
 Result<UsageLedger, UsageLedger::Failure> UsageLedger::load(const std::filesystem::path& file) {
-  auto text = AtomicFile::read(file);
-  if (!text) {
-    if (text.error().missing) {
-      SavedFile::found(file, SavedFile::Found::whole);
-      return UsageLedger();
-    }
-    return fail(Failure{SavedFile::unreadable(file, text.error().message)});
-  }
+  auto text = SavedFile::read(file);
+  if (!text) return fail(Failure{text.error()});
+  if (!*text) return UsageLedger();
   const Date now = std::chrono::system_clock::now();
-  auto json = parseOrderedJSONText(*text);
+  auto json = parseOrderedJSONText(**text);
   if (!json) return fail(Failure{SavedFile::discard(file, json.error().message, now)});
   std::vector<std::string> dropped;
   auto ledger = fromJSON(*json, &dropped);
   if (!ledger) return fail(Failure{SavedFile::discard(file, "is not a usage ledger (" + ledger.error().message + ")", now)});
-  if (dropped.empty()) {
-    SavedFile::found(file, SavedFile::Found::whole);
-  } else {
-    SavedFile::found(file, SavedFile::Found::someDropped,
-                     fmt::format("usage entries left out as they could not be read: {} (first: {})", dropped.size(),
-                                 dropped.front()));
-  }
+  SavedFile::foundDropping(file, dropped.size(), "usage entries", dropped.empty() ? "" : dropped.front());
   return ledger;
 }
 

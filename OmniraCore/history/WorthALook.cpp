@@ -141,28 +141,17 @@ WorthALook WorthALook::fromJSON(const Json& json, std::vector<std::string>* skip
 }
 
 Result<WorthALook, WorthALook::Failure> WorthALook::load(const std::filesystem::path& file) {
-  auto text = AtomicFile::read(file);
-  if (!text) {
-    if (text.error().missing) {
-      SavedFile::found(file, SavedFile::Found::whole);
-      return WorthALook{};
-    }
-    return fail(Failure{SavedFile::unreadable(file, text.error().message), true});
-  }
+  auto text = SavedFile::read(file);
+  if (!text) return fail(Failure{text.error(), true});
+  if (!*text) return WorthALook{};
   const Date now = std::chrono::system_clock::now();
-  auto json = parseOrderedJSONText(*text);
+  auto json = parseOrderedJSONText(**text);
   if (!json) return fail(Failure{SavedFile::discard(file, json.error().message, now)});
   if (auto insights = json->find("insights"); !json->is_object() || insights == json->end() || !insights->is_array())
     return fail(Failure{SavedFile::discard(file, "does not hold a list of insights", now)});
   std::vector<std::string> skipped;
   auto list = fromJSON(*json, &skipped);
-  if (skipped.empty()) {
-    SavedFile::found(file, SavedFile::Found::whole);
-  } else {
-    SavedFile::found(file, SavedFile::Found::someDropped,
-                     fmt::format("entries left out as they could not be read: {} (first: {})", skipped.size(),
-                                 skipped.front()));
-  }
+  SavedFile::foundDropping(file, skipped.size(), "entries", skipped.empty() ? "" : skipped.front());
   return list;
 }
 

@@ -74,16 +74,11 @@ Result<UsageLimitsCache, UsageDecodeFailure> UsageLimitsCache::fromJSON(const nl
 }
 
 Result<UsageLimitsCache, UsageLimitsCache::Failure> UsageLimitsCache::load(const std::filesystem::path& file) {
-  auto text = AtomicFile::read(file);
-  if (!text) {
-    if (text.error().missing) {
-      SavedFile::found(file, SavedFile::Found::whole);
-      return UsageLimitsCache{};
-    }
-    return fail(Failure{SavedFile::unreadable(file, text.error().message)});
-  }
+  auto text = SavedFile::read(file);
+  if (!text) return fail(Failure{text.error()});
+  if (!*text) return UsageLimitsCache{};
   const Date now = std::chrono::system_clock::now();
-  auto json = parseJSONText(*text);
+  auto json = parseJSONText(**text);
   if (!json) return fail(Failure{SavedFile::discard(file, json.error().message, now)});
   auto cache = fromJSON(*json);
   if (!cache) return fail(Failure{SavedFile::discard(file, "does not decode (" + cache.error().message + ")", now)});
