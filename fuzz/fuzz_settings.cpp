@@ -23,11 +23,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       // The settings file: every key of the table read from it as the getters do.
       const auto json = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
       if (json.is_discarded() || !json.is_object()) break;
-      for (const auto& spec : table) {
-        auto stored = json.find(std::string(spec.key));
+      for (const auto& entry : table) {
+        auto stored = json.find(std::string(entry.key));
         if (stored == json.end()) continue;
         // What a stored value reads as is a value the key takes.
-        if (auto reading = spec.reading(*stored); reading && spec.refusal(*reading)) __builtin_trap();
+        if (auto reading = entry.reading(*stored); reading && entry.refusal(*reading)) __builtin_trap();
       }
       fuzz::keep(jsonText(json, 2));
       break;
@@ -35,9 +35,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 1: {
       // A typed value for the key named by the text's first byte.
       if (table.empty() || text.empty()) break;
-      const auto& spec = table[static_cast<unsigned char>(text[0]) % table.size()];
-      auto value = spec.parse(text.substr(1));
-      if (value && spec.refusal(*value)) __builtin_trap();
+      const auto& entry = table[static_cast<unsigned char>(text[0]) % table.size()];
+      auto value = entry.parse(text.substr(1));
+      if (value && entry.refusal(*value)) __builtin_trap();
       break;
     }
     case 2: {
