@@ -7,6 +7,8 @@
 
 #include <fstream>
 
+#include "tests/usage/UsageLogFiles.h"
+
 namespace omnira {
 namespace {
 
@@ -125,11 +127,8 @@ TEST_F(CodexLocalLimitsTest, ReadingBackwardsCopesWithLongLinesAndChunkEdges) {
 }
 
 TEST_F(CodexLocalLimitsTest, TheEnvironmentNamesTheHomes) {
-  const auto environment = [&](const std::string& name) -> std::optional<std::string> {
-    if (name == "CODEX_HOME") return home("none").string() + "," + home("passed").string();
-    if (name == "HOME") return root.string();
-    return std::nullopt;
-  };
+  const auto environment = usage_testing::environment(
+      {{"CODEX_HOME", home("none").string() + "," + home("passed").string()}, {"HOME", root.string()}});
   touch(home("none") / "sessions" / "2026" / "11" / "20" / "rollout-2026-11-20T06-00-00-none.jsonl",
         now - std::chrono::hours(2));
   auto account = CodexLocalLimits::read(environment, now);
