@@ -344,7 +344,7 @@ class InsightEngineHotSpell : public ::testing::Test {
   static ThermalSample cpu(double celsius) { return ThermalSample{celsius, 70.0, {2400, 2600}}; }
 };
 
-TEST_F(InsightEngineHotSpell, RaisesOncePerSpellWithHysteresis) {
+TEST_F(InsightEngineHotSpell, RaisesOncePerSpellWithHysteresisAndNotWithoutAReading) {
   struct Step {
     double second, celsius;
     bool raises;
@@ -363,6 +363,13 @@ TEST_F(InsightEngineHotSpell, RaisesOncePerSpellWithHysteresis) {
   };
   for (const auto& step : steps)
     EXPECT_EQ(tick(step.second, cpu(step.celsius)).size(), step.raises ? 1u : 0u) << step.second;
+
+  // No reading is no insight, and neither ends the spell nor raises on its own.
+  tick(900, cpu(80));
+  tick(1000, cpu(95));
+  EXPECT_TRUE(tick(1100, std::nullopt).empty());
+  EXPECT_TRUE(tick(1150, ThermalSample{}).empty());
+  EXPECT_EQ(tick(1200, cpu(95)).size(), 1u);
 }
 
 TEST_F(InsightEngineHotSpell, DetailNamesSensorAppsAndFans) {
@@ -382,13 +389,6 @@ TEST_F(InsightEngineHotSpell, DetailNamesSensorAppsAndFans) {
   raised = otherClock.tick(180, {}, MemoryPressure::normal, {}, hottest, std::nullopt);
   ASSERT_EQ(raised.size(), 1u);
   EXPECT_EQ(raised[0].detail, "194 °F at the hottest sensor for the last 3 minutes. The fan is at 1800 rpm.");
-}
-
-TEST_F(InsightEngineHotSpell, NoReadingIsNoInsightAndKeepsTheSpell) {
-  tick(0, cpu(95));
-  EXPECT_TRUE(tick(100, std::nullopt).empty());
-  EXPECT_TRUE(tick(150, ThermalSample{}).empty());
-  EXPECT_EQ(tick(200, cpu(95)).size(), 1u);
 }
 
 std::vector<Insight> neuralSeries(InsightEngine& engine, double load, std::optional<AppGroup> app,

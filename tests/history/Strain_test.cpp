@@ -70,7 +70,7 @@ class StrainTrackerTimeline : public ::testing::Test {
   bool at(int second, Kinds kinds) { return tracker.note(kinds, t0 + seconds(second)); }
 };
 
-TEST_F(StrainTrackerTimeline, ShortGapKeepsTheEpisodeAndItsStartAndALongerOneEndsIt) {
+TEST_F(StrainTrackerTimeline, EachKindsEpisodeOutlivesAShortGapAndEndsAfterALongerOne) {
   EXPECT_TRUE(at(0, {StrainKind::cpu}));
   EXPECT_FALSE(at(10, {}));
   EXPECT_FALSE(at(20, {}));
@@ -81,18 +81,18 @@ TEST_F(StrainTrackerTimeline, ShortGapKeepsTheEpisodeAndItsStartAndALongerOneEnd
   EXPECT_TRUE(tracker.since().empty());
   EXPECT_TRUE(at(60, {StrainKind::cpu}));  // a new episode
   EXPECT_EQ(tracker.since().at(StrainKind::cpu), t0 + seconds(60));
-}
 
-TEST_F(StrainTrackerTimeline, KindsHaveTheirOwnEpisodesAndALateReportEndsNone) {
-  at(0, {StrainKind::memory});
-  at(5, {StrainKind::memory, StrainKind::disk});
-  EXPECT_EQ(tracker.since(), (std::map<StrainKind, Date>{{StrainKind::memory, t0}, {StrainKind::disk, t0 + seconds(5)}}));
-  at(40, {StrainKind::disk});  // memory last seen 35 s ago: its episode ends
-  EXPECT_EQ(tracker.since(), (std::map<StrainKind, Date>{{StrainKind::disk, t0 + seconds(5)}}));
+  // Kinds have their own episodes.
+  at(100, {StrainKind::memory});
+  at(105, {StrainKind::memory, StrainKind::disk});
+  EXPECT_EQ(tracker.since(),
+            (std::map<StrainKind, Date>{{StrainKind::memory, t0 + seconds(100)}, {StrainKind::disk, t0 + seconds(105)}}));
+  at(140, {StrainKind::disk});  // memory last seen 35 s ago: its episode ends; cpu's too
+  EXPECT_EQ(tracker.since(), (std::map<StrainKind, Date>{{StrainKind::disk, t0 + seconds(105)}}));
   // The tick's own report is recorded before stale kinds are dropped, so only ticks
   // without the kind can end its episode.
-  EXPECT_FALSE(at(80, {StrainKind::disk}));
-  EXPECT_EQ(tracker.since().at(StrainKind::disk), t0 + seconds(5));
+  EXPECT_FALSE(at(180, {StrainKind::disk}));
+  EXPECT_EQ(tracker.since().at(StrainKind::disk), t0 + seconds(105));
 }
 
 }  // namespace

@@ -127,7 +127,7 @@ bool has(const std::vector<ProcessSample>& samples, int32_t pid) {
   return std::any_of(samples.begin(), samples.end(), [pid](const auto& s) { return s.pid == pid; });
 }
 
-TEST(ProcessSampler, RatesAreDeltasOverEachProcesssOwnIntervalAndCountersThatGoBackOrLeapCountNothing) {
+TEST(ProcessSampler, RatesAreDeltasOverEachProcesssOwnInterval) {
   Fixture f;
   f.world->add(10, "worker");
   f.world->usage(10) = {10, 4096, 3 * kSecond, 1000, 2000, 0, 50};
