@@ -57,8 +57,6 @@ TEST(UsageFetcher, SignInsDecideWhatIsAskedAndWhatIsAProblem) {
   auto provider = std::make_unique<EndpointProvider>(UsageTool::claude, server.url("/usage"));
   EndpointProvider& claude = *provider;
   fetcher.add(std::move(provider));
-  EXPECT_TRUE(fetcher.asks(UsageTool::claude));
-  EXPECT_FALSE(fetcher.asks(UsageTool::codex));
 
   const std::vector<UsageLogin> logins = {
       login(UsageTool::claude, "ann@example.com", now + std::chrono::hours(1), "fake-live"),

@@ -25,7 +25,6 @@ std::optional<UsageLogin> readIn(const std::string& home) {
 TEST(UsageLogin, ReadsClaudeCodeSignInsForPresenceAndExpiry) {
   const auto login = readIn("claude-valid");
   ASSERT_TRUE(login);
-  EXPECT_EQ(login->tool, UsageTool::claude);
   EXPECT_EQ(login->method, UsageLogin::Method::account);
   EXPECT_EQ(login->expiresAt, at(4102444800));
   EXPECT_TRUE(login->canRenew);
@@ -42,7 +41,6 @@ TEST(UsageLogin, ReadsClaudeCodeSignInsForPresenceAndExpiry) {
 TEST(UsageLogin, ReadsCodexSignInsWithClaimsFromTheirTokens) {
   const auto chatgpt = readIn("codex-chatgpt");
   ASSERT_TRUE(chatgpt);
-  EXPECT_EQ(chatgpt->tool, UsageTool::codex);
   EXPECT_EQ(chatgpt->method, UsageLogin::Method::account);
   EXPECT_EQ(chatgpt->expiresAt, at(4102444800));  // the access token's "exp", not the id token's
   EXPECT_EQ(chatgpt->email, "ann@example.com");
