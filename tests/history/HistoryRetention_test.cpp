@@ -10,10 +10,9 @@ namespace omnira {
 namespace {
 
 using history_testing::at;
+using history_testing::noon;
 using System = HistoryDatabase::SystemTable;
 using Apps = HistoryDatabase::AppTable;
-
-constexpr int64_t noon = 1'795'262'400;
 constexpr int64_t day = 86'400;
 
 TEST(HistoryRetention, EachTableKeepsItsOwnSpanOfTheChosenDays) {
@@ -37,9 +36,9 @@ TEST(HistoryRetention, EachTableKeepsItsOwnSpanOfTheChosenDays) {
   EXPECT_EQ(HistoryRetention::bounds(30, now).appHours, noon - 30 * day);
 }
 
-TEST(HistoryRetention, TheSettingSnapsToTheNearestChoice) {
-  auto folder = std::filesystem::temp_directory_path() / ("omnira-retention-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(folder);
+struct HistoryPrunerFile : history_testing::HistoryFolder {};
+
+TEST_F(HistoryPrunerFile, TheSettingSnapsToTheNearestChoice) {
   auto days = [&](const std::string& json) {
     std::ofstream(folder / "settings.json", std::ios::trunc) << json;
     return HistoryRetention::days(Settings::load(folder / "settings.json"));
@@ -48,12 +47,9 @@ TEST(HistoryRetention, TheSettingSnapsToTheNearestChoice) {
   EXPECT_EQ(days(R"({"historyDays": 180})"), 180);
   EXPECT_EQ(days(R"({"historyDays": 400})"), 365);
   EXPECT_EQ(days(R"({"historyDays": 1})"), 30);
-  std::filesystem::remove_all(folder);
 }
 
-struct HistoryPrunerFile : history_testing::HistoryFolder {};
-
-TEST_F(HistoryPrunerFile, PrunesAtStartThenAtMostOnceAnHour) {
+TEST_F(HistoryPrunerFile, PrunesAtStartThenAtMostOnceAnHourAndDeletingOlderHistoryHonoursTheSpanAtOnce) {
   auto database = open();
   ASSERT_TRUE(database);
   auto writeOldMinute = [&](int64_t start) {
@@ -72,11 +68,7 @@ TEST_F(HistoryPrunerFile, PrunesAtStartThenAtMostOnceAnHour) {
   auto log = file;
   log += "-wal";
   EXPECT_EQ(std::filesystem::file_size(log), 0u);  // folded back into the file
-}
 
-TEST_F(HistoryPrunerFile, DeletingOlderHistoryHonoursTheChosenSpanAtOnce) {
-  auto database = open();
-  ASSERT_TRUE(database);
   const HistoryDatabase::AppRow old{.start = noon - 100 * day, .appId = "a", .name = "A", .kind = "app"};
   auto recent = old;
   recent.start = noon - 60 * day;

@@ -27,7 +27,7 @@ Insight fullInsight() {
   return insight;
 }
 
-TEST(InsightJSON, RoundTripsWithTheFieldNamesAsKeysInOrder) {
+TEST(InsightJSON, RoundTripsWithTheFieldNamesAsKeysInOrderAndLeavesAbsentOnesOut) {
   const Insight insight = fullInsight();
   const Json json = insight.toJSON();
   std::vector<std::string> keys;
@@ -38,22 +38,20 @@ TEST(InsightJSON, RoundTripsWithTheFieldNamesAsKeysInOrder) {
   EXPECT_EQ(json["kind"], "appLimit");
   EXPECT_EQ(Insight::fromJSON(json).value(), insight);
   EXPECT_EQ(Insight::fromJSON(Json::parse(json.dump())).value(), insight);
-}
 
-TEST(InsightJSON, AbsentFieldsAreLeftOutAndReadBackAbsent) {
-  Insight insight = fullInsight();
-  insight.kind = Insight::Kind::memoryPressure;
-  insight.appName.reset();
-  insight.appKind.reset();
-  insight.bundlePath.reset();
-  insight.ruleID.reset();
-  insight.limitFigure.reset();
-  const Json json = insight.toJSON();
-  EXPECT_FALSE(json.contains("ruleID"));
-  EXPECT_EQ(Insight::fromJSON(json).value(), insight);
-  Json withNulls = json;
+  // Absent fields are left out, and read back absent, null or not there.
+  Insight sparse = insight;
+  sparse.kind = Insight::Kind::memoryPressure;
+  sparse.appName.reset();
+  sparse.appKind.reset();
+  sparse.bundlePath.reset();
+  sparse.ruleID.reset();
+  sparse.limitFigure.reset();
+  Json withNulls = sparse.toJSON();
+  EXPECT_FALSE(withNulls.contains("ruleID"));
+  EXPECT_EQ(Insight::fromJSON(withNulls).value(), sparse);
   withNulls["ruleID"] = nullptr;
-  EXPECT_EQ(Insight::fromJSON(withNulls).value(), insight);
+  EXPECT_EQ(Insight::fromJSON(withNulls).value(), sparse);
 }
 
 TEST(InsightJSON, MalformedValuesAreTypedFailures) {
@@ -106,25 +104,21 @@ TEST(UUID, IsVersionFourAndRoundTripsThroughText) {
     EXPECT_FALSE(UUID::parse(bad)) << bad;
 }
 
-TEST(InsightTexts, BytesInDecimalUnits) {
+TEST(InsightTexts, BytesStretchesAndListsReadAsWords) {
   const std::pair<uint64_t, const char*> cases[] = {
       {0, "0 bytes"},           {1, "1 byte"},           {999, "999 bytes"},          {1000, "1 kB"},
       {12'400, "12 kB"},        {350'000'000, "350 MB"}, {999'600'000, "1 GB"},        {1'200'000'000, "1.2 GB"},
       {5'368'709'120, "5.4 GB"}, {3'000'000'000'000, "3 TB"}, {UINT64_MAX, "18.4 EB"},
   };
   for (auto [count, text] : cases) EXPECT_EQ(InsightTexts::bytes(count), text) << count;
-}
 
-TEST(InsightTexts, LastStretchNamesTheTime) {
-  const std::pair<double, const char*> cases[] = {
+  const std::pair<double, const char*> stretches[] = {
       {0, "the last second"},    {30, "the last 30 seconds"}, {60, "the last minute"},
       {600, "the last 10 minutes"}, {3599, "the last hour"},   {3600, "the last hour"},
       {5400, "the last 90 minutes"}, {7200, "the last 2 hours"}, {86400 * 3, "the last 3 days"},
   };
-  for (auto [seconds, text] : cases) EXPECT_EQ(InsightTexts::lastStretch(seconds), text) << seconds;
-}
+  for (auto [seconds, text] : stretches) EXPECT_EQ(InsightTexts::lastStretch(seconds), text) << seconds;
 
-TEST(InsightTexts, ListsReadAsASentence) {
   EXPECT_EQ(InsightTexts::list({}), "");
   EXPECT_EQ(InsightTexts::list({"a"}), "a");
   EXPECT_EQ(InsightTexts::list({"a", "b"}), "a and b");

@@ -8,10 +8,9 @@ namespace omnira {
 namespace {
 
 using history_testing::at;
+using history_testing::noon;
 using Tick = ReadingsRecorder::Tick;
 using State = ReadingsRecorder::ThermalState;
-
-constexpr int64_t noon = 1'795'262'400;
 
 SystemSample sample(double interval, double cpu, uint64_t memory) {
   SystemSample s;
@@ -111,17 +110,6 @@ TEST(ReadingsRecorder, FiguresTheMachineLacksStayEmptyAndBatteryTimeCountsOnlyOn
 }
 
 struct ReadingsRecorderFile : history_testing::HistoryFolder {};
-
-TEST_F(ReadingsRecorderFile, AClosedPeriodIsWrittenAndReadBackWhole) {
-  ReadingsRecorder recorder;
-  ASSERT_FALSE(recorder.record(sample(5, 0.3, 42), {.thermal = ThermalSample{.cpuCelsius = 55}}, at(noon)));
-  auto closed = recorder.close();
-  ASSERT_TRUE(closed);
-  auto database = open();
-  ASSERT_TRUE(database);
-  ASSERT_TRUE(database->writeReading(*closed));
-  EXPECT_EQ(database->readings(noon).value(), std::vector{*closed});
-}
 
 // The application quits inside a five-minute period and starts again within it: the row
 // holds both runs' parts, not only the second's.

@@ -18,8 +18,6 @@ SystemSample calm() {
   return s;
 }
 
-TEST(Strain, CalmSampleHasNoStrain) { EXPECT_TRUE(Strain::kinds(calm(), 40.0, 90, 0.1).empty()); }
-
 TEST(Strain, EachTestAtItsInclusiveLimit) {
   struct Case {
     const char* name;
@@ -39,7 +37,7 @@ TEST(Strain, EachTestAtItsInclusiveLimit) {
       {"neural engine 0.9", [](SystemSample&) {}, {}, 90, 0.9, {StrainKind::neuralEngine}},
       {"temperature at threshold", [](SystemSample&) {}, 90.0, 90, {}, {StrainKind::temperature}},
       {"temperature below", [](SystemSample&) {}, 89.9, 90, {}, {}},
-      {"missing temperature", [](SystemSample&) {}, {}, 90, {}, {}},
+      {"calm, no temperature", [](SystemSample&) {}, {}, 90, 0.1, {}},
       {"threshold of zero", [](SystemSample&) {}, 120.0, 0, {}, {}},
       {"disk 90% used", [](SystemSample& s) { s.diskAvailable = 100; }, {}, 90, {}, {StrainKind::disk}},
       {"disk 89.9% used", [](SystemSample& s) { s.diskAvailable = 101; }, {}, 90, {}, {}},
@@ -72,7 +70,7 @@ class StrainTrackerTimeline : public ::testing::Test {
   bool at(int second, Kinds kinds) { return tracker.note(kinds, t0 + seconds(second)); }
 };
 
-TEST_F(StrainTrackerTimeline, ShortGapKeepsTheEpisodeAndItsStart) {
+TEST_F(StrainTrackerTimeline, EachKindsEpisodeOutlivesAShortGapAndEndsAfterALongerOne) {
   EXPECT_TRUE(at(0, {StrainKind::cpu}));
   EXPECT_FALSE(at(10, {}));
   EXPECT_FALSE(at(20, {}));
@@ -81,29 +79,20 @@ TEST_F(StrainTrackerTimeline, ShortGapKeepsTheEpisodeAndItsStart) {
   EXPECT_EQ(tracker.since().at(StrainKind::cpu), t0);
   EXPECT_TRUE(at(56, {}));
   EXPECT_TRUE(tracker.since().empty());
-}
+  EXPECT_TRUE(at(60, {StrainKind::cpu}));  // a new episode
+  EXPECT_EQ(tracker.since().at(StrainKind::cpu), t0 + seconds(60));
 
-TEST_F(StrainTrackerTimeline, KindsHaveTheirOwnEpisodes) {
-  at(0, {StrainKind::memory});
-  at(5, {StrainKind::memory, StrainKind::disk});
-  EXPECT_EQ(tracker.since(), (std::map<StrainKind, Date>{{StrainKind::memory, t0}, {StrainKind::disk, t0 + seconds(5)}}));
-  at(40, {StrainKind::disk});  // memory last seen 35 s ago: its episode ends
-  EXPECT_EQ(tracker.since(), (std::map<StrainKind, Date>{{StrainKind::disk, t0 + seconds(5)}}));
-}
-
-TEST_F(StrainTrackerTimeline, ANewEpisodeStartsAfterTheGraceRunsOut) {
-  at(0, {StrainKind::gpu});
-  at(31, {});
-  EXPECT_TRUE(at(40, {StrainKind::gpu}));
-  EXPECT_EQ(tracker.since().at(StrainKind::gpu), t0 + seconds(40));
-}
-
-TEST_F(StrainTrackerTimeline, AReportEndsNoEpisodeHoweverLateItComes) {
+  // Kinds have their own episodes.
+  at(100, {StrainKind::memory});
+  at(105, {StrainKind::memory, StrainKind::disk});
+  EXPECT_EQ(tracker.since(),
+            (std::map<StrainKind, Date>{{StrainKind::memory, t0 + seconds(100)}, {StrainKind::disk, t0 + seconds(105)}}));
+  at(140, {StrainKind::disk});  // memory last seen 35 s ago: its episode ends; cpu's too
+  EXPECT_EQ(tracker.since(), (std::map<StrainKind, Date>{{StrainKind::disk, t0 + seconds(105)}}));
   // The tick's own report is recorded before stale kinds are dropped, so only ticks
   // without the kind can end its episode.
-  at(0, {StrainKind::battery});
-  EXPECT_FALSE(at(45, {StrainKind::battery}));
-  EXPECT_EQ(tracker.since().at(StrainKind::battery), t0);
+  EXPECT_FALSE(at(180, {StrainKind::disk}));
+  EXPECT_EQ(tracker.since().at(StrainKind::disk), t0 + seconds(105));
 }
 
 }  // namespace

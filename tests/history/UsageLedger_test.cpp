@@ -13,11 +13,10 @@ namespace {
 
 using history_testing::app;
 using history_testing::at;
-
-constexpr int64_t noon = 1'795'262'400;
+using history_testing::noon;
 constexpr int64_t day = 86'400;
 
-TEST(UsageLedger, AddsEachTickToTheAppsOfItsLocalDay) {
+TEST(UsageLedger, AddsEachTickToTheAppsOfItsLocalDayAndKeepsOnlyTheLastDays) {
   UsageLedger ledger;
   ledger.record(5, at(noon));
   ledger.record({app("a", "A", 50, 100, 2), app("b", "B", 10, 5)}, TickGroups::fresh, 5, at(noon));
@@ -36,24 +35,18 @@ TEST(UsageLedger, AddsEachTickToTheAppsOfItsLocalDay) {
   EXPECT_EQ(a.peakMemoryBytes, 300u);
   EXPECT_EQ(ledger.day(UsageLedger::dayKey(at(noon + day))).apps.at("a").peakMemoryBytes, 50u);
   EXPECT_TRUE(ledger.day("1999-01-01").apps.empty());
-  EXPECT_EQ(UsageLedger::dayKey(at(noon)).size(), 10u);
-}
 
-TEST(UsageLedger, EnergyOfOneProcessSampleCountsOnceHoweverManyTicksRepeatIt) {
-  UsageLedger ledger;
-  const std::vector<AppGroup> groups{app("a", "A", 50, 100, 12)};
-  for (int i = 0; i < 12; ++i) {
-    ledger.record(groups, i % 6 == 0 ? TickGroups::fresh : TickGroups::repeated, 5, at(noon + 5 * i));
-  }
-  const auto& a = ledger.day(UsageLedger::dayKey(at(noon))).apps.at("a");
-  EXPECT_DOUBLE_EQ(a.energyJoules, 24);
-  EXPECT_DOUBLE_EQ(a.cpuSeconds, 0.5 * 60);
-  EXPECT_DOUBLE_EQ(a.seconds, 60);
-}
+  // Energy of one process sample counts once however many ticks repeat it; rates count every tick.
+  UsageLedger repeated;
+  for (int i = 0; i < 12; ++i)
+    repeated.record({app("a", "A", 50, 100, 12)}, i % 6 == 0 ? TickGroups::fresh : TickGroups::repeated, 5,
+                    at(noon + 5 * i));
+  const auto& r = repeated.day(UsageLedger::dayKey(at(noon))).apps.at("a");
+  EXPECT_DOUBLE_EQ(r.energyJoules, 24);
+  EXPECT_DOUBLE_EQ(r.cpuSeconds, 0.5 * 60);
 
-TEST(UsageLedger, KeepsOnlyTheLastDays) {
-  UsageLedger ledger;
-  for (int i = 0; i < UsageLedger::keptDays + 5; ++i) ledger.record(1, at(noon + i * day));
+  // Only the last days are kept.
+  for (int i = 2; i < UsageLedger::keptDays + 5; ++i) ledger.record(1, at(noon + i * day));
   EXPECT_EQ(ledger.days().size(), static_cast<size_t>(UsageLedger::keptDays));
   EXPECT_EQ(ledger.days().begin()->first, UsageLedger::dayKey(at(noon + 5 * day)));
 }
@@ -62,24 +55,17 @@ struct UsageLedgerFile : history_testing::HistoryFolder {
   std::filesystem::path usage() { return AppPaths(folder, folder / "config").dataFile("usage.json"); }
 };
 
-TEST_F(UsageLedgerFile, SavesAndLoadsWithFixedKeys) {
+TEST_F(UsageLedgerFile, SavesWithFixedKeysAndABadEntryCostsOnlyItselfWithTheFileKeptBeforeTheSave) {
   EXPECT_TRUE(UsageLedger::load(usage()).value().days().empty());  // no file yet
   UsageLedger ledger;
-  ledger.record(5, at(noon));
-  ledger.record({app("/x.desktop", "X", 20, 1234, 0.5)}, TickGroups::fresh, 5, at(noon));
+  for (int d = 0; d < 5; ++d) ledger.record({app("/x.desktop", "X", 20, 1234, 0.5)}, TickGroups::fresh, 5, at(noon + d * day));
   ASSERT_TRUE(ledger.save(usage()));
   EXPECT_EQ(UsageLedger::load(usage()).value(), ledger);
-
   auto json = ledger.toJSON();
-  const auto& entry = json["days"][UsageLedger::dayKey(at(noon))]["apps"]["/x.desktop"];
-  EXPECT_EQ(entry.dump(), R"({"name":"X","seconds":5.0,"cpuSeconds":1.0,"energyJoules":0.5,"peakMemoryBytes":1234})");
-}
+  EXPECT_EQ(json["days"][UsageLedger::dayKey(at(noon))]["apps"]["/x.desktop"].dump(),
+            R"({"name":"X","seconds":5.0,"cpuSeconds":1.0,"energyJoules":0.5,"peakMemoryBytes":1234})");
 
-TEST_F(UsageLedgerFile, ABadEntryCostsOnlyItselfAndTheFileIsKeptBeforeTheSave) {
-  // Five days, one app entry of which is cut short.
-  UsageLedger ledger;
-  for (int d = 0; d < 5; ++d) ledger.record({app("/x.desktop", "X", 20, 1234, 0.5)}, TickGroups::fresh, 5, at(noon + d * day));
-  auto json = ledger.toJSON();
+  // One app entry cut short.
   json["days"][UsageLedger::dayKey(at(noon))]["apps"]["/broken.desktop"] = {{"name", "Broken"}};
   const std::string original = json.dump();
   std::ofstream(usage()) << original;

@@ -19,7 +19,7 @@ std::vector<ProcessSample> withCPU(std::initializer_list<double> percents) {
   return samples;
 }
 
-TEST(EnergyEstimate, SharesMeasuredPowerByCPU) {
+TEST(EnergyEstimate, SharesMeasuredPowerByCPUOrLeavesSamplesAlone) {
   auto shared = EnergyEstimate::sharing(6.0, 2.0, withCPU({150, 50, 0}));
   EXPECT_DOUBLE_EQ(shared[0].powerWatts, 4.5);
   EXPECT_DOUBLE_EQ(shared[0].energyJoules, 9.0);
@@ -27,9 +27,8 @@ TEST(EnergyEstimate, SharesMeasuredPowerByCPU) {
   EXPECT_DOUBLE_EQ(shared[1].energyJoules, 3.0);
   EXPECT_EQ(shared[2].powerWatts, 0);
   EXPECT_EQ(shared[2].energyJoules, 0);
-}
 
-TEST(EnergyEstimate, LeavesSamplesAloneWithoutPowerTimeOrCPU) {
+  // Without power, time or CPU the samples are left alone.
   auto measured = withCPU({10, 20});
   measured[0].powerWatts = 0.25;  // a figure from elsewhere must survive
   for (auto [watts, interval, samples] : {std::tuple{0.0, 2.0, measured},

@@ -12,7 +12,7 @@ namespace {
 using Args = std::vector<std::string>;
 using helper_role::classify;
 
-TEST(HelperRole, ChromiumArguments) {
+TEST(HelperRole, ChromiumAndGeckoArguments) {
   using helper_role::parse;
   EXPECT_EQ(parse({}), std::nullopt);
   EXPECT_EQ(parse({"/opt/chrome/chrome", "--no-sandbox"}), std::nullopt);
@@ -32,9 +32,8 @@ TEST(HelperRole, ChromiumArguments) {
             HelperRole::other);
   // Prefixes must match exactly.
   EXPECT_EQ(parse({"chrome", "--typo=renderer", "-type=renderer"}), std::nullopt);
-}
 
-TEST(HelperRole, GeckoByPathOrContentProcessArgument) {
+  // Gecko: by path, or by the content-process argument.
   using helper_role::parseGecko;
   EXPECT_EQ(parseGecko({"tab"}), std::nullopt);  // a single argument decides nothing
   EXPECT_EQ(parseGecko({"plugin-container", "tab"}), HelperRole::renderer);
@@ -55,7 +54,7 @@ TEST(HelperRole, GeckoByPathOrContentProcessArgument) {
   EXPECT_EQ(classify(std::string("/usr/lib/firefox/firefox"), {"/usr/lib/firefox/firefox", "-new-window"}), std::nullopt);
 }
 
-TEST(HelperRole, WebKitByPath) {
+TEST(HelperRole, WebKitAndBundleHelpersByPath) {
   using helper_role::webKitRole;
   const std::string xpc = "/System/Library/Frameworks/WebKit.framework/Versions/A/XPCServices/";
   EXPECT_EQ(webKitRole(xpc + "com.apple.WebKit.WebContent.xpc/Contents/MacOS/com.apple.WebKit.WebContent"),
@@ -78,9 +77,8 @@ TEST(HelperRole, WebKitByPath) {
   EXPECT_EQ(classify(gtk + "WebKitNetworkProcess", {"WebKitNetworkProcess", "--type=renderer"}), HelperRole::network);
   EXPECT_EQ(classify(std::nullopt, {"chrome", "--type=renderer"}), HelperRole::renderer);
   EXPECT_EQ(classify(std::nullopt, {}), std::nullopt);
-}
 
-TEST(HelperRole, PlaceInTheBundle) {
+  // Without switches, the place in the bundle.
   const std::string bundle = "/Applications/Slack.app";
   const std::string executables = bundle + "/Contents/MacOS";
   auto role = [&](std::optional<std::string> path) { return AppGroup::switchlessRole(path, executables, bundle); };

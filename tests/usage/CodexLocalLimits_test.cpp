@@ -7,6 +7,8 @@
 
 #include <fstream>
 
+#include "tests/usage/UsageLogFiles.h"
+
 namespace omnira {
 namespace {
 
@@ -44,11 +46,8 @@ TEST_F(CodexLocalLimitsTest, TheNewestCompleteReadingOfTheNewestLogWins) {
   touch(sessions / "19" / "rollout-2026-11-19T08-00-00-old.jsonl", now - std::chrono::hours(20));
   auto account = CodexLocalLimits::read(std::vector{home("current")}, now);
   ASSERT_TRUE(account.has_value());
-  EXPECT_EQ(account->id, "codex-local");
-  EXPECT_EQ(account->tool, UsageTool::codex);
   EXPECT_EQ(account->label, "ann@example.com");
   EXPECT_EQ(account->plan, "pro");  // the reading's own plan before the sign-in's
-  EXPECT_EQ(account->source, UsageAccount::Source::toolFiles);
   EXPECT_EQ(account->fetchedAt, *parseISO8601("2026-11-20T11:30:00.000Z"));
   ASSERT_EQ(account->windows.size(), 2u);
   EXPECT_EQ(account->windows[0], UsageWindow(UsageWindow::Kind::session, std::nullopt, 0.125, at(1795190400), 18000));
@@ -125,11 +124,8 @@ TEST_F(CodexLocalLimitsTest, ReadingBackwardsCopesWithLongLinesAndChunkEdges) {
 }
 
 TEST_F(CodexLocalLimitsTest, TheEnvironmentNamesTheHomes) {
-  const auto environment = [&](const std::string& name) -> std::optional<std::string> {
-    if (name == "CODEX_HOME") return home("none").string() + "," + home("passed").string();
-    if (name == "HOME") return root.string();
-    return std::nullopt;
-  };
+  const auto environment = usage_testing::environment(
+      {{"CODEX_HOME", home("none").string() + "," + home("passed").string()}, {"HOME", root.string()}});
   touch(home("none") / "sessions" / "2026" / "11" / "20" / "rollout-2026-11-20T06-00-00-none.jsonl",
         now - std::chrono::hours(2));
   auto account = CodexLocalLimits::read(environment, now);

@@ -4,20 +4,17 @@
 #include "OmniraCore/usage/UsageLimitsCache.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
+#include "tests/usage/UsageLogFiles.h"
 
 namespace omnira {
 namespace {
 
 namespace fs = std::filesystem;
 
-TEST(UsageLimitsCacheFile, DamageIsMovedAsideAndAnUnreadableCacheLeftAlone) {
-  const fs::path folder = fs::temp_directory_path() / ("omnira-limits-cache-" + std::to_string(::getpid()));
-  fs::remove_all(folder);
-  fs::create_directories(folder);
+struct UsageLimitsCacheFile : usage_testing::LogFolder {};
+
+TEST_F(UsageLimitsCacheFile, DamageIsMovedAsideAndAnUnreadableCacheLeftAlone) {
   const fs::path file = folder / UsageLimitsCache::fileName;
   UsageLimitsCache cache;
   cache.refreshedAt = Date(std::chrono::seconds(1'800'000'000));
@@ -28,10 +25,7 @@ TEST(UsageLimitsCacheFile, DamageIsMovedAsideAndAnUnreadableCacheLeftAlone) {
   ASSERT_FALSE(dropped.ok());
   const auto aside = file.string() + ".bad-" + formatLocal(std::chrono::system_clock::now(), "%Y-%m-%d");
   EXPECT_NE(dropped.error().message.find(aside), std::string::npos) << dropped.error().message;
-  {
-    std::ifstream in(aside);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), unknownTool);
-  }
+  EXPECT_EQ(read(aside), unknownTool);
   ASSERT_TRUE(cache.save(file).ok());
   EXPECT_EQ(UsageLimitsCache::load(file).value(), cache);
 
@@ -41,7 +35,6 @@ TEST(UsageLimitsCacheFile, DamageIsMovedAsideAndAnUnreadableCacheLeftAlone) {
   EXPECT_TRUE(UsageLimitsCache::loadOrEmpty(file).accounts.empty());
   EXPECT_TRUE(cache.save(file).ok());  // skipped, and said once
   EXPECT_TRUE(fs::is_directory(file / "inside"));
-  fs::remove_all(folder);
 }
 
 }  // namespace

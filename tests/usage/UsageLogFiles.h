@@ -1,6 +1,6 @@
 #pragma once
-// Shared by the usage tests: a fresh folder per test with homes for the coding tools, and
-// log lines shaped like the ones Claude Code writes.
+// Shared by the usage tests: a fresh folder per test with homes for the coding tools, log
+// lines shaped like the ones Claude Code writes, and environments made of a few variables.
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -8,11 +8,13 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <ostream>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
+#include "OmniraCore/foundation/AppPaths.h"
 #include "OmniraCore/usage/TokenUsage.h"
 
 namespace omnira {
@@ -29,6 +31,15 @@ namespace omnira::usage_testing {
 namespace fs = std::filesystem;
 
 inline const fs::path fixtures = fs::path(OMNIRA_FIXTURES) / "usage";
+
+// An environment that holds these variables and no others.
+inline AppPaths::Environment environment(std::map<std::string, std::string> variables) {
+  return [variables = std::move(variables)](const std::string& name) -> std::optional<std::string> {
+    auto found = variables.find(name);
+    if (found == variables.end()) return std::nullopt;
+    return found->second;
+  };
+}
 
 struct LogFolder : ::testing::Test {
   fs::path folder;

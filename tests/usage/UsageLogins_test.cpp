@@ -2,19 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
+#include "tests/usage/UsageLogFiles.h"
 
 namespace omnira {
 namespace {
 
 using Paths = std::vector<std::filesystem::path>;
-
-AppPaths::Environment environment(std::map<std::string, std::string> values) {
-  return [values](const std::string& name) -> std::optional<std::string> {
-    auto it = values.find(name);
-    return it == values.end() ? std::nullopt : std::optional<std::string>(it->second);
-  };
-}
+using usage_testing::environment;
 
 TEST(UsageLogins, FindsTheHomesFromTheEnvironment) {
   EXPECT_EQ(UsageLogins::claudeHomes(environment({{"HOME", "/home/ada"}})),

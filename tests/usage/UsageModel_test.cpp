@@ -20,17 +20,13 @@ UsageWindow sessionWindow(double used, std::chrono::seconds untilReset) {
   return UsageWindow(Kind::session, std::nullopt, used, now + untilReset, UsageWindow::sessionLength);
 }
 
-TEST(UsageTool, ListsTheToolsInOrderWithTheirTexts) {
+TEST(UsageTool, ListsTheToolsInOrderUnderTheirStoredNames) {
   std::vector<std::string_view> raw;
   for (UsageTool tool : allUsageTools) raw.push_back(rawValue(tool));
   EXPECT_EQ(raw, (std::vector<std::string_view>{"claude", "codex", "copilot", "cursor", "grok", "ollama",
                                                  "antigravity", "opencode"}));
   for (UsageTool tool : allUsageTools) EXPECT_EQ(usageToolFromRaw(rawValue(tool)), tool);
   EXPECT_FALSE(usageToolFromRaw("Claude"));
-  EXPECT_EQ(displayName(UsageTool::copilot), "GitHub Copilot");
-  EXPECT_EQ(vendor(UsageTool::antigravity), "Google");
-  EXPECT_EQ(vendor(UsageTool::grok), "xAI");
-  EXPECT_EQ(signInHint(UsageTool::opencode), "Sign in to OpenCode Go with the opencode command.");
 }
 
 TEST(UsageWindow, ClampsUseAndNamesItself) {
@@ -42,11 +38,7 @@ TEST(UsageWindow, ClampsUseAndNamesItself) {
   EXPECT_DOUBLE_EQ(UsageWindow(Kind::week, std::nullopt, 0.25).left(), 0.75);
   EXPECT_EQ(UsageWindow(Kind::session, std::nullopt, 0).id(), "session");
   EXPECT_EQ(UsageWindow(Kind::week, "opus", 0).id(), "week:opus");
-  EXPECT_EQ(UsageWindow::sessionLength, 18000);
-  EXPECT_EQ(UsageWindow::weekLength, 604800);
-  EXPECT_EQ(UsageWindow::monthLength, 2592000);
   for (Kind kind : UsageWindow::allKinds) EXPECT_EQ(usageWindowKindFromRaw(rawValue(kind)), kind);
-  EXPECT_EQ(rawValue(Kind::cursorModels), "cursorModels");
 }
 
 TEST(UsageWindow, PaceAtItsBoundaries) {
@@ -91,9 +83,6 @@ TEST(UsageAccount, LeadsWithTheHighestRankThenTheFullest) {
   EXPECT_EQ(account.lead()->id(), "week:opus");
   account.windows = {UsageWindow(Kind::week, "a", 0.4), UsageWindow(Kind::month, "b", 0.4)};
   EXPECT_EQ(account.lead()->id(), "week:a");  // a full tie keeps the earlier
-  EXPECT_EQ(leadRank(Kind::cycle), 3);
-  EXPECT_EQ(leadRank(Kind::chat), 2);
-  EXPECT_EQ(leadRank(Kind::modelSession), 0);
 }
 
 TEST(UsageProblem, SaysEachLine) {
@@ -123,11 +112,9 @@ TEST(UsageModelJSON, RoundTripsWithOptionalKeysOnlyWhenPresent) {
   EXPECT_EQ(json["source"], "toolFiles");
   EXPECT_EQ(json["windows"][1], (nlohmann::json{{"kind", "week"}, {"model", "gpt-5"}, {"used", 0.1}}));
   EXPECT_EQ(json["windows"][0]["resetsAt"], formatISO8601(now + 2h));
-  EXPECT_TRUE(json["fetchedAt"].get<std::string>().ends_with("Z"));
   EXPECT_EQ(UsageAccount::fromJSON(nlohmann::json::parse(json.dump())).value(), account);
   account.plan = "Plus";
   EXPECT_EQ(UsageAccount::fromJSON(account.toJSON()).value(), account);
-  EXPECT_NE(std::hash<UsageAccount>()(account), 0u);
 
   UsageProblem problem{UsageTool::cursor, UsageProblem::Kind::throttled, std::nullopt};
   EXPECT_EQ(problem.toJSON(), (nlohmann::json{{"tool", "cursor"}, {"kind", "throttled"}}));
