@@ -139,7 +139,9 @@ void Desktop::showApp(const QString& groupID) {
 void Desktop::placePanel() {
   QQuickWindow* window = panel_->window();
   if (!window) return;
-  const QRect icon = icon_->geometry();
+  QRect icon = icon_->geometry();
+  // Some tray hosts report the icon's place inside the tray, not on the screen.
+  if (icon.topLeft() == QPoint(0, 0)) icon = {};
   QScreen* screen = icon.isValid() ? QGuiApplication::screenAt(icon.center()) : nullptr;
   if (!screen) screen = QGuiApplication::primaryScreen();
   if (!screen) return;

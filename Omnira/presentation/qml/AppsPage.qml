@@ -123,6 +123,7 @@ FocusScope {
                         horizontalAlignment: numeric ? Text.AlignRight : Text.AlignLeft
                         verticalAlignment: Text.AlignVCenter
                         text: display
+                        textFormat: Text.PlainText  // names are any bytes a process chose
                         color: sys.windowText
                         elide: Text.ElideRight
                     }

@@ -43,6 +43,7 @@ Column {
                     Text {
                         width: parent.width
                         text: title
+                        textFormat: Text.PlainText  // may quote a process's name
                         color: sys.windowText
                         font.weight: Font.DemiBold
                         wrapMode: Text.Wrap
@@ -50,6 +51,7 @@ Column {
                     Text {
                         width: parent.width
                         text: detail
+                        textFormat: Text.PlainText
                         color: sys.windowText
                         opacity: 0.7
                         wrapMode: Text.Wrap

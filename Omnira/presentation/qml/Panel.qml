@@ -120,7 +120,7 @@ Window {
                                 anchors.fill: parent
                                 anchors.leftMargin: 6; anchors.rightMargin: 6
                                 spacing: 8
-                                Text { Layout.fillWidth: true; text: modelData.name; color: sys.windowText; elide: Text.ElideRight }
+                                Text { Layout.fillWidth: true; text: modelData.name; textFormat: Text.PlainText; color: sys.windowText; elide: Text.ElideRight }
                                 Text { Layout.preferredWidth: 60; horizontalAlignment: Text.AlignRight; text: modelData.cpu; color: sys.windowText }
                                 Text { Layout.preferredWidth: 70; horizontalAlignment: Text.AlignRight; text: modelData.memory; color: sys.windowText; opacity: 0.7 }
                             }
