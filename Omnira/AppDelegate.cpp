@@ -20,6 +20,7 @@
 #include "Omnira/SettingsWatcher.h"
 #include "Omnira/TickLine.h"
 #include "Omnira/UsageLimitsStore.h"
+#include "Omnira/presentation/Desktop.h"
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/foundation/SettingsFile.h"
@@ -104,6 +105,12 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   metrics_ = std::make_unique<MetricsPublisher>(store_.get(), usageLimits_.get());
   connect(settingsWatcher_.get(), &SettingsWatcher::changed, metrics_.get(), &MetricsPublisher::applySettings);
   metrics_->applySettings(settingsWatcher_->current());
+  if (options_.desktop) {
+    desktop_ = std::make_unique<presentation::Desktop>(store_.get(), *paths_, settingsWatcher_->current());
+    connect(settingsWatcher_.get(), &SettingsWatcher::changed, desktop_.get(), &presentation::Desktop::applySettings);
+    connect(desktop_.get(), &presentation::Desktop::quitRequested, this, &AppDelegate::stopRequested);
+    if (!options_.openOnStart.empty()) desktop_->open(QString::fromStdString(options_.openOnStart));
+  }
   spdlog::info("Omnira {} started; data in {}", OMNIRA_VERSION, paths_->dataFolder().string());
   return {};
 }
@@ -131,6 +138,7 @@ QuitRequests::Parts AppDelegate::quitParts() {
 
 void AppDelegate::stop() {
   if (!store_) return;
+  desktop_.reset();       // its windows read the store
   quitRequests_.reset();  // an open panel goes; its asker hears nothing more
   bridge_.reset();        // no question is answered from a store that is stopping
   metrics_.reset();       // nor scraped from it

@@ -4,7 +4,7 @@
 // Start: data and settings folders → the single-instance lock → logging → settings and
 // their watch → the monitor store (saved state, history, samplers, loop) → the agent bridge
 // (while "bridgeEnabled" is on) → usage limits → the metrics endpoint (while "metricsEnabled"
-// is on) → notifications → SIGINT/SIGTERM/SIGHUP.
+// is on) → notifications → the status icon and its windows (with a display) → SIGINT/SIGTERM/SIGHUP.
 // Stop (on either signal, or when the event loop ends): the bridge stops listening, the loop
 // and the samplers end, then live history, ledger and insights are saved and the history
 // is checkpointed, and the lock is released last.
@@ -32,6 +32,9 @@ class InsightNotifier;
 class UsageLimitsStore;
 class BridgeHost;
 class MetricsPublisher;
+namespace presentation {
+class Desktop;
+}
 
 class AppDelegate : public QObject {
   Q_OBJECT
@@ -40,6 +43,8 @@ class AppDelegate : public QObject {
   struct Options {
     bool watching = false;    // behave as if a view showed live figures
     bool printTicks = false;  // one line per tick on standard output
+    bool desktop = false;     // a display answers: the status icon, its panel and the window
+    std::string openOnStart;  // with `desktop`: "panel" or a page of the window to open at once
   };
 
   struct Failure {
@@ -57,9 +62,10 @@ class AppDelegate : public QObject {
   void stop();
 
   MonitorStore* store() const { return store_.get(); }
+  presentation::Desktop* desktop() const { return desktop_.get(); }
 
  signals:
-  // SIGINT, SIGTERM or SIGHUP arrived.
+  // SIGINT, SIGTERM or SIGHUP arrived, or the person chose Quit.
   void stopRequested();
 
  private:
@@ -78,6 +84,7 @@ class AppDelegate : public QObject {
   std::unique_ptr<BridgeHost> bridge_;
   std::unique_ptr<QuitRequests> quitRequests_;
   std::unique_ptr<MetricsPublisher> metrics_;
+  std::unique_ptr<presentation::Desktop> desktop_;
   int signalFD_ = -1;
   std::unique_ptr<QSocketNotifier> signalNotifier_;
 };

@@ -46,6 +46,8 @@ int OmniraApp::run(int argc, char** argv) {
                "Run without any window: quit requests are asked through notifications (the default without a display)");
   cli.add_flag("--watching", options.watching,
                "Sample as if a window showed live figures: every \"refreshSeconds\", processes every tick");
+  // For the screenshot script and for trying a page: opens "panel", "overview" or "apps" at start.
+  cli.add_option("--open", options.openOnStart)->group("")->check(CLI::IsMember({"panel", "overview", "apps"}));
   cli.set_version_flag("--version", OMNIRA_VERSION);
   try {
     cli.parse(argc, argv);
@@ -62,8 +64,9 @@ int OmniraApp::run(int argc, char** argv) {
   std::unique_ptr<QCoreApplication> application;
   if (!headless && displayAnswers()) {
     auto* gui = new QApplication(qtArgc, qtArgv);
-    gui->setQuitOnLastWindowClosed(false);  // a closed panel is not the end of Omnira
+    gui->setQuitOnLastWindowClosed(false);  // a closed window is not the end of Omnira: it stays in the panel
     application.reset(gui);
+    options.desktop = true;
   } else {
     application = std::make_unique<QCoreApplication>(qtArgc, qtArgv);
   }

@@ -1,0 +1,190 @@
+#include "Omnira/presentation/Desktop.h"
+
+#include <QGuiApplication>
+#include <QPalette>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QScreen>
+#include <QtQml/qqml.h>
+
+#include <spdlog/spdlog.h>
+
+#include "Omnira/MonitorStore.h"
+#include "Omnira/presentation/AppsModel.h"
+#include "Omnira/presentation/ChartItem.h"
+#include "Omnira/presentation/LiveFigures.h"
+#include "Omnira/presentation/QmlWindow.h"
+#include "Omnira/presentation/StatusIcon.h"
+#include "Omnira/presentation/WorthALookModel.h"
+#include "OmniraCore/foundation/SettingsFile.h"
+
+namespace omnira::presentation {
+
+namespace {
+
+// Dark colours for a desktop whose theme Qt cannot read (OMNIRA_PALETTE=dark).
+QPalette darkPalette() {
+  QPalette palette;
+  const QColor window(0x1c, 0x1f, 0x26), base(0x24, 0x28, 0x31), text(0xe6, 0xe8, 0xec), mid(0x3a, 0x3f, 0x4b);
+  palette.setColor(QPalette::Window, window);
+  palette.setColor(QPalette::WindowText, text);
+  palette.setColor(QPalette::Base, base);
+  palette.setColor(QPalette::AlternateBase, window);
+  palette.setColor(QPalette::Text, text);
+  palette.setColor(QPalette::Button, QColor(0x2c, 0x31, 0x3c));
+  palette.setColor(QPalette::ButtonText, text);
+  palette.setColor(QPalette::Mid, mid);
+  palette.setColor(QPalette::Dark, QColor(0x12, 0x14, 0x19));
+  palette.setColor(QPalette::Light, QColor(0x4a, 0x50, 0x5e));
+  palette.setColor(QPalette::Highlight, QColor(0x3b, 0x82, 0xf6));
+  palette.setColor(QPalette::HighlightedText, Qt::white);
+  palette.setColor(QPalette::ToolTipBase, base);
+  palette.setColor(QPalette::ToolTipText, text);
+  palette.setColor(QPalette::PlaceholderText, QColor(0x8b, 0x91, 0x9e));
+  palette.setColor(QPalette::Disabled, QPalette::Text, QColor(0x6b, 0x71, 0x7e));
+  palette.setColor(QPalette::Disabled, QPalette::WindowText, QColor(0x6b, 0x71, 0x7e));
+  palette.setColor(QPalette::Disabled, QPalette::ButtonText, QColor(0x6b, 0x71, 0x7e));
+  return palette;
+}
+
+void prepareQml() {
+  static const bool once = [] {
+    qmlRegisterType<ChartItem>("Omnira", 1, 0, "Chart");
+    // Fusion follows the desktop's palette, light or dark; a person's own choice wins.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_CONTROLS_STYLE")) QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    if (qEnvironmentVariable("OMNIRA_PALETTE") == QLatin1String("dark")) QGuiApplication::setPalette(darkPalette());
+    return true;
+  }();
+  (void)once;
+}
+
+}  // namespace
+
+Desktop::Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, QObject* parent)
+    : QObject(parent), store_(store), paths_(std::move(paths)) {
+  prepareQml();
+  figures_ = std::make_unique<LiveFigures>(store_);
+  appsModel_ = std::make_unique<AppsModel>();
+  appsTable_ = std::make_unique<AppsTable>(appsModel_.get());
+  worthALook_ = std::make_unique<WorthALookModel>(store_, paths_.dataFile("insights.json"));
+  icon_ = std::make_unique<StatusIcon>(store_, settings);
+  panel_ = std::make_unique<QmlWindow>(QUrl(QStringLiteral("qrc:/omnira/qml/Panel.qml")),
+                                       std::map<QString, QObject*>{{QStringLiteral("omnira"), this}});
+  main_ = std::make_unique<QmlWindow>(QUrl(QStringLiteral("qrc:/omnira/qml/MainWindow.qml")),
+                                      std::map<QString, QObject*>{{QStringLiteral("omnira"), this}});
+  for (QmlWindow* window : {panel_.get(), main_.get()}) {
+    connect(window, &QmlWindow::opened, this, &Desktop::viewersChanged);
+    connect(window, &QmlWindow::closed, this, &Desktop::viewersChanged);
+  }
+  connect(icon_.get(), &StatusIcon::panelRequested, this, [this] {
+    if (panel_->isOpen())
+      closePanel();
+    else
+      openPanel();
+  });
+  connect(icon_.get(), &StatusIcon::pageRequested, this, &Desktop::open);
+  connect(icon_.get(), &StatusIcon::pauseNotificationsToggled, this, &Desktop::pauseNotifications);
+  connect(icon_.get(), &StatusIcon::quitRequested, this, &Desktop::quitRequested);
+}
+
+Desktop::~Desktop() {
+  // Windows first: their QML still binds to the models.
+  panel_.reset();
+  main_.reset();
+  if (viewing_) store_->viewerDisappeared();
+}
+
+bool Desktop::isPage(const QString& page) { return page == QLatin1String("overview") || page == QLatin1String("apps"); }
+
+void Desktop::setPage(const QString& page) {
+  if (!isPage(page) || page == page_) return;
+  page_ = page;
+  emit pageChanged();
+}
+
+QObject* Desktop::figures() const { return figures_.get(); }
+QObject* Desktop::apps() const { return appsTable_.get(); }
+QObject* Desktop::worthALook() const { return worthALook_.get(); }
+
+void Desktop::applySettings(const Settings& settings) { icon_->applySettings(settings); }
+
+bool Desktop::open(const QString& page) {
+  if (page == QLatin1String("panel")) return openPanel();
+  if (!isPage(page)) return false;
+  setPage(page);
+  closePanel();
+  return main_->open();
+}
+
+bool Desktop::openPanel() {
+  if (!panel_->open()) return false;
+  placePanel();
+  return true;
+}
+
+void Desktop::closePanel() { panel_->close(); }
+
+void Desktop::setSelectedApp(const QString& groupID) {
+  if (groupID == selectedApp_) return;
+  selectedApp_ = groupID;
+  emit selectedAppChanged();
+}
+
+void Desktop::showApp(const QString& groupID) {
+  setSelectedApp(groupID);
+  appsTable_->setFilterText({});  // a filter could hide the app the person asked for
+  open(QStringLiteral("apps"));
+}
+
+void Desktop::placePanel() {
+  QQuickWindow* window = panel_->window();
+  if (!window) return;
+  QRect icon = icon_->geometry();
+  // Some tray hosts report the icon's place inside the tray, not on the screen.
+  if (icon.topLeft() == QPoint(0, 0)) icon = {};
+  QScreen* screen = icon.isValid() ? QGuiApplication::screenAt(icon.center()) : nullptr;
+  if (!screen) screen = QGuiApplication::primaryScreen();
+  if (!screen) return;
+  const QRect area = screen->availableGeometry();
+  constexpr int gap = 6;
+  // Under the icon when the panel is at the top of the screen, above it otherwise; without
+  // an icon's place, the top right corner, where panels usually keep it.
+  QPoint at(area.right() - window->width() - gap, area.top() + gap);
+  if (icon.isValid()) {
+    at.setX(icon.center().x() - window->width() / 2);
+    at.setY(icon.center().y() < area.center().y() ? icon.bottom() + gap : icon.top() - window->height() - gap);
+  }
+  at.setX(std::clamp(at.x(), area.left() + gap, std::max(area.left() + gap, area.right() - window->width() - gap)));
+  at.setY(std::clamp(at.y(), area.top() + gap, std::max(area.top() + gap, area.bottom() - window->height() - gap)));
+  window->setPosition(at);
+}
+
+void Desktop::viewersChanged() {
+  const bool viewing = panel_->isOpen() || main_->isOpen();
+  if (viewing != viewing_) {
+    viewing_ = viewing;
+    if (viewing)
+      store_->viewerAppeared();
+    else
+      store_->viewerDisappeared();
+    figures_->setActive(viewing);
+  }
+  // The table follows the groups only while the window that shows it is open.
+  if (main_->isOpen() && !groups_) {
+    appsModel_->setGroups(store_->groups());
+    groups_ = connect(store_, &MonitorStore::groupsChanged, this, [this] { appsModel_->setGroups(store_->groups()); });
+  } else if (!main_->isOpen() && groups_) {
+    disconnect(groups_);
+    groups_ = {};
+    appsModel_->setGroups({});
+  }
+}
+
+void Desktop::pauseNotifications(bool paused) {
+  const auto written = SettingsFile(paths_.settingsFile()).setValue("insightNotifications", !paused);
+  if (written) return;  // the settings watcher brings the change back to the menu
+  spdlog::warn("Could not pause notifications: {}", written.error().message);
+  icon_->applySettings(Settings::load(paths_.settingsFile()));
+}
+
+}  // namespace omnira::presentation

@@ -1,0 +1,103 @@
+#pragma once
+// Omnira on the desktop: the status icon, the drop-down panel and the main window, and the
+// models they show. Created by AppDelegate only when a display answers; a headless run
+// never builds any of it. While the panel or the window is open the store samples as for
+// a viewer (every "refreshSeconds", processes every tick) and the models follow it; with
+// both closed their QML engines are gone and the models stand still.
+//
+// The windows use Qt Quick's Fusion style on the application's palette, so they are light
+// or dark as the desktop is; OMNIRA_PALETTE=dark forces dark where Qt cannot read the
+// desktop's choice (a bare X server, as the screenshot script runs).
+//
+// Main thread only. The QML reads this object as `omnira`. Writing the notification pause
+// may fail (an unreadable settings file): that is logged and the menu shows the setting as
+// it stands.
+
+#include <QObject>
+#include <QString>
+
+#include <filesystem>
+#include <memory>
+
+#include "OmniraCore/foundation/AppPaths.h"
+#include "OmniraCore/foundation/Settings.h"
+
+namespace omnira {
+class MonitorStore;
+}
+
+namespace omnira::presentation {
+
+class AppsModel;
+class AppsTable;
+class LiveFigures;
+class QmlWindow;
+class StatusIcon;
+class WorthALookModel;
+
+class Desktop : public QObject {
+  Q_OBJECT
+  Q_PROPERTY(QString page READ page WRITE setPage NOTIFY pageChanged)
+  Q_PROPERTY(QObject* figures READ figures CONSTANT)
+  Q_PROPERTY(QObject* apps READ apps CONSTANT)
+  Q_PROPERTY(QObject* worthALook READ worthALook CONSTANT)
+  Q_PROPERTY(QString selectedApp READ selectedApp WRITE setSelectedApp NOTIFY selectedAppChanged)
+
+ public:
+  Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, QObject* parent = nullptr);
+  ~Desktop() override;
+
+  // The pages the main window has, in its side bar's order.
+  static bool isPage(const QString& page);
+
+  QString page() const { return page_; }
+  void setPage(const QString& page);
+  QString selectedApp() const { return selectedApp_; }
+  void setSelectedApp(const QString& groupID);
+  QObject* figures() const;
+  QObject* apps() const;
+  QObject* worthALook() const;
+
+  StatusIcon& statusIcon() { return *icon_; }
+  QmlWindow& panel() { return *panel_; }
+  QmlWindow& mainWindow() { return *main_; }
+  AppsTable& appsTable() { return *appsTable_; }
+  WorthALookModel& worthALookModel() { return *worthALook_; }
+
+  void applySettings(const Settings& settings);
+
+ public slots:
+  // Opens (or raises) the main window on a page; "panel" opens the drop-down panel instead.
+  bool open(const QString& page);
+  // The panel, next to the status icon.
+  bool openPanel();
+  Q_INVOKABLE void closePanel();
+  // From a row of the panel: the window on the Apps page with that app selected.
+  Q_INVOKABLE void showApp(const QString& groupID);
+
+ signals:
+  void pageChanged();
+  void selectedAppChanged();
+  void quitRequested();
+
+ private:
+  void viewersChanged();
+  void placePanel();
+  void pauseNotifications(bool paused);
+
+  MonitorStore* store_;
+  AppPaths paths_;
+  QString page_ = QStringLiteral("overview");
+  QString selectedApp_;
+  std::unique_ptr<LiveFigures> figures_;
+  std::unique_ptr<AppsModel> appsModel_;
+  std::unique_ptr<AppsTable> appsTable_;
+  std::unique_ptr<WorthALookModel> worthALook_;
+  std::unique_ptr<StatusIcon> icon_;
+  std::unique_ptr<QmlWindow> panel_;
+  std::unique_ptr<QmlWindow> main_;
+  bool viewing_ = false;
+  QMetaObject::Connection groups_;
+};
+
+}  // namespace omnira::presentation

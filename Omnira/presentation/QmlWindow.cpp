@@ -1,0 +1,66 @@
+#include "Omnira/presentation/QmlWindow.h"
+
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+
+#include <spdlog/spdlog.h>
+
+namespace omnira::presentation {
+
+QmlWindow::QmlWindow(QUrl source, std::map<QString, QObject*> context, QObject* parent)
+    : QObject(parent), source_(std::move(source)), context_(std::move(context)) {}
+
+QmlWindow::~QmlWindow() {
+  // Its window hides as the engine goes; that is no closing to tell anyone about.
+  if (window_) window_->disconnect(this);
+  delete engine_;
+}
+
+bool QmlWindow::open() {
+  if (window_) {
+    window_->show();
+    window_->raise();
+    window_->requestActivate();
+    return true;
+  }
+  // A window closed a moment ago may still have its engine waiting for deletion.
+  if (engine_) {
+    engine_->deleteLater();
+    engine_ = nullptr;
+  }
+  engine_ = new QQmlApplicationEngine;
+  for (const auto& [name, object] : context_) engine_->rootContext()->setContextProperty(name, object);
+  engine_->load(source_);
+  const auto roots = engine_->rootObjects();
+  window_ = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
+  if (!window_) {
+    spdlog::error("The window {} could not be loaded.", source_.toString().toStdString());
+    delete engine_;
+    engine_ = nullptr;
+    return false;
+  }
+  connect(window_, &QQuickWindow::visibleChanged, this, [this](bool visible) {
+    if (!visible) close();
+  });
+  window_->show();
+  window_->raise();
+  window_->requestActivate();
+  emit opened();
+  return true;
+}
+
+void QmlWindow::close() {
+  if (!engine_) return;
+  QQuickWindow* window = window_;
+  window_ = nullptr;
+  if (window) {
+    window->disconnect(this);
+    window->hide();
+  }
+  // Later, not now: this may run inside one of the window's own signals.
+  engine_->deleteLater();
+  engine_ = nullptr;
+  emit closed();
+}
+
+}  // namespace omnira::presentation

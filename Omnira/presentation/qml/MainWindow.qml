@@ -1,0 +1,96 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+ApplicationWindow {
+    id: window
+    width: 1120
+    height: 760
+    minimumWidth: 720
+    minimumHeight: 480
+    title: qsTr("Omnira")
+    SystemPalette { id: sys }
+    readonly property bool dark: sys.window.hslLightness < 0.5
+    readonly property var pages: [
+        { key: "overview", title: qsTr("Overview"), mark: "◔" },
+        { key: "apps", title: qsTr("Apps"), mark: "▤" }
+    ]
+    color: sys.window
+    // The controls take the application's palette, which follows the desktop's theme.
+    palette.window: sys.window
+    palette.windowText: sys.windowText
+    palette.base: sys.base
+    palette.alternateBase: sys.alternateBase
+    palette.text: sys.text
+    palette.button: sys.button
+    palette.buttonText: sys.buttonText
+    palette.highlight: sys.highlight
+    palette.highlightedText: sys.highlightedText
+    palette.placeholderText: sys.placeholderText
+    palette.mid: sys.mid
+    palette.dark: sys.dark
+    palette.light: sys.light
+
+    Shortcut { sequence: "Ctrl+1"; onActivated: omnira.page = "overview" }
+    Shortcut { sequence: "Ctrl+2"; onActivated: omnira.page = "apps" }
+    Shortcut { sequences: [StandardKey.Close]; onActivated: window.close() }
+
+    RowLayout {
+        anchors.fill: parent
+        spacing: 0
+
+        Rectangle {
+            Layout.fillHeight: true
+            Layout.preferredWidth: 200
+            color: window.dark ? Qt.darker(sys.window, 1.25) : Qt.darker(sys.window, 1.04)
+            Column {
+                anchors.fill: parent
+                anchors.margins: 12
+                anchors.topMargin: 20
+                spacing: 4
+                Text {
+                    leftPadding: 10
+                    bottomPadding: 14
+                    text: "Omnira"
+                    font.pointSize: Qt.application.font.pointSize + 4
+                    font.weight: Font.Bold
+                    color: sys.windowText
+                }
+                Repeater {
+                    model: window.pages
+                    delegate: ItemDelegate {
+                        id: entry
+                        width: parent.width
+                        readonly property bool current: omnira.page === modelData.key
+                        text: modelData.title
+                        focusPolicy: Qt.StrongFocus
+                        Accessible.name: modelData.title
+                        highlighted: current
+                        onClicked: omnira.page = modelData.key
+                        background: Rectangle {
+                            radius: 8
+                            color: entry.current ? Qt.rgba(sys.highlight.r, sys.highlight.g, sys.highlight.b, 0.22)
+                                   : entry.hovered || entry.visualFocus ? Qt.rgba(sys.windowText.r, sys.windowText.g, sys.windowText.b, 0.07)
+                                   : "transparent"
+                            border.color: entry.visualFocus ? sys.highlight : "transparent"
+                        }
+                        contentItem: Text {
+                            text: modelData.mark + "   " + modelData.title
+                            color: sys.windowText
+                            font.weight: entry.current ? Font.DemiBold : Font.Normal
+                            verticalAlignment: Text.AlignVCenter
+                        }
+                    }
+                }
+            }
+        }
+
+        StackLayout {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            currentIndex: omnira.page === "apps" ? 1 : 0
+            OverviewPage {}
+            AppsPage {}
+        }
+    }
+}

@@ -1,0 +1,112 @@
+// The desktop parts on a running store: windows that exist only while open, and the status
+// icon's readout following the settings file.
+
+#include "Omnira/presentation/Desktop.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QQuickItem>
+#include <QQuickWindow>
+
+#include <gtest/gtest.h>
+
+#include "Omnira/SettingsWatcher.h"
+#include "Omnira/presentation/AppsModel.h"
+#include "Omnira/presentation/QmlWindow.h"
+#include "Omnira/presentation/StatusIcon.h"
+#include "tests/Omnira/presentation/RunningStore.h"
+
+namespace omnira::presentation {
+namespace {
+
+class DesktopTest : public testing::RunningStore {
+ protected:
+  static void deleteLater() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
+};
+
+TEST_F(DesktopTest, WindowsExistOnlyWhileOpen) {
+  // Outside a desktop session (CI, as root) every process is the system's: list that group
+  // too, so the table has rows anywhere.
+  writeSettings(R"({"showsSystemInLists": true})");
+  auto& store = start();
+  Desktop desktop(&store, paths(), Settings::load(settingsFile()));
+  EXPECT_FALSE(desktop.mainWindow().isOpen());
+  EXPECT_EQ(store.viewers(), 0);
+
+  ASSERT_TRUE(desktop.open("apps"));
+  QPointer<QQuickWindow> window = desktop.mainWindow().window();
+  ASSERT_TRUE(window);
+  EXPECT_TRUE(window->isVisible());
+  EXPECT_EQ(desktop.page(), "apps");
+  EXPECT_EQ(store.viewers(), 1);  // sampled as for a viewer while it shows
+  // The table is fed from the store once the window shows it.
+  ASSERT_TRUE(runUntil([&] { return desktop.appsTable().rowCount() > 0; }));
+
+  // Opening again raises the same window; the panel closes when the window opens.
+  ASSERT_TRUE(desktop.open("panel"));
+  QPointer<QQuickWindow> panel = desktop.panel().window();
+  ASSERT_TRUE(panel);
+  EXPECT_EQ(store.viewers(), 1);
+  ASSERT_TRUE(desktop.open("overview"));
+  EXPECT_EQ(desktop.mainWindow().window(), window.data());
+  EXPECT_EQ(desktop.page(), "overview");
+  deleteLater();
+  EXPECT_TRUE(panel.isNull());
+  EXPECT_FALSE(desktop.open("history"));  // no such page yet
+  EXPECT_EQ(desktop.page(), "overview");
+
+  // Closing it as a person does releases the window and its engine; Omnira stays.
+  window->close();
+  EXPECT_FALSE(desktop.mainWindow().isOpen());
+  deleteLater();
+  EXPECT_TRUE(window.isNull());
+  EXPECT_EQ(store.viewers(), 0);
+  EXPECT_EQ(desktop.appsTable().rowCount(), 0);
+
+  // A row of the panel opens the window again, anew, on that app.
+  desktop.openPanel();
+  desktop.showApp("system");
+  EXPECT_EQ(desktop.selectedApp(), "system");
+  EXPECT_EQ(desktop.page(), "apps");
+  ASSERT_TRUE(desktop.mainWindow().isOpen());
+  EXPECT_FALSE(desktop.panel().isOpen());
+  EXPECT_EQ(store.viewers(), 1);
+  desktop.mainWindow().close();
+  deleteLater();
+  EXPECT_EQ(store.viewers(), 0);
+}
+
+TEST_F(DesktopTest, TheIconsReadoutFollowsTheSettings) {
+  writeSettings(R"({"menuBarReadout": "memory"})");
+  auto& store = start();
+  SettingsWatcher watcher(settingsFile());
+  StatusIcon icon(&store, watcher.current());
+  QObject::connect(&watcher, &SettingsWatcher::changed, &icon, &StatusIcon::applySettings);
+  EXPECT_TRUE(icon.readout().text.isEmpty());  // nothing sampled yet
+  ASSERT_TRUE(runUntil([&] { return store.system().has_value(); }));
+
+  const auto percent = [](double fraction) { return QString::number(std::lround(fraction * 100)); };
+  EXPECT_EQ(icon.readout().figure, StatusIcon::Figure::memory);
+  EXPECT_EQ(icon.readout().text, percent(store.system()->memoryUsedFraction()));
+  EXPECT_FALSE(icon.icon().isNull());
+
+  writeSettings(R"({"menuBarReadout": "pressure", "menuBarShowsGraph": true, "insightNotifications": false})");
+  ASSERT_TRUE(runUntil([&] { return icon.readout().figure == StatusIcon::Figure::pressure; }));
+  EXPECT_TRUE(icon.readout().graph);
+  EXPECT_EQ(icon.readout().text, percent(store.system()->memoryPressureFraction));
+  bool paused = false;
+  for (QAction* action : icon.menu()->actions())
+    if (action->isCheckable()) paused = action->isChecked();
+  EXPECT_TRUE(paused);  // the menu shows the notifications as paused
+
+  // Anything else, or nothing, is CPU; the readout follows each tick.
+  writeSettings(R"({"menuBarReadout": "gpu"})");
+  ASSERT_TRUE(runUntil([&] { return icon.readout().figure == StatusIcon::Figure::cpu; }));
+  const int64_t tick = store.tickCount();
+  ASSERT_TRUE(runUntil([&] { return store.tickCount() > tick; }));
+  EXPECT_EQ(icon.readout().text, percent(std::clamp(store.system()->cpu(), 0.0, 1.0)));
+  EXPECT_FALSE(icon.readout().graph);
+}
+
+}  // namespace
+}  // namespace omnira::presentation
