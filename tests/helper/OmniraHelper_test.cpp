@@ -202,9 +202,11 @@ TEST_F(OmniraHelperTest, HostileLinesGetASentenceOrTheDoorAndStrangersNothing) {
   // Another user is closed on without a byte, and the helper says whom it turned away.
   EXPECT_EQ(platform::asNobody([&] {
               const int own = connectTo(socket());
-              return own < 0 ? std::string("refused") : replyTo(own, "{\"op\":\"hello\"}\n");
+              if (own < 0) return std::string("refused");
+              const std::string reply = replyTo(own, "{\"op\":\"hello\"}\n");
+              return reply.empty() ? std::string("closed") : reply;
             }),
-            "");
+            "closed");
   EXPECT_EQ(stop(SIGINT), 0);
   EXPECT_NE(logText.find("uid 65534"), std::string::npos) << logText;
 }
