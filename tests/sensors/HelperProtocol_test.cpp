@@ -37,24 +37,19 @@ TEST(HelperProtocol, HostileRequestsGetASentenceNeverACrash) {
     return R"({"op":"processes","pids":[)" + pids + "]}";
   }();
   const std::string deep = std::string(60000, '[') + std::string(60000, ']');
-  for (const std::string& line : {
-           std::string(""), std::string("not json"), std::string("[]"), std::string("\"hello\""),
-           std::string(R"({"op":1})"), std::string(R"({"op":"read_file","path":"/etc/shadow"})"),
-           std::string(R"({"op":"hello","path":"/etc/shadow"})"), std::string(R"({"op":"rapl","zone":"x"})"),
-           std::string(R"({"op":"processes"})"), std::string(R"({"op":"processes","pids":"1"})"),
-           std::string(R"({"op":"processes","pids":[1.5]})"), std::string(R"({"op":"processes","pids":[0]})"),
-           std::string(R"({"op":"processes","pids":[-4]})"), std::string(R"({"op":"processes","pids":["1"]})"),
-           std::string(R"({"op":"processes","pids":[2147483648]})"),
-           std::string(R"({"op":"processes","pids":[1],"cmd":"rm"})"), many,
-           std::string(R"({"op":"set_fan","index":1})"), std::string(R"({"op":"set_fan","rpm":100})"),
-           std::string(R"({"op":"set_fan","index":-1,"rpm":100})"), std::string(R"({"op":"set_fan","index":"1","rpm":100})"),
-           std::string(R"({"op":"set_fan","index":1.5,"rpm":100})"), std::string(R"({"op":"set_fan","index":1,"rpm":-1})"),
-           std::string(R"({"op":"set_fan","index":1,"rpm":1e400})"), std::string(R"({"op":"set_fan","index":1,"rpm":"fast"})"),
-           std::string(R"({"op":"set_fan","index":1,"rpm":100,"mode":"auto"})"),
-           std::string(R"({"op":"set_fan","index":1,"mode":"manual"})"),
-           std::string(R"({"op":"set_fan","index":1,"rpm":100,"file":"pwm1"})"), deep,
-           std::string(HelperProtocol::kMaxLineBytes + 1, ' ') + R"({"op":"hello"})",
-           std::string("{\"op\":\"hel\xff\xfelo\"}"), std::string("{\"op\":\"hello\"}\0{\"op\":\"rapl\"}", 28)}) {
+  for (const std::string& line : std::vector<std::string>{
+           "", "not json", "[]", "\"hello\"", R"({"op":1})", R"({"op":"read_file","path":"/etc/shadow"})",
+           R"({"op":"hello","path":"/etc/shadow"})", R"({"op":"rapl","zone":"x"})", R"({"op":"processes"})",
+           R"({"op":"processes","pids":"1"})", R"({"op":"processes","pids":[1],"cmd":"rm"})",
+           R"({"op":"processes","pids":[1.5]})", R"({"op":"processes","pids":[0]})",
+           R"({"op":"processes","pids":["1"]})", R"({"op":"processes","pids":[2147483648]})", many,
+           R"({"op":"set_fan","index":1})", R"({"op":"set_fan","rpm":100})", R"({"op":"set_fan","index":-1,"rpm":100})",
+           R"({"op":"set_fan","index":"1","rpm":100})", R"({"op":"set_fan","index":1.5,"rpm":100})",
+           R"({"op":"set_fan","index":1,"rpm":-1})", R"({"op":"set_fan","index":1,"rpm":1e400})",
+           R"({"op":"set_fan","index":1,"rpm":"fast"})", R"({"op":"set_fan","index":1,"rpm":100,"mode":"auto"})",
+           R"({"op":"set_fan","index":1,"mode":"manual"})", R"({"op":"set_fan","index":1,"rpm":100,"file":"pwm1"})", deep,
+           std::string(HelperProtocol::kMaxLineBytes + 1, ' ') + R"({"op":"hello"})", "{\"op\":\"hel\xff\xfelo\"}",
+           std::string("{\"op\":\"hello\"}\0{\"op\":\"rapl\"}", 28)}) {
     auto decoded = HelperProtocol::decodeRequest(line);
     EXPECT_FALSE(decoded) << line.substr(0, 80);
     if (!decoded) {
@@ -98,17 +93,9 @@ TEST(HelperProtocol, RepliesRoundTrip) {
   EXPECT_FALSE((*decoded)[2].memory);
   EXPECT_EQ((*decoded)[2].io->readBytes, 0u);
 
-  FanStatus fan;
-  fan.index = 4;
-  fan.chip = "nct6775";
-  fan.label = "CPU Fan";
-  fan.rpm = 900;
-  fan.maximumRPM = 1800;
-  fan.mode = FanStatus::Mode::manual;
-  fan.source = "class/hwmon/hwmon2";
-  FanStatus bare;
-  bare.chip = "applesmc";
-  bare.label = "Fan 1";
+  const FanStatus fan{.index = 4, .chip = "nct6775", .label = "CPU Fan", .rpm = 900, .maximumRPM = 1800,
+                     .mode = FanStatus::Mode::manual, .source = "class/hwmon/hwmon2"};
+  const FanStatus bare{.chip = "applesmc", .label = "Fan 1"};
   auto fans = HelperProtocol::decodeFans(HelperProtocol::encodeFans({fan, bare}));
   ASSERT_TRUE(fans);
   EXPECT_EQ(*fans, (std::vector<FanStatus>{fan, bare}));

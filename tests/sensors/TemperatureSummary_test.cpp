@@ -6,12 +6,12 @@
 #include "OmniraCore/platform/linux/Hwmon.h"
 #include "OmniraCore/platform/linux/ThermalZones.h"
 #include "OmniraCore/sensors/TemperatureSummary.h"
-#include "tests/platform/linux/SysTree.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira {
 namespace {
 
-using platform::testing::fixtureRoots;
+using platform::fixtureRoots;
 
 std::vector<TemperatureReading> machine(const char* tree) {
   return temperatures(platform::HwmonReader(fixtureRoots(tree)).read().temperatures,

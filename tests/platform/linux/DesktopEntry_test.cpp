@@ -7,7 +7,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-TEST(DesktopEntry, ReadsTheEntryGroupOnly) {
+TEST(DesktopEntry, ReadsTheEntryGroupOnlyAndRefusesEntriesWithoutOne) {
   const auto entry = parseDesktopEntry(
       "\xEF\xBB\xBF# comment\n"
       "[Desktop Entry]\n"
@@ -40,9 +40,7 @@ TEST(DesktopEntry, ReadsTheEntryGroupOnly) {
   EXPECT_FALSE(entry->hidden);
   EXPECT_FALSE(entry->terminal);
   EXPECT_TRUE(entry->isApplication());
-}
 
-TEST(DesktopEntry, FailuresAndHiddenEntries) {
   using Kind = DesktopEntryFailure::Kind;
   const auto kindOf = [](std::string_view text) { return parseDesktopEntry(text).error().kind; };
   EXPECT_EQ(kindOf(""), Kind::noEntryGroup);

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <thread>
@@ -17,6 +18,7 @@
 #include "OmniraCore/platform/linux/LibProc.h"
 #include "OmniraCore/sampling/AppGrouper.h"
 #include "OmniraCore/sampling/ProcessSampler.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira::platform {
 namespace {
@@ -45,12 +47,8 @@ TEST(EstimatedEnergy, ABusyProcessUsesEnergyInTheLedgerAndTheHistory) {
   ::waitpid(busy, nullptr, 0);
   ::waitpid(idle, nullptr, 0);
 
-  const ProcessSample* busySample = nullptr;
-  const ProcessSample* idleSample = nullptr;
-  for (const auto& s : samples) {
-    if (s.pid == busy) busySample = &s;
-    if (s.pid == idle) idleSample = &s;
-  }
+  const auto* busySample = findPID(samples, busy);
+  const auto* idleSample = findPID(samples, idle);
   ASSERT_NE(busySample, nullptr);
   ASSERT_NE(idleSample, nullptr);
   ASSERT_GT(busySample->cpuPercent, 0);
@@ -66,11 +64,8 @@ TEST(EstimatedEnergy, ABusyProcessUsesEnergyInTheLedgerAndTheHistory) {
   const AppGrouper grouper("Linux");
   const auto groups = grouper.group(samples);
   const AppGroup* group = nullptr;
-  for (const auto& g : groups) {
-    for (const auto& p : g.processes) {
-      if (p.pid == busy) group = &g;
-    }
-  }
+  for (const auto& g : groups)
+    if (findPID(g.processes, busy)) group = &g;
   ASSERT_NE(group, nullptr);
   EXPECT_GE(group->energyJoules(), busySample->energyJoules);
 
@@ -79,25 +74,18 @@ TEST(EstimatedEnergy, ABusyProcessUsesEnergyInTheLedgerAndTheHistory) {
   ledger.record(groups, TickGroups::fresh, 1.0, at);
   EXPECT_GT(ledger.day(UsageLedger::dayKey(at)).apps.at(group->id).energyJoules, 0);
 
-  const fs::path file = fs::temp_directory_path() / ("omnira-energy-" + std::to_string(::getpid())) / "history.sqlite";
-  {
-    auto history = HistoryDatabase::open(file);
-    ASSERT_TRUE(history.ok()) << history.error().message;
-    SystemSample system;
-    system.interval = 1.0;
-    ASSERT_TRUE((*history)->record(system, groups, TickGroups::fresh, at).ok());
-    auto rows = (*history)->loadApps(HistoryDatabase::AppTable::days,
-                                     HistoryDatabase::periodStart(HistoryDatabase::AppTable::days, at));
-    ASSERT_TRUE(rows.ok());
-    bool found = false;
-    for (const auto& row : *rows) {
-      if (row.appId != group->id) continue;
-      found = true;
-      EXPECT_GT(row.energyJoules, 0);
-    }
-    EXPECT_TRUE(found);
-  }
-  fs::remove_all(file.parent_path());
+  TempTree folder;
+  auto history = HistoryDatabase::open(folder.root() / "history.sqlite");
+  ASSERT_TRUE(history.ok()) << history.error().message;
+  SystemSample system;
+  system.interval = 1.0;
+  ASSERT_TRUE((*history)->record(system, groups, TickGroups::fresh, at).ok());
+  auto rows = (*history)->loadApps(HistoryDatabase::AppTable::days,
+                                   HistoryDatabase::periodStart(HistoryDatabase::AppTable::days, at));
+  ASSERT_TRUE(rows.ok());
+  const auto row = std::find_if(rows->begin(), rows->end(), [&](const auto& r) { return r.appId == group->id; });
+  ASSERT_NE(row, rows->end());
+  EXPECT_GT(row->energyJoules, 0);
 }
 
 }  // namespace

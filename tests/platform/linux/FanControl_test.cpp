@@ -5,13 +5,12 @@
 #include "OmniraCore/platform/linux/FanControl.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira::platform {
 namespace {
@@ -20,28 +19,12 @@ namespace fs = std::filesystem;
 
 class FanControlTest : public ::testing::Test {
  protected:
-  fs::path folder;
-  Roots roots;
-
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "omnira-fans-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    folder = pattern;
-    fs::copy(fs::path(OMNIRA_FIXTURES) / "helper-sys", folder / "root", fs::copy_options::recursive);
-    roots.sys = folder / "root" / "sys";
-    roots.proc = folder / "root" / "proc";
-  }
-  void TearDown() override { fs::remove_all(folder); }
+  TempTree tree{"helper-sys"};
+  const fs::path& folder = tree.root();
+  Roots roots{folder / "proc", folder / "sys"};
 
   fs::path hwmon(const std::string& relative) const { return roots.sys / "class/hwmon" / relative; }
-  static std::string read(const fs::path& file) {
-    std::ifstream in(file);
-    std::ostringstream text;
-    text << in.rdbuf();
-    std::string s = text.str();
-    while (!s.empty() && s.back() == '\n') s.pop_back();
-    return s;
-  }
+  static std::string read(const fs::path& file) { return fileText(file); }
 };
 
 TEST_F(FanControlTest, NumbersFansByDeviceNumberThenFanNumber) {

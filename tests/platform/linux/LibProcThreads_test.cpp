@@ -19,16 +19,10 @@
 #include "OmniraCore/platform/linux/LibProc.h"
 #include "OmniraCore/sampling/AppGrouper.h"
 #include "OmniraCore/sampling/ProcessSampler.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira::platform {
 namespace {
-
-const ProcessSample* find(const std::vector<ProcessSample>& samples, int32_t pid) {
-  for (const auto& s : samples) {
-    if (s.pid == pid) return &s;
-  }
-  return nullptr;
-}
 
 // What the child tells the test, in memory both share.
 struct Shared {
@@ -116,7 +110,7 @@ TEST(LibProcThreads, AWorkerBehindAnIdleMainThreadReadsAsBusyEveryTick) {
     const double from = child.cpuSeconds();
     const auto samples = sampler.sample();
     const double to = child.cpuSeconds();
-    const auto* s = find(samples, child.pid());
+    const auto* s = findPID(samples, child.pid());
     ASSERT_NE(s, nullptr);
     // The tick's CPU is what the worker really used meanwhile, whatever else the machine
     // runs: never 0 now and several ticks' worth later.
@@ -142,7 +136,7 @@ TEST(LibProcThreads, WakeupsCountEveryThread) {
     std::this_thread::sleep_for(std::chrono::milliseconds(250));
     napsBeforeLast = child.naps();
     const auto samples = sampler.sample();
-    const auto* s = find(samples, child.pid());
+    const auto* s = findPID(samples, child.pid());
     ASSERT_NE(s, nullptr);
     EXPECT_GT(s->idleWakeupsPerSec, 0);
     counted += s->delta.idleWakeups;
@@ -171,33 +165,13 @@ TEST(LibProcThreads, AnotherUsersArgumentsAreNoExecutablePath) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
 
-  int pipeFDs[2];
-  ASSERT_EQ(::pipe(pipeFDs), 0);
-  const pid_t reader = ::fork();
-  ASSERT_GE(reader, 0);
-  if (reader == 0) {
-    ::close(pipeFDs[0]);
-    std::string answer = "no sample";
-    if (::setgid(65534) != 0 || ::setuid(65534) != 0) {
-      answer = "cannot become nobody";
-    } else {
-      ProcessSampler sampler(std::make_unique<LibProc>());
-      const auto samples = sampler.sample();
-      if (const auto* s = find(samples, victim)) {
-        const AppGrouper grouper("Linux");
-        answer = (s->path ? *s->path : std::string("no path")) + "|" + grouper.descriptor(*s).id;
-      }
-    }
-    (void)!::write(pipeFDs[1], answer.data(), answer.size());
-    ::_exit(0);
-  }
-  ::close(pipeFDs[1]);
-  std::string answer;
-  char buffer[512];
-  ssize_t n = 0;
-  while ((n = ::read(pipeFDs[0], buffer, sizeof buffer)) > 0) answer.append(buffer, static_cast<size_t>(n));
-  ::close(pipeFDs[0]);
-  ::waitpid(reader, nullptr, 0);
+  const std::string answer = asNobody([&] {
+    ProcessSampler sampler(std::make_unique<LibProc>());
+    const auto samples = sampler.sample();
+    const auto* s = findPID(samples, victim);
+    if (!s) return std::string("no sample");
+    return (s->path ? *s->path : std::string("no path")) + "|" + AppGrouper("Linux").descriptor(*s).id;
+  });
   ::kill(victim, SIGKILL);
   ::waitpid(victim, nullptr, 0);
   EXPECT_EQ(answer, "no path|name:sleep");

@@ -5,13 +5,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 #include "OmniraCore/platform/linux/LibProc.h"
 #include "OmniraCore/platform/linux/PidSchedStat.h"
 #include "OmniraCore/sampling/ProcessSampler.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira::platform {
 namespace {
@@ -28,16 +27,9 @@ TEST(PidSchedStat, ParsesThreeNumbersOnly) {
 
 class GateTree : public ::testing::Test {
  protected:
-  void SetUp() override {
-    root_ = fs::temp_directory_path() / ("omnira-gate-" + std::to_string(::getpid()));
-    fs::remove_all(root_);
-    fs::copy(fs::path(OMNIRA_FIXTURES) / "proc" / "basic", root_,
-             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-  }
-  void TearDown() override { fs::remove_all(root_); }
-  void write(const std::string& relative, const std::string& text) {
-    std::ofstream(root_ / relative, std::ios::trunc) << text;
-  }
+  TempTree tree{"proc/basic"};
+  const fs::path& root_ = tree.root();
+  void write(const std::string& relative, const std::string& text) { tree.write(relative, text); }
   void setUserTicks(int ticks, int threads = 1) {
     write("100/stat", "100 (firefox-esr) S 1 100 100 0 -1 4194304 100 0 0 0 " + std::to_string(ticks) + " 300 0 0 20 0 " +
                           std::to_string(threads) +
@@ -45,7 +37,6 @@ class GateTree : public ::testing::Test {
   }
   // One thread's files under task/: how long it has run, and its context switches.
   void setThread(int tid, uint64_t runNanoseconds, uint64_t voluntarySwitches) {
-    fs::create_directories(root_ / "100" / "task" / std::to_string(tid));
     write("100/task/" + std::to_string(tid) + "/schedstat", std::to_string(runNanoseconds) + " 0 10\n");
     write("100/task/" + std::to_string(tid) + "/status",
           "Name:\tfirefox-esr\nUid:\t1000\t1000\t1000\t1000\nvoluntary_ctxt_switches:\t" +
@@ -58,7 +49,6 @@ class GateTree : public ::testing::Test {
     return reading;
   }
   uint64_t cpuNanoseconds(ProcessSource::Handle& handle) { return read(handle).usage.cpuNanoseconds; }
-  fs::path root_;
 };
 
 // The threads' schedstat files stand in for the kernel's CPU clock of the process,
@@ -102,15 +92,8 @@ TEST_F(GateTree, AProcessIsReadAgainWhenAnyOfItsThreadsRan) {
   }
 }
 
-}  // namespace
-}  // namespace omnira::platform
-
-namespace omnira::platform {
-namespace {
-
 // A program run from an anonymous memory file: its "executable" is no path to group by.
 TEST_F(GateTree, MemoryFileProgramsAreNamedByTheirFirstArgument) {
-  fs::create_directories(root_ / "300");
   write("300/stat", "300 (memfd:sealed-91) S 1 300 300 0 -1 4194304 0 0 0 0 5 5 0 0 20 0 1 0 9000 1 1 1 1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0\n");
   write("300/status", "Name:\tmemfd:sealed-91\nUid:\t1000\t1000\t1000\t1000\nRssAnon:\t100 kB\n"
                       "voluntary_ctxt_switches:\t5\nnonvoluntary_ctxt_switches:\t1\n");
@@ -122,8 +105,8 @@ TEST_F(GateTree, MemoryFileProgramsAreNamedByTheirFirstArgument) {
   EXPECT_FALSE(facts->path);
   ProcessSampler sampler(std::make_unique<LibProc>(Roots{root_, root_ / "sys"}));
   const auto samples = sampler.sample();
-  auto it = std::find_if(samples.begin(), samples.end(), [](const ProcessSample& s) { return s.pid == 300; });
-  ASSERT_NE(it, samples.end());
+  const auto* it = findPID(samples, 300);
+  ASSERT_NE(it, nullptr);
   EXPECT_EQ(it->name, "binary_backend");
   EXPECT_FALSE(it->path);
 }

@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <map>
-
-#include <unistd.h>
 
 #include "OmniraCore/platform/linux/DesktopEntries.h"
 #include "OmniraCore/platform/linux/OsRelease.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira::platform {
 namespace {
@@ -70,52 +68,42 @@ TEST(DesktopEntries, ScansFoldersInOrder) {
   EXPECT_EQ(entries.forAppUnit("no-such-app"), nullptr);
 }
 
-TEST(DesktopEntries, RealPathFollowsLinks) {
-  const auto dir = fs::temp_directory_path() / ("omnira-realpath-" + std::to_string(::getpid()));
-  fs::create_directories(dir / "lib/app");
-  std::ofstream(dir / "lib/app/app") << "binary";
-  fs::create_directories(dir / "bin");
-  fs::create_symlink("../lib/app/app", dir / "bin/app");
-  const auto realPath = DesktopEntries::fileSystemRealPath();
-  EXPECT_EQ(realPath((dir / "bin/app").string()), fs::canonical(dir / "lib/app/app").string());
-  EXPECT_EQ(realPath((dir / "bin/missing").string()), std::nullopt);
-  fs::remove_all(dir);
-}
-
 // The folders of a real PATH are listed rather than asked name by name: what the listing
 // holds must resolve exactly as asking did.
 TEST(DesktopEntries, LooksProgramsUpInRealFolders) {
-  const auto dir = fs::temp_directory_path() / ("omnira-path-" + std::to_string(::getpid()));
-  fs::create_directories(dir / "apps/applications");
-  fs::create_directories(dir / "first");
-  fs::create_directories(dir / "second");
-  fs::create_directories(dir / "opt/editor");
-  std::ofstream(dir / "opt/editor/editor") << "binary";
-  std::ofstream(dir / "opt/editor/editor-bin") << "binary";
-  fs::create_symlink(dir / "opt/editor/editor", dir / "second/editor");
-  fs::create_symlink(dir / "nowhere", dir / "first/editor");  // dangling: the next folder's wins
-  std::ofstream(dir / "second/tool") << "binary";
-  std::ofstream(dir / "apps/applications/editor.desktop") << "[Desktop Entry]\nType=Application\nName=Editor\nExec=editor %F\n";
-  std::ofstream(dir / "apps/applications/tool.desktop") << "[Desktop Entry]\nType=Application\nName=Tool\nExec=tool\n";
-  std::ofstream(dir / "apps/applications/gone.desktop") << "[Desktop Entry]\nType=Application\nName=Gone\nExec=gone\n";
+  TempTree tree;
+  const auto entry = [&](const std::string& id, const std::string& exec) {
+    tree.write("apps/applications/" + id + ".desktop", "[Desktop Entry]\nType=Application\nName=X\nExec=" + exec + "\n");
+  };
+  tree.write("opt/editor/editor", "binary");
+  tree.write("opt/editor/editor-bin", "binary");
+  tree.link("second/editor", tree.root() / "opt/editor/editor");
+  tree.link("first/editor", tree.root() / "nowhere");  // dangling: the next folder's wins
+  tree.write("second/tool", "binary");
+  entry("editor", "editor %F");
+  entry("tool", "tool");
+  entry("gone", "gone");
   // Enough programs that the folders are listed rather than asked path by path.
   for (int i = 0; i < 20; ++i) {
-    std::ofstream(dir / "second" / ("tool" + std::to_string(i))) << "binary";
-    std::ofstream(dir / "apps/applications" / ("tool" + std::to_string(i) + ".desktop"))
-        << "[Desktop Entry]\nType=Application\nName=Tool\nExec=tool" << i << "\n";
+    tree.write("second/tool" + std::to_string(i), "binary");
+    entry("tool" + std::to_string(i), "tool" + std::to_string(i));
   }
 
   DesktopEntries::Source source;
-  source.dataDirs = {dir / "apps"};
-  source.programDirs = {dir / "missing", dir / "first", dir / "second"};
+  source.dataDirs = {tree.root() / "apps"};
+  source.programDirs = {tree.root() / "missing", tree.root() / "first", tree.root() / "second"};
   const auto entries = DesktopEntries::scan(source);
-  const auto real = fs::canonical(dir).string();
+  const auto real = fs::canonical(tree.root()).string();
   EXPECT_EQ(entries.forExecutable(real + "/opt/editor/editor")->id, "editor.desktop");
   EXPECT_EQ(entries.forExecutable(real + "/opt/editor/editor-bin")->id, "editor.desktop");
   EXPECT_EQ(entries.forExecutable(real + "/second/tool")->id, "tool.desktop");
   EXPECT_TRUE(entries.withID("gone.desktop")->executables.empty());
   EXPECT_EQ(entries.forExecutable(real + "/second/tool19")->id, "tool19.desktop");
-  fs::remove_all(dir);
+
+  // The real-path lookup the scan uses by default: links followed, missing files absent.
+  const auto realPath = DesktopEntries::fileSystemRealPath();
+  EXPECT_EQ(realPath((tree.root() / "second/editor").string()), real + "/opt/editor/editor");
+  EXPECT_EQ(realPath((tree.root() / "first/editor").string()), std::nullopt);
 }
 
 // How a process was started, as the sampler reports it.
@@ -164,12 +152,10 @@ TEST(LinuxAppIdentifier, GroupsWhatAPersonRuns) {
   };
   const Case cases[] = {
       {"Firefox by its unit", esr, firefoxESR, {.unit = "firefox-esr"}},
-      {"Firefox content process in its unit", esr, firefoxESR, {.unit = "firefox-esr", .role = HelperRole::renderer}},
       {"Firefox without a unit, by its executable", esr, firefoxESR},
       {"Firefox started from a shell in Konsole", esr, firefoxESR, {.unit = "org.kde.konsole", .terminal = true}},
       {"Firefox's -bin executable", "/opt/firefox/firefox-bin", entryFile("usr-share/applications/firefox.desktop")},
       {"a replaced executable", esr + " (deleted)", firefoxESR},
-      {"Chromium by its unit", "/usr/lib/chromium/chromium", chromium, {.unit = "chromium"}},
       {"Chromium's binary behind its launcher script", "/usr/lib/chromium/chromium", chromium},
       {"Chrome's binary beside its launcher", "/opt/google/chrome/chrome",
        entryFile("usr-share/applications/google-chrome.desktop")},
@@ -183,21 +169,12 @@ TEST(LinuxAppIdentifier, GroupsWhatAPersonRuns) {
        {.unit = "org.mozilla.firefox", .terminal = true, .flatpak = "org.mozilla.firefox"}},
       {"Flatpak's bwrap in the app-flatpak- unit", "/usr/bin/bwrap", flatpakFirefox, {.unit = "org.mozilla.firefox"}},
       {"Snap app", "/snap/spotify/68/usr/share/spotify/spotify", spotify},
+      // Nix and AppImage paths are folded as the snap's is (FoldsInstallFolders).
       {"Snap tool without an entry", "/snap/hello/42/bin/hello", "exec:/snap/hello/*/bin/hello"},
       {"nvm's node", nvmNode, "exec:/home/ada/.nvm/versions/node/*/bin/node"},
-      {"node from the Nix store", "/nix/store/0c0qnpkrhmc1yhwb8ihm5q2vqsa9lsvr-nodejs-20.11.0/bin/node",
-       "exec:/nix/store/*-nodejs-*/bin/node"},
-      {"node after a Nix update", "/nix/store/yw4i0ynbiq2ijp4ib0gyw5b7bdzr2dn8-nodejs-20.11.1/bin/node",
-       "exec:/nix/store/*-nodejs-*/bin/node"},
-      {"an AppImage", "/tmp/.mount_CursorAb12Cd/usr/share/cursor/cursor", "exec:/tmp/.mount_*/usr/share/cursor/cursor"},
-      {"the same AppImage launched again", "/tmp/.mount_CursorQ9x2Lp/usr/share/cursor/cursor",
-       "exec:/tmp/.mount_*/usr/share/cursor/cursor"},
-      {"an editor's remote server", "/home/ada/.vscode-server/bin/" + std::string(40, 'a') + "/node",
-       "exec:/home/ada/.vscode-server/bin/*/node"},
       {"Konsole itself", "/usr/bin/konsole", entryFile("home/applications/org.kde.konsole.desktop"),
        {.unit = "org.kde.konsole"}},
       {"bash in Konsole", "/usr/bin/bash", "exec:/usr/bin/bash", {.unit = "org.kde.konsole", .terminal = true}},
-      {"vim in Konsole", "/usr/bin/vim.basic", "exec:/usr/bin/vim.basic", {.unit = "org.kde.konsole", .terminal = true}},
       {"node in the editor's terminal", nvmNode, "exec:/home/ada/.nvm/versions/node/*/bin/node",
        {.unit = "code", .terminal = true}},
       {"vim started from its own entry", "/usr/bin/vim.basic", entryFile("usr-share/applications/vim.desktop"),
@@ -247,7 +224,6 @@ TEST(LinuxAppIdentifier, RootsOwnProgramsAndTheMachinesDaemonsWhenTheMonitorRuns
       {"a daemon in /usr/bin", "/usr/bin/dockerd", "system", {.uid = 0}},
       {"a daemon from a Nix profile", "/nix/store/" + std::string(32, 'a') + "-tailscale-1.56.1/bin/tailscaled",
        "system", {.uid = 0}},
-      {"a daemon in /usr/sbin", "/usr/sbin/sshd", "system", {.uid = 0}},
       {"root's tool started in a terminal", "/opt/agent/bin/agent", "exec:/opt/agent/bin/agent",
        {.terminal = true, .uid = 0}},
       {"root's editor in its app unit", "/usr/lib/firefox-esr/firefox-esr", firefoxESR,
@@ -255,8 +231,7 @@ TEST(LinuxAppIdentifier, RootsOwnProgramsAndTheMachinesDaemonsWhenTheMonitorRuns
       {"root's app started by a launcher without a unit", "/usr/lib/firefox-esr/firefox-esr", firefoxESR, {.uid = 0}},
       {"a program in an app unit without an entry", "/opt/thing/thing", "exec:/opt/thing/thing",
        {.unit = "thing", .uid = 0}},
-      {"a system user's daemon", "/usr/bin/dbus-daemon", "system", {.uid = 100}},
-      {"a person's program", "/opt/agent/bin/agent", "exec:/opt/agent/bin/agent", {.uid = person}},
+      {"another person's program", "/opt/agent/bin/agent", "exec:/opt/agent/bin/agent", {.uid = 1000}},
   };
   int32_t pid = 10;
   for (const auto& c : cases) {
@@ -288,13 +263,11 @@ TEST(LinuxAppIdentifier, FoldsInstallFolders) {
   const std::string commit(64, 'c');
   const std::string hash = "0123456789abcdef0123456789abcdef01234567";
   const std::string nixHash = "0c0qnpkrhmc1yhwb8ihm5q2vqsa9lsvr";
-  const std::string otherNixHash = "yw4i0ynbiq2ijp4ib0gyw5b7bdzr2dn8";
   struct Case {
     std::string path, folded;
   };
   const Case cases[] = {
       {"/snap/firefox/4173/usr/lib/firefox/firefox", "/snap/firefox/*/usr/lib/firefox/firefox"},
-      {"/snap/hello/x1/bin/hello", "/snap/hello/*/bin/hello"},
       {"/snap/hello/current/bin/hello", "/snap/hello/current/bin/hello"},
       {"/snap/4173", "/snap/4173"},
       {"/opt/snap/x/12/bin/x", "/opt/snap/x/12/bin/x"},
@@ -308,12 +281,8 @@ TEST(LinuxAppIdentifier, FoldsInstallFolders) {
       {"/usr/bin/tool (deleted)", "/usr/bin/tool"},
       // Nix: the store hash and the version change with every update; the package name stays.
       {"/nix/store/" + nixHash + "-nodejs-20.11.0/bin/node", "/nix/store/*-nodejs-*/bin/node"},
-      {"/nix/store/" + otherNixHash + "-nodejs-20.11.1/bin/node", "/nix/store/*-nodejs-*/bin/node"},
       {"/nix/store/" + nixHash + "-nodejs-slim-20.11.0/bin/node", "/nix/store/*-nodejs-slim-*/bin/node"},
-      {"/nix/store/" + nixHash + "-python3-3.11.7/bin/python3.11", "/nix/store/*-python3-*/bin/python3.11"},
       {"/nix/store/" + nixHash + "-bash-interactive-5.2-p15/bin/bash", "/nix/store/*-bash-interactive-*/bin/bash"},
-      {"/nix/store/" + nixHash + "-firefox-unwrapped-121.0/lib/firefox/firefox",
-       "/nix/store/*-firefox-unwrapped-*/lib/firefox/firefox"},
       {"/nix/store/" + nixHash + "-source/bin/run", "/nix/store/*-source/bin/run"},
       {"/nix/store/" + nixHash + "-hello-2.12.1/bin/hello (deleted)", "/nix/store/*-hello-*/bin/hello"},
       {"/nix/store/not-a-store-hash-1.0/bin/x", "/nix/store/not-a-store-hash-1.0/bin/x"},
@@ -321,7 +290,6 @@ TEST(LinuxAppIdentifier, FoldsInstallFolders) {
       {"/opt/nix/store/" + nixHash + "-x-1.0/bin/x", "/opt/nix/store/" + nixHash + "-x-1.0/bin/x"},
       // AppImage: each launch mounts the image under a fresh random folder.
       {"/tmp/.mount_CursorAb12Cd/usr/share/cursor/cursor", "/tmp/.mount_*/usr/share/cursor/cursor"},
-      {"/tmp/.mount_CursorZz99Yy/usr/share/cursor/cursor", "/tmp/.mount_*/usr/share/cursor/cursor"},
       {"/tmp/.mount_apprWq1xX/usr/bin/app", "/tmp/.mount_*/usr/bin/app"},
       {"/run/user/1000/tmp/.mount_ObsidixY7kLm/obsidian", "/run/user/1000/tmp/.mount_*/obsidian"},
       {"/tmp/.mount_short/x", "/tmp/.mount_short/x"},
@@ -331,19 +299,17 @@ TEST(LinuxAppIdentifier, FoldsInstallFolders) {
 }
 
 TEST(LinuxAppIdentifier, ReloadFindsNewlyInstalledApps) {
-  const auto dir = fs::temp_directory_path() / ("omnira-reload-" + std::to_string(::getpid()));
-  fs::create_directories(dir / "applications");
+  TempTree dir;
   auto config = fixtureConfig();
-  config.desktop.dataDirs = {xdg + "/no-such-folder", dir};
+  config.desktop.dataDirs = {xdg + "/no-such-folder", dir.root()};
   const auto grouper = makeLinuxAppGrouper("Debian GNU/Linux", config);
   const auto sample = process("/opt/new/new", {.unit = "new-app"});
   EXPECT_EQ(grouper->descriptor(sample).id, "exec:/opt/new/new");
 
-  std::ofstream(dir / "applications/new-app.desktop") << "[Desktop Entry]\nType=Application\nName=New\nExec=/opt/new/new\n";
+  dir.write("applications/new-app.desktop", "[Desktop Entry]\nType=Application\nName=New\nExec=/opt/new/new\n");
   EXPECT_EQ(grouper->descriptor(sample).id, "exec:/opt/new/new") << "scanned once, not per tick";
   grouper->reload();
-  EXPECT_EQ(grouper->descriptor(sample).id, (dir / "applications/new-app.desktop").string());
-  fs::remove_all(dir);
+  EXPECT_EQ(grouper->descriptor(sample).id, (dir.root() / "applications/new-app.desktop").string());
 }
 
 TEST(LinuxAppIdentifier, ConfigFromEnvironment) {

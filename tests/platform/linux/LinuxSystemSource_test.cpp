@@ -4,10 +4,8 @@
 #include "OmniraCore/platform/linux/LinuxSystemSource.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <fstream>
-
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira::platform {
 namespace {
@@ -16,18 +14,10 @@ namespace fs = std::filesystem;
 
 class LaptopTree : public ::testing::Test {
  protected:
-  void SetUp() override {
-    root_ = fs::temp_directory_path() / ("omnira-laptop-" + std::to_string(::getpid()) + "-" +
-                                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(root_);
-    fs::copy(fs::path(OMNIRA_FIXTURES) / "system" / "laptop", root_, fs::copy_options::recursive);
-  }
-  void TearDown() override { fs::remove_all(root_); }
-  void write(const fs::path& relative, const std::string& text) {
-    std::ofstream(root_ / relative, std::ios::trunc) << text;
-  }
+  TempTree tree{"system/laptop"};
+  const fs::path& root_ = tree.root();
+  void write(const fs::path& relative, const std::string& text) { tree.write(relative, text); }
   Roots roots() const { return Roots{root_ / "proc", root_ / "sys"}; }
-  fs::path root_;
 };
 
 TEST_F(LaptopTree, ReadsEveryFigureFromTheTree) {

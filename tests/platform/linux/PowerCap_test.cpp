@@ -3,10 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
 
 #include "OmniraCore/platform/linux/PowerCap.h"
 #include "tests/platform/linux/TempTree.h"
@@ -24,11 +20,6 @@ TEST(PowerCap, ReadsZonesAndSubzonesButNotTheControlType) {
   EXPECT_EQ((*counters)[1].name, "core");
   EXPECT_EQ((*counters)[2].name, "uncore");
   EXPECT_EQ((*counters)[3], (RaplCounter{"intel-rapl:1", "psys", 98455104566u, 262143328850u}));
-
-  auto amd = readRaplCounters(Roots{"", fixtures / "sys-ryzen"});
-  ASSERT_TRUE(amd.ok());
-  ASSERT_EQ(amd->size(), 2u);
-  EXPECT_EQ((*amd)[1], (RaplCounter{"intel-rapl:0:0", "core", 1893711466u, 65532610987u}));
 
   auto none = readRaplCounters(Roots{"", fixtures / "sys-empty"});
   ASSERT_TRUE(none.ok());
@@ -108,29 +99,16 @@ TEST(PowerCap, ACounterNotOursToReadIsDeniedNotAbsent) {
   mixed.write("class/powercap/intel-rapl:1/name", "psys\n");
   mixed.write("class/powercap/intel-rapl:1/energy_uj", "5\n");
 
-  // 0 when both came out as they should; otherwise a bit for each that did not.
-  auto outcome = [&]() -> int {
-    int faults = 0;
+  // "ok" when both came out as they should; otherwise what did not.
+  auto outcome = [&]() -> std::string {
+    std::string faults;
     auto denied = readRaplCounters(Roots{"", deniedOnly.root()});
-    if (denied.ok() || denied.error().kind != ReadFailure::Kind::denied) faults |= 1;
+    if (denied.ok() || denied.error().kind != ReadFailure::Kind::denied) faults += "not denied; ";
     auto some = readRaplCounters(Roots{"", mixed.root()});  // the readable zone is still returned
-    if (!some.ok() || some->size() != 1 || (*some)[0].name != "psys") faults |= 2;
-    return faults;
+    if (!some.ok() || some->size() != 1 || (*some)[0].name != "psys") faults += "readable zone lost";
+    return faults.empty() ? "ok" : faults;
   };
-  if (::geteuid() != 0) {
-    EXPECT_EQ(outcome(), 0);
-    return;
-  }
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(4);
-    ::_exit(outcome());
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0) << "1: not denied, 2: readable zone lost, 4: could not drop root";
+  EXPECT_EQ(::geteuid() == 0 ? asNobody(outcome) : outcome(), "ok");
 }
 
 }  // namespace

@@ -3,12 +3,9 @@
 
 #include "OmniraCore/platform/linux/ProcessChain.h"
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira::platform {
 namespace {
@@ -16,12 +13,9 @@ namespace {
 namespace fs = std::filesystem;
 
 TEST(ProcessChain, WalksUpToTheFirstParentThatCannotBeRead) {
-  const fs::path root = fs::temp_directory_path() / ("omnira-chain-" + std::to_string(::getpid()));
-  fs::remove_all(root);
-  const auto stat = [&](int pid, const std::string& text) {
-    fs::create_directories(root / std::to_string(pid));
-    std::ofstream(root / std::to_string(pid) / "stat") << text;
-  };
+  TempTree tree;
+  const fs::path& root = tree.root();
+  const auto stat = [&](int pid, const std::string& text) { tree.write(std::to_string(pid) + "/stat", text); };
   const std::string rest = " 1 1 0 -1 4194304 90 0 0 0 1 0 0 0 20 0 1 0 5000 0 0\n";
   stat(400, "400 (omnira) S 300" + rest);
   stat(300, "300 (node (MCP) x) S 200" + rest);
@@ -36,7 +30,6 @@ TEST(ProcessChain, WalksUpToTheFirstParentThatCannotBeRead) {
   EXPECT_EQ(processChain(500, root).size(), 2u);
   EXPECT_TRUE(processChain(1, root).empty());
   EXPECT_TRUE(processChain(999, root).empty());
-  fs::remove_all(root);
 }
 
 }  // namespace

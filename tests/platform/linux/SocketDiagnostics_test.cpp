@@ -63,18 +63,12 @@ TEST(SocketDiagnostics, CountsTheBytesOfRealConnections) {
     SCOPED_TRACE(family == AF_INET ? "IPv4" : "IPv6");
     Descriptor listener(::socket(family, SOCK_STREAM, 0));
     sockaddr_storage address{};
-    socklen_t length = 0;
-    if (family == AF_INET) {
-      auto* in = reinterpret_cast<sockaddr_in*>(&address);
-      in->sin_family = AF_INET;
-      in->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-      length = sizeof(sockaddr_in);
-    } else {
-      auto* in6 = reinterpret_cast<sockaddr_in6*>(&address);
-      in6->sin6_family = AF_INET6;
-      in6->sin6_addr = in6addr_loopback;
-      length = sizeof(sockaddr_in6);
-    }
+    address.ss_family = static_cast<sa_family_t>(family);
+    socklen_t length = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+    if (family == AF_INET)
+      reinterpret_cast<sockaddr_in*>(&address)->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    else
+      reinterpret_cast<sockaddr_in6*>(&address)->sin6_addr = in6addr_loopback;
     if (::bind(listener.fd, reinterpret_cast<sockaddr*>(&address), length) != 0) {
       ASSERT_EQ(family, AF_INET6) << std::strerror(errno);
       continue;  // a machine without IPv6 loopback

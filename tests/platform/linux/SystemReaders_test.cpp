@@ -12,7 +12,7 @@
 namespace omnira::platform {
 namespace {
 
-TEST(KernelStat, FoldsTheEightTimesIntoFourPerCore) {
+TEST(KernelStat, FoldsTheEightTimesIntoFourPerCoreAndRejectsCutLines) {
   auto stat = parseKernelStat(
       "cpu  9 9 9 9 9 9 9 9 9 9\n"
       "cpu0 10 1 20 300 4 5 6 7 0 0\n"
@@ -23,9 +23,7 @@ TEST(KernelStat, FoldsTheEightTimesIntoFourPerCore) {
   EXPECT_EQ(stat->cores[0], (CoreTicks{10, 1, 20 + 5 + 6 + 7, 300 + 4}));
   EXPECT_EQ(stat->cores[1], (CoreTicks{1, 2, 3, 4}));
   EXPECT_EQ(stat->bootTime, 1700000000);
-}
 
-TEST(KernelStat, RejectsTruncatedOrGarbledCoreLines) {
   EXPECT_FALSE(parseKernelStat("cpu0 10 1 20\n").ok());
   EXPECT_FALSE(parseKernelStat("cpu0 10 1 x20 300\n").ok());
   EXPECT_FALSE(parseKernelStat("cpu0 10 1 -20 300\n").ok());
@@ -54,13 +52,12 @@ TEST(MemInfo, MapsLinesOntoTheMemoryFigures) {
   EXPECT_EQ(m.cached, 200u * 1024);
   EXPECT_EQ(m.swapUsed, 300u * 1024);
   EXPECT_EQ(m.available, 400u * 1024);
-}
 
-TEST(MemInfo, OlderKernelsWithoutMemAvailableStillGetAnEstimate) {
-  auto info = parseMemInfo("MemTotal: 1000 kB\nMemFree: 100 kB\nActive(file): 50 kB\nInactive(file): 25 kB\n"
+  // An older kernel without MemAvailable still gets an estimate.
+  info = parseMemInfo("MemTotal: 1000 kB\nMemFree: 100 kB\nActive(file): 50 kB\nInactive(file): 25 kB\n"
                            "SReclaimable: 25 kB\nSwapTotal: 0 kB\nSwapFree: 10 kB\n");
   ASSERT_TRUE(info.ok());
-  auto m = memoryReading(*info, 0);
+  m = memoryReading(*info, 0);
   EXPECT_EQ(m.available, 200u * 1024);
   EXPECT_EQ(m.swapUsed, 0u);  // free above total must not wrap
   EXPECT_FALSE(parseMemInfo("MemFree: 100 kB\n").ok());

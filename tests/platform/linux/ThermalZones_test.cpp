@@ -5,21 +5,17 @@
 #include <filesystem>
 
 #include "OmniraCore/platform/linux/ThermalZones.h"
-#include "tests/platform/linux/SysTree.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira::platform {
 namespace {
-
-using testing::fixtureRoots;
 
 TEST(ThermalZones, ParsesTripTypes) {
   EXPECT_EQ(parseTripType("critical\n"), TripType::critical);
   EXPECT_EQ(parseTripType("hot\n"), TripType::hot);
   EXPECT_EQ(parseTripType("passive"), TripType::passive);
   EXPECT_EQ(parseTripType("active\n"), TripType::active);
-  EXPECT_EQ(parseTripType(""), std::nullopt);
-  EXPECT_EQ(parseTripType("crit"), std::nullopt);
-  EXPECT_EQ(parseTripType("Critical\n"), std::nullopt);
+  for (const char* bad : {"", "crit", "Critical\n"}) EXPECT_EQ(parseTripType(bad), std::nullopt) << bad;
 }
 
 TEST(ThermalZones, ReadsTheThinkPadsZonesWithTheirTrips) {
@@ -38,11 +34,10 @@ TEST(ThermalZones, ReadsTheThinkPadsZonesWithTheirTrips) {
     EXPECT_TRUE(ThermalZoneReader(fixtureRoots(tree)).read().empty()) << tree;
 }
 
-using ThermalZoneTree = testing::SysTree;
-
-TEST_F(ThermalZoneTree, FollowsTemperaturesZonesAndBrokenFiles) {
-  copyFixture("sys-thinkpad");
-  ThermalZoneReader reader(roots());
+TEST(ThermalZoneTree, FollowsTemperaturesZonesAndBrokenFiles) {
+  TempTree tree("sys-thinkpad");
+  const auto write = [&](const std::string& file, std::string_view text) { tree.write(file, text); };
+  ThermalZoneReader reader(tree.sys());
   ASSERT_EQ(reader.read().size(), 4u);
 
   const std::string pkg = "devices/virtual/thermal/thermal_zone3/";
@@ -68,7 +63,7 @@ TEST_F(ThermalZoneTree, FollowsTemperaturesZonesAndBrokenFiles) {
   EXPECT_EQ(zones[2], (TemperatureReading{"pch_cannonlake", "pch_cannonlake", SensorKind::board, 47, 95,
                                           std::nullopt, "class/thermal/thermal_zone10/temp"}));
 
-  std::filesystem::remove(root / "class/thermal/thermal_zone2");
+  std::filesystem::remove(tree.root() / "class/thermal/thermal_zone2");
   zones = reader.read();
   ASSERT_EQ(zones.size(), 2u);
   EXPECT_EQ(zones[0].name, "x86_pkg_temp");

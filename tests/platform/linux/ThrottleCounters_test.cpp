@@ -5,12 +5,10 @@
 #include <filesystem>
 
 #include "OmniraCore/platform/linux/ThrottleCounters.h"
-#include "tests/platform/linux/SysTree.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira::platform {
 namespace {
-
-using testing::fixtureRoots;
 
 TEST(ThrottleCounters, ParsesCounterFiles) {
   EXPECT_EQ(parseThrottleCounter("17\n"), 17u);
@@ -53,23 +51,21 @@ TEST(ThrottleCounters, StepCountsThrottledCPUsAndTheLargestShareOfTheInterval) {
   EXPECT_EQ(throttleStep({}, after, 2.0), (ThrottleStep{}));
 }
 
-using ThrottleTree = testing::SysTree;
-
-TEST_F(ThrottleTree, RereadsCountersAndNoticesCPUsGoingAway) {
-  copyFixture("sys-thinkpad");
-  ThrottleCounterReader reader(roots());
+TEST(ThrottleTree, RereadsCountersAndNoticesCPUsGoingAway) {
+  TempTree tree("sys-thinkpad");
+  ThrottleCounterReader reader(tree.sys());
   const auto first = reader.read();
   ASSERT_EQ(first.size(), 4u);
 
-  write("devices/system/cpu/cpu1/thermal_throttle/core_throttle_count", "2\n");
-  write("devices/system/cpu/cpu1/thermal_throttle/core_throttle_total_time_ms", "900\n");
-  write("devices/system/cpu/cpu3/thermal_throttle/package_throttle_count", "garbled\n");
+  tree.write("devices/system/cpu/cpu1/thermal_throttle/core_throttle_count", "2\n");
+  tree.write("devices/system/cpu/cpu1/thermal_throttle/core_throttle_total_time_ms", "900\n");
+  tree.write("devices/system/cpu/cpu3/thermal_throttle/package_throttle_count", "garbled\n");
   auto second = reader.read();
   EXPECT_EQ(second[1], (CPUThrottleCounters{1, 2, 5, 900, 410}));
   EXPECT_EQ(second[3].packageCount, std::nullopt);
   EXPECT_EQ(throttleStep(first, second, 3.0), (ThrottleStep{1, 0.3}));
 
-  std::filesystem::remove_all(root / "devices/system/cpu/cpu2/thermal_throttle");
+  std::filesystem::remove_all(tree.root() / "devices/system/cpu/cpu2/thermal_throttle");
   second = reader.read();
   ASSERT_EQ(second.size(), 3u);
   EXPECT_EQ(second[2].cpu, 3u);

@@ -6,6 +6,7 @@
 #include <systemd/sd-bus.h>
 
 #include <atomic>
+#include <cstddef>
 #include <chrono>
 #include <future>
 #include <string>
@@ -18,45 +19,31 @@
 namespace omnira::platform {
 namespace {
 
+// Laid out for sd-bus to read each property straight from its field: strings as char
+// pointers, booleans as int.
 struct FakeDevice {
   std::string path;
   uint32_t type = 0;
-  std::string model;
+  const char* model = "";
   double percentage = 0;
   uint32_t state = 0;
-  bool powerSupply = false;
-  std::string nativePath;
-  bool present = true;
+  int powerSupply = false;
+  const char* nativePath = "";
+  int present = true;
+  double energy = 12.5;  // what the reader does not ask for
+  const char* vendor = "Acme";
 };
 
-int deviceProperty(sd_bus*, const char*, const char*, const char* property, sd_bus_message* reply, void* userdata,
-                   sd_bus_error*) {
-  const auto* d = static_cast<const FakeDevice*>(userdata);
-  const std::string_view p = property;
-  if (p == "Type") return sd_bus_message_append(reply, "u", d->type);
-  if (p == "Model") return sd_bus_message_append(reply, "s", d->model.c_str());
-  if (p == "Percentage") return sd_bus_message_append(reply, "d", d->percentage);
-  if (p == "State") return sd_bus_message_append(reply, "u", d->state);
-  if (p == "PowerSupply") return sd_bus_message_append(reply, "b", static_cast<int>(d->powerSupply));
-  if (p == "NativePath") return sd_bus_message_append(reply, "s", d->nativePath.c_str());
-  if (p == "IsPresent") return sd_bus_message_append(reply, "b", static_cast<int>(d->present));
-  if (p == "Energy") return sd_bus_message_append(reply, "d", 12.5);
-  if (p == "Vendor") return sd_bus_message_append(reply, "s", "Acme");
-  return -EINVAL;
-}
-
+#define FAKE_PROPERTY(name, signature, field) \
+  SD_BUS_PROPERTY(name, signature, nullptr, offsetof(FakeDevice, field), SD_BUS_VTABLE_PROPERTY_CONST)
 const sd_bus_vtable deviceVtable[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_PROPERTY("NativePath", "s", deviceProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("Vendor", "s", deviceProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("Model", "s", deviceProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("PowerSupply", "b", deviceProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("Type", "u", deviceProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("Energy", "d", deviceProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("Percentage", "d", deviceProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("IsPresent", "b", deviceProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_PROPERTY("State", "u", deviceProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_VTABLE_END};
+    FAKE_PROPERTY("NativePath", "s", nativePath),   FAKE_PROPERTY("Vendor", "s", vendor),
+    FAKE_PROPERTY("Model", "s", model),             FAKE_PROPERTY("PowerSupply", "b", powerSupply),
+    FAKE_PROPERTY("Type", "u", type),               FAKE_PROPERTY("Energy", "d", energy),
+    FAKE_PROPERTY("Percentage", "d", percentage),   FAKE_PROPERTY("IsPresent", "b", present),
+    FAKE_PROPERTY("State", "u", state),             SD_BUS_VTABLE_END};
+#undef FAKE_PROPERTY
 
 struct Listing {
   std::vector<std::string> paths;
@@ -169,16 +156,12 @@ TEST(UPowerDevices, PeripheralsFromTheDaemonAndTheMergeWithPowerSupply) {
   EXPECT_EQ(merged[0].name, "/org/bluez/hci0/dev_CC_DD");
 }
 
-TEST(UPowerDevices, NoDaemonOrNoBusIsAnEmptyList) {
+// No daemon, no bus, or a daemon that never answers: an empty list, and soon.
+TEST(UPowerDevices, NoDaemonNoBusOrAHungDaemonIsAnEmptyList) {
   PrivateBus bus;
   ASSERT_TRUE(bus.failure().empty()) << bus.failure();
   EXPECT_TRUE(readUPowerPeripherals(bus.address().toStdString()).empty());
   EXPECT_TRUE(readUPowerPeripherals("unix:path=/nonexistent/omnira-test-bus").empty());
-}
-
-TEST(UPowerDevices, AHungDaemonIsGivenUpOnWithinTheTimeout) {
-  PrivateBus bus;
-  ASSERT_TRUE(bus.failure().empty()) << bus.failure();
   FakeUPower hung(bus.address().toStdString(), {{devices + "mouse", 5, "M", 50, 2, false, "hidpp_battery_0"}}, false);
   ASSERT_TRUE(hung.failure().empty()) << hung.failure();
   const auto start = std::chrono::steady_clock::now();
