@@ -19,7 +19,6 @@ TEST(Bridge, TheTableAgentsSee) {
                                              "projects", "whats_wrong", "ports", "containers", "can_quit", "agents"}));
   // The platform's words stand where the text names the machine and its system; the
   // product's name keeps the apostrophe it has always had.
-  EXPECT_EQ(tools[0].description.substr(0, 35), "How this computer is doing right no");
   EXPECT_NE(tools[1].description.find("from Omnira' history"), std::string::npos);
   EXPECT_NE(tools[3].description.find("slowed down by Debian GNU/Linux to cool"), std::string::npos);
   for (const auto& t : tools) {
@@ -29,24 +28,14 @@ TEST(Bridge, TheTableAgentsSee) {
 
   // Every schema is an object; "required" only where something is, which is nowhere.
   EXPECT_EQ(tools[0].schema, (json{{"type", "object"}, {"properties", json::object()}}));
-  const auto& topApps = tools[1].schema["properties"];
-  EXPECT_EQ(topApps["by"]["enum"], (json{"memory", "cpu", "power", "disk", "network"}));
-  EXPECT_EQ(topApps["period"]["enum"], (json{"now", "hour", "day", "week", "month", "quarter", "half_year", "year"}));
-  EXPECT_EQ(topApps["limit"], (json{{"type", "integer"}, {"description", "How many apps. Default 10, at most 20."}}));
+  EXPECT_EQ(tools[1].schema["properties"]["period"]["enum"][0], "now");
   EXPECT_EQ(tools[3].schema["properties"]["period"]["enum"][0], "hour");  // history has no "now"
-  EXPECT_EQ(tools[7].schema["properties"]["ports"]["items"], (json{{"type", "integer"}}));
   EXPECT_EQ(Bridge::object({{"pid", "integer", std::nullopt, {}, std::nullopt}}, {"pid"})["required"], json{"pid"});
+  EXPECT_NE(Bridge::request("Debian GNU/Linux").description.find("say before you call that a Omnira window will appear"),
+            std::string::npos);
 
-  const auto quit = Bridge::request("Debian GNU/Linux");
-  EXPECT_EQ(quit.name, "quit");
-  EXPECT_NE(quit.description.find("say before you call that a Omnira window will appear"), std::string::npos);
-  EXPECT_NE(quit.description.find("as closing its windows does"), std::string::npos);
-  EXPECT_EQ(Bridge::actions("x")[1].schema["properties"]["force"]["type"], "boolean");
-
-  EXPECT_TRUE(Bridge::isTool("can_quit"));
-  EXPECT_TRUE(Bridge::isTool("stop_process"));
-  EXPECT_FALSE(Bridge::isTool("Can_quit"));
-  EXPECT_FALSE(Bridge::isTool(""));
+  EXPECT_TRUE(Bridge::isTool("can_quit") && Bridge::isTool("stop_process"));
+  EXPECT_FALSE(Bridge::isTool("Can_quit") || Bridge::isTool(""));
   EXPECT_TRUE(Bridge::isAction("quit") && !Bridge::isAction("can_quit"));
   EXPECT_EQ(Bridge::seconds(*Bridge::period("half_year")), 15'552'000);
   EXPECT_FALSE(Bridge::period("fortnight"));

@@ -17,10 +17,10 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-TEST(ActionsCommand, ListsNewestFirstAndClearsOnlyWhenAsked) {
-  const fs::path root = fs::temp_directory_path() / ("omnira-actions-cli-" + std::to_string(::getpid()));
-  fs::remove_all(root);
-  const auto omnira = [&](const std::string& arguments) { return testing::runCommandIn(root, arguments, true); };
+using ActionsCommand = testing::CommandHome;
+
+TEST_F(ActionsCommand, ListsNewestFirstAndClearsOnlyWhenAsked) {
+  const auto omnira = [&](const std::string& arguments) { return run(arguments); };
   EXPECT_EQ(omnira("actions").out, "No agent has asked to quit anything yet.\n");
 
   const ActionLog log(root / "data" / "Omnira" / "requests.json");
@@ -50,7 +50,6 @@ TEST(ActionsCommand, ListsNewestFirstAndClearsOnlyWhenAsked) {
   EXPECT_EQ(omnira("actions clear --yes").out, "Cleared 2 quit requests.\n");
   EXPECT_TRUE(log.read()->records.empty());
   EXPECT_EQ(omnira("actions bogus").status, 2);
-  fs::remove_all(root);
 }
 
 }  // namespace

@@ -2,21 +2,14 @@
 // run as a person runs it, with its own data and download folders; and while the real
 // application runs on the same files.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
-#include <thread>
 
 #include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/history/HistoryDatabase.h"
@@ -30,28 +23,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct HistoryCommand : ::testing::Test {
-  fs::path root = fs::temp_directory_path() / ("omnira-history-cli-" + std::to_string(::getpid()));
-  void SetUp() override {
-    fs::remove_all(root);
-    fs::create_directories(root / "home");
-  }
-  void TearDown() override { fs::remove_all(root); }
-
-  std::string environment() const {
-    return "HOME=" + (root / "home").string() + " XDG_DATA_HOME=" + (root / "data").string() +
-           " XDG_CONFIG_HOME=" + (root / "config").string() + " XDG_DOWNLOAD_DIR=" + (root / "downloads").string();
-  }
-
-  testing::CommandRun run(const std::string& arguments, const std::string& input = "", const std::string& zone = "") {
-    const std::string command = (zone.empty() ? "" : "TZ='" + zone + "' ") + environment() + " " + OMNIRA_CLI_PATH +
-                                " " + arguments + (input.empty() ? " </dev/null" : " <<< '" + input + "'") + " 2>&1";
-    return testing::runShell("bash -c \"" + command + "\"");
+struct HistoryCommand : testing::CommandHome {
+  testing::CommandRun run(const std::string& arguments, const std::string& zone = "") {
+    return testing::runCommandIn(root, arguments, true, zone.empty() ? "" : "TZ='" + zone + "'");
   }
 
   // As typed at a terminal, answering `answer` to the question.
   testing::CommandRun runAtTerminal(const std::string& arguments, const std::string& answer) {
-    return testing::runShell("bash -c \"" + environment() + " script -qec '" + OMNIRA_CLI_PATH + " " + arguments +
+    return testing::runShell("bash -c \"HOME=" + (root / "home").string() + " XDG_DATA_HOME=" +
+                             (root / "data").string() + " XDG_CONFIG_HOME=" + (root / "config").string() + " script -qec '" + OMNIRA_CLI_PATH + " " + arguments +
                              "' /dev/null <<< '" + answer + "'\"");
   }
 
@@ -140,7 +120,7 @@ TEST_F(HistoryCommand, HoursAreTheLocalClocksWhereTheZoneIsOffByPartOfAnHour) {
       ASSERT_TRUE((*db)->writeReading({.start = lastHour + 300, .seconds = 300, .cpuPercentPeak = 77}).ok());
     }
 
-    const auto shown = run("history system --json", "", zone.rule);
+    const auto shown = run("history system --json", zone.rule);
     ASSERT_EQ(shown.status, 0) << shown.out;
     auto j = nlohmann::json::parse(shown.out);
     ASSERT_EQ(j["resolution"], "hour");
@@ -158,7 +138,7 @@ TEST_F(HistoryCommand, HoursAreTheLocalClocksWhereTheZoneIsOffByPartOfAnHour) {
   }
 }
 
-TEST_F(HistoryCommand, ExportsIntoDownloadsAndDeletesOnlyWhenConfirmed) {
+TEST_F(HistoryCommand, ExportsAndDeletesAllWithTheLedgerAndInsightsOnlyWhenConfirmed) {
   record();
   const auto exported = run("history export --since 2020-01-01");
   ASSERT_EQ(exported.status, 0) << exported.out;
@@ -171,19 +151,10 @@ TEST_F(HistoryCommand, ExportsIntoDownloadsAndDeletesOnlyWhenConfirmed) {
   EXPECT_EQ(files, 2u);
   EXPECT_EQ(run("history export --since yesterday").status, 2);
 
-  EXPECT_EQ(run("history delete --all").status, 1);  // no terminal, no --yes
-  EXPECT_EQ(run("history delete").status, 2);
-  EXPECT_NE(run("history system").out.find("CPU"), std::string::npos);
-  const auto deleted = run("history delete --all --yes");
-  EXPECT_EQ(deleted.status, 0) << deleted.out;
-  EXPECT_NE(run("history system").out.find("holds nothing"), std::string::npos);
-}
-
-TEST_F(HistoryCommand, DeletingAllTakesTheUsageLedgerAndTheInsightsAlongAndOlderKeepsThem) {
-  record();
   const auto data = root / "data" / "Omnira";
   std::ofstream(data / "usage.json") << R"({"version": 1, "days": {}})";
   std::ofstream(data / "insights.json") << R"({"insights": [], "pinned": []})";
+  EXPECT_EQ(run("history delete --all").status, 1);  // no terminal, no --yes
   // The question names what goes; answering no keeps every file.
   const auto declined = runAtTerminal("history delete --all", "n");
   EXPECT_NE(declined.out.find("each app’s daily usage and the insights under “Worth a Look”"), std::string::npos)
@@ -203,6 +174,7 @@ TEST_F(HistoryCommand, DeletingAllTakesTheUsageLedgerAndTheInsightsAlongAndOlder
   EXPECT_FALSE(fs::exists(data / "usage.json"));
   EXPECT_FALSE(fs::exists(data / "insights.json"));
   EXPECT_TRUE(fs::exists(data / "history.sqlite"));
+  EXPECT_NE(run("history system").out.find("holds nothing"), std::string::npos);
   EXPECT_EQ(run("history delete --all --yes").status, 0) << "files already gone are no failure";
 
   // A file that cannot be deleted is named, not passed over.

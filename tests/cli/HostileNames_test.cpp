@@ -31,27 +31,14 @@ bool hasControls(const std::string& text) {
          text.find("\xc2\x9b") != std::string::npos;
 }
 
-struct HostileNames : ::testing::Test {
-  fs::path root = fs::temp_directory_path() / ("omnira-hostile-" + std::to_string(::getpid()));
+struct HostileNames : testing::CommandHome {
   std::vector<pid_t> children;
-
-  void SetUp() override {
-    fs::remove_all(root);
-    fs::create_directories(root / "home");
-  }
   void TearDown() override {
     for (const pid_t child : children) {
       ::kill(child, SIGKILL);
       ::waitpid(child, nullptr, 0);
     }
-    fs::remove_all(root);
-  }
-
-  testing::CommandRun run(const std::string& arguments) {
-    return testing::runShell("HOME='" + (root / "home").string() + "' XDG_DATA_HOME='" + (root / "data").string() +
-                             "' XDG_CONFIG_HOME='" + (root / "config").string() + "' XDG_DOWNLOAD_DIR='" +
-                             (root / "downloads").string() + "' " + OMNIRA_CLI_PATH + " " + arguments +
-                             " </dev/null 2>&1");
+    CommandHome::TearDown();
   }
 
   // A program whose file is named `name`, running under that name as its argv[0] too.

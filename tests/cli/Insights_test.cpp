@@ -10,9 +10,9 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "OmniraCore/history/WorthALook.h"
+#include "tests/Omnira/RunningOmnira.h"
 #include "tests/cli/CommandRun.h"
 
 namespace omnira {
@@ -45,24 +45,9 @@ Date today(int hour, int minute) {
   return std::chrono::system_clock::from_time_t(std::mktime(&tm));
 }
 
-struct InsightsCommand : ::testing::Test {
-  fs::path root = fs::temp_directory_path() / ("omnira-insights-cli-" + std::to_string(::getpid()));
+struct InsightsCommand : testing::CommandHome {
   fs::path file = root / "data" / "Omnira" / "insights.json";
-  void SetUp() override {
-    fs::remove_all(root);
-    fs::create_directories(root / "home");
-  }
-  void TearDown() override { fs::remove_all(root); }
-
-  testing::CommandRun run(const std::string& arguments, bool both = true) {
-    return testing::runCommandIn(root, arguments, both);
-  }
-  std::string contents() {
-    std::ifstream in(file, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-  }
+  std::string contents() { return testing::slurp(file); }
   WorthALook saved() {
     auto list = WorthALook::load(file);
     EXPECT_TRUE(list);

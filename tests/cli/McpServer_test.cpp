@@ -48,7 +48,6 @@ TEST(McpServer, NegotiatesAndListsTheTable) {
   ASSERT_EQ(tools.size(), 14u);
   EXPECT_EQ(tools[0]["name"], "system_status");
   EXPECT_EQ(tools[11]["name"], "quit");
-  EXPECT_EQ(tools[1]["inputSchema"]["properties"]["limit"]["type"], "integer");
   EXPECT_EQ(tools[11]["annotations"]["readOnlyHint"], false);
   // With quitting switched off the quit tools are not offered at all.
   f.actions = false;

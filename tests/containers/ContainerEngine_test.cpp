@@ -1,7 +1,5 @@
 #include "OmniraCore/containers/ContainerEngine.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -10,7 +8,7 @@
 #include <fstream>
 #include <map>
 
-#include "tests/containers/OneReplyServer.h"
+#include "tests/containers/FakeEngine.h"
 
 namespace omnira {
 namespace {
@@ -52,15 +50,12 @@ TEST(ContainerEngine, TriesTheEnginesInOrderAndEachSocketOnce) {
   std::ofstream(engine.socketPath) << "a file";
   EXPECT_FALSE(engine.isPresent());
   fs::remove(engine.socketPath);
-  {
-    testing::OneReplyServer server(engine.socketPath, {"HTTP/1.1 200 OK\r\n\r\nOK"});
-    EXPECT_TRUE(engine.isPresent());
-    EXPECT_TRUE(engine.runs());
-  }
-  {
-    testing::OneReplyServer server(engine.socketPath, {"HTTP/1.1 500 Internal Server Error\r\n\r\n"});
-    EXPECT_FALSE(engine.runs());
-  }
+  int status = 200;
+  testing::FakeEngine server(engine.socketPath, [&](const std::string&) { return testing::FakeEngine::json("OK", status); });
+  EXPECT_TRUE(engine.isPresent());
+  EXPECT_TRUE(engine.runs());
+  status = 500;
+  EXPECT_FALSE(engine.runs());
   fs::remove_all(dir);
 }
 

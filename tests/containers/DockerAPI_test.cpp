@@ -9,7 +9,7 @@
 
 #include <filesystem>
 
-#include "tests/containers/OneReplyServer.h"
+#include "tests/containers/FakeEngine.h"
 
 namespace omnira {
 namespace {
@@ -89,13 +89,17 @@ TEST(DockerAPI, ListsOverARealSocketAndRefusesAnIdThatWouldBreakTheRequest) {
   const auto dir = std::filesystem::temp_directory_path() / ("omnira-docker-" + std::to_string(::getpid()));
   std::filesystem::create_directories(dir);
   {
-    testing::OneReplyServer engine(dir / "d.sock", {"HTTP/1.1 200 OK\r\n\r\n", R"([{"Id": "abc", "Names": ["/db"]}])"});
-    const auto list = DockerAPI::list((dir / "d.sock").string());
+    testing::FakeEngine engine(dir / "d.sock", [](const std::string&) {
+      return testing::FakeEngine::json(R"([{"Id": "abc", "Names": ["/db"]}])");
+    });
+    const auto list = DockerAPI::list(engine.path());
     ASSERT_TRUE(list.ok()) << list.error().message;
     EXPECT_EQ((*list)[0].name, "db");
-    EXPECT_EQ(engine.request().substr(0, 31), "GET /containers/json HTTP/1.1\r\n");
+    EXPECT_EQ(engine.requests().at(0).substr(0, 31), "GET /containers/json HTTP/1.1\r\n");
+    // Refused before it is sent.
+    EXPECT_FALSE(DockerAPI::stats(engine.path(), "abc HTTP/1.1\r\nX: y").ok());
+    EXPECT_EQ(engine.requests().size(), 1u);
   }
-  EXPECT_FALSE(DockerAPI::stats((dir / "d.sock").string(), "abc HTTP/1.1\r\nX: y").ok());
   EXPECT_EQ(DockerAPI::info((dir / "none.sock").string()).error().message.substr(0, 8), "connect ");
   std::filesystem::remove_all(dir);
 }

@@ -1,8 +1,9 @@
 #pragma once
 // A real Unix-socket server that answers any number of connections the way a container
 // engine would, or would not: each request's path goes to `answer`, whose reply is sent
-// after its delay. A delay longer than the test is an engine that hangs; the server ends
-// every wait when it is destroyed.
+// after its delay, then its further pieces a moment apart (so a client's reads see them
+// apart). A delay longer than the test is an engine that hangs; the server ends every wait
+// when it is destroyed.
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -25,8 +26,9 @@ namespace omnira::testing {
 class FakeEngine {
  public:
   struct Reply {
-    std::string text;  // the whole reply, status line included
+    std::string text;  // the reply, status line included
     std::chrono::milliseconds delay{0};
+    std::vector<std::string> more{};  // sent after it, 20 ms apart
   };
   using Answer = std::function<Reply(const std::string& path)>;
 
@@ -55,10 +57,14 @@ class FakeEngine {
     std::filesystem::remove(path_);
   }
   std::string path() const { return path_.string(); }
-  // Paths asked so far, in the order they arrived.
+  // Paths asked so far, in the order they arrived, and the whole requests.
   std::vector<std::string> asked() const {
     std::lock_guard lock(mutex_);
     return asked_;
+  }
+  std::vector<std::string> requests() const {
+    std::lock_guard lock(mutex_);
+    return requests_;
   }
 
  private:
@@ -86,6 +92,7 @@ class FakeEngine {
     {
       std::lock_guard lock(mutex_);
       asked_.push_back(path);
+      requests_.push_back(request);
     }
     const Reply reply = answer_(path);
     {
@@ -96,6 +103,10 @@ class FakeEngine {
       }
     }
     (void)::send(client, reply.text.data(), reply.text.size(), MSG_NOSIGNAL);
+    for (const auto& piece : reply.more) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      (void)::send(client, piece.data(), piece.size(), MSG_NOSIGNAL);
+    }
     ::close(client);
   }
 
@@ -104,10 +115,11 @@ class FakeEngine {
   int fd_ = -1;
   std::thread acceptor_;
   std::vector<std::thread> handlers_;  // touched by the acceptor only, then joined
-  mutable std::mutex mutex_;           // guards stopping_ and asked_
+  mutable std::mutex mutex_;           // guards stopping_, asked_ and requests_
   std::condition_variable wake_;
   bool stopping_ = false;
   std::vector<std::string> asked_;
+  std::vector<std::string> requests_;
 };
 
 }  // namespace omnira::testing

@@ -90,9 +90,11 @@ uint16_t listenOn(int fd) {
   return ntohs(address.sin_port);
 }
 
-TEST(PortsCommand, ShowsARealListenerWithItsClientAndSaysWhatIsFree) {
-  const fs::path root = fs::temp_directory_path() / ("omnira-ports-" + std::to_string(::getpid()));
-  fs::create_directories(root / "home");
+// `omnira ports` and `omnira can-quit` on a real listener of this test's, with a client of its
+// own connected from another process, and on a port that is free.
+using PortsCommand = testing::CommandHome;
+
+TEST_F(PortsCommand, ShowsAndJudgesARealListenerWithItsClientAndSaysWhatIsFree) {
   const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
   const uint16_t port = listenOn(listener);
   ASSERT_NE(port, 0);
@@ -100,7 +102,6 @@ TEST(PortsCommand, ShowsARealListenerWithItsClientAndSaysWhatIsFree) {
   const uint16_t freePort = listenOn(spare);
   ::close(spare);  // free again
 
-  // A client of our own, in a process of its own, connected until killed.
   const pid_t client = ::fork();
   ASSERT_GE(client, 0);
   if (client == 0) {
@@ -116,14 +117,18 @@ TEST(PortsCommand, ShowsARealListenerWithItsClientAndSaysWhatIsFree) {
   const int accepted = ::accept(listener, nullptr, nullptr);
   ASSERT_GE(accepted, 0);
 
-  const auto json = testing::runCommandIn(root, fmt::format("ports {} {} --json", port, freePort), false);
-  const auto text = testing::runCommandIn(root, fmt::format("ports {}", freePort), false);
-  const auto wrong = testing::runCommandIn(root, "ports 70000", true);
+  const auto json = run(fmt::format("ports {} {} --json", port, freePort), false);
+  const auto text = run(fmt::format("ports {}", freePort), false);
+  const auto wrong = run("ports 70000", true);
+  const auto judged = run(fmt::format("can-quit --port {} --json", port), false);
+  const auto noTarget = run("can-quit", true);
+  const auto twoTargets = run("can-quit --pid 1 --port 80", true);
+  const auto gone = run("can-quit --pid 999999999", true);
+  const auto nothing = run(fmt::format("can-quit --port {}", freePort), true);
   ::kill(client, SIGKILL);
   ::waitpid(client, nullptr, 0);
   ::close(accepted);
   ::close(listener);
-  fs::remove_all(root);
 
   ASSERT_EQ(json.status, 0) << json.out;
   const auto parsed = nlohmann::json::parse(json.out);
@@ -139,41 +144,15 @@ TEST(PortsCommand, ShowsARealListenerWithItsClientAndSaysWhatIsFree) {
   EXPECT_EQ(text.out, fmt::format("{} is free.\n", freePort));
   EXPECT_EQ(wrong.status, 2);
   EXPECT_NE(wrong.out.find("not in range 1 to 65535"), std::string::npos) << wrong.out;
-}
-
-}  // namespace
-}  // namespace omnira
-
-namespace omnira {
-namespace {
-
-TEST(CanQuitCommand, JudgesWhatListensOnARealPortAndRefusesUnclearRequests) {
-  const fs::path root = fs::temp_directory_path() / ("omnira-canquit-" + std::to_string(::getpid()));
-  fs::create_directories(root / "home");
-  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-  const uint16_t port = listenOn(listener);
-  ASSERT_NE(port, 0);
-
-  const auto judged = testing::runCommandIn(root, fmt::format("can-quit --port {} --json", port), false);
-  const auto noTarget = testing::runCommandIn(root, "can-quit", true);
-  const auto twoTargets = testing::runCommandIn(root, "can-quit --pid 1 --port 80", true);
-  const auto gone = testing::runCommandIn(root, "can-quit --pid 999999999", true);
-  const int spare = ::socket(AF_INET, SOCK_STREAM, 0);
-  const uint16_t freePort = listenOn(spare);
-  ::close(spare);
-  const auto nothing = testing::runCommandIn(root, fmt::format("can-quit --port {}", freePort), true);
-  ::close(listener);
-  fs::remove_all(root);
 
   ASSERT_EQ(judged.status, 0) << judged.out;
-  const auto parsed = nlohmann::json::parse(judged.out);
-  ASSERT_EQ(parsed["verdicts"].size(), 1u);
-  const auto& verdict = parsed["verdicts"][0];
-  EXPECT_EQ(verdict["pid"], ::getpid());
-  EXPECT_EQ(verdict["ports"], nlohmann::json::array({port}));
+  const auto verdicts = nlohmann::json::parse(judged.out)["verdicts"];
+  ASSERT_EQ(verdicts.size(), 1u);
+  EXPECT_EQ(verdicts[0]["pid"], ::getpid());
+  EXPECT_EQ(verdicts[0]["ports"], nlohmann::json::array({port}));
   // This test runs the command, so it is in the asking chain, or of the system when root:
   // either way never to be quit.
-  EXPECT_EQ(verdict["verdict"], "do_not");
+  EXPECT_EQ(verdicts[0]["verdict"], "do_not");
   EXPECT_EQ(noTarget.status, 2);
   EXPECT_EQ(noTarget.out, "omnira: Give one of --pid, --pids, --port, --project or an app's or program's name.\n");
   EXPECT_EQ(twoTargets.status, 2);

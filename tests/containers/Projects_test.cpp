@@ -59,12 +59,12 @@ TEST(Projects, FoldTheProcessesOfEachFolderAcrossApps) {
   EXPECT_EQ(web.toJSON()["processes"][2]["ports"], nlohmann::ordered_json({3000, 5173}));
 }
 
-TEST(ProjectsCommand, FindsARealDevServerInAProjectFolder) {
-  const fs::path root = fs::temp_directory_path() / ("omnira-projects-" + std::to_string(::getpid()));
+using ProjectsCommand = testing::CommandHome;
+
+TEST_F(ProjectsCommand, FindsARealDevServerInAProjectFolder) {
   const fs::path project = root / "checkout" / "shop-frontend";
   fs::create_directories(project / "src");
   std::ofstream(project / "package.json") << "{}";
-  fs::create_directories(root / "home");
 
   // A dev server of the person's, working in a folder below the project's root.
   std::optional<testing::CommandRun> text, json, none;
@@ -75,11 +75,10 @@ TEST(ProjectsCommand, FindsARealDevServerInAProjectFolder) {
     ASSERT_NE(dev.port(), 0);
     port = std::to_string(dev.port());
     server = dev.pid();
-    text = testing::runCommandIn(root, "projects shop", false);
-    json = testing::runCommandIn(root, "projects --json", false);
-    none = testing::runCommandIn(root, "projects no-such-thing", true);
+    text = run("projects shop", false);
+    json = run("projects --json", false);
+    none = run("projects no-such-thing");
   }
-  fs::remove_all(root);
 
   EXPECT_EQ(text->status, 0);
   EXPECT_NE(text->out.find("shop-frontend  " + project.string()), std::string::npos) << text->out;

@@ -3,8 +3,6 @@
 
 #include "OmniraCore/containers/UnixHTTP.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -14,17 +12,20 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <thread>
-#include <vector>
 
-#include "tests/containers/OneReplyServer.h"
+#include "tests/containers/FakeEngine.h"
 
 namespace omnira {
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using testing::OneReplyServer;
+using testing::FakeEngine;
+
+// An engine that gives every request the same reply.
+FakeEngine replying(const fs::path& path, FakeEngine::Reply reply) {
+  return FakeEngine(path, [reply](const std::string&) { return reply; });
+}
 
 class UnixHTTPTest : public ::testing::Test {
  protected:
@@ -40,38 +41,31 @@ TEST_F(UnixHTTPTest, ReadsChunkedAndPlainRepliesAndSendsTheExactRequest) {
   const std::string json = R"([{"Id":"abc","Names":["/web"]}])";
   {
     // The size line and a chunk are each split across writes.
-    OneReplyServer server(dir_ / "chunked.sock",
-                          {"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nTransfer-Encoding: chunked\r\n\r\n1",
-                           "0\r\n" + json.substr(0, 16), "\r\n" + std::string("f;ext=1\r\n") + json.substr(16) + "\r\n0\r\n\r\n"});
+    const auto server = replying(
+        dir_ / "chunked.sock",
+        {"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nTransfer-Encoding: chunked\r\n\r\n1", 0ms,
+         {"0\r\n" + json.substr(0, 16), "\r\n" + std::string("f;ext=1\r\n") + json.substr(16) + "\r\n0\r\n\r\n"}});
     const auto body = UnixHTTP::get("/containers/json", (dir_ / "chunked.sock").string(), 2000ms);
     ASSERT_TRUE(body.ok()) << body.error().message;
     EXPECT_EQ(*body, json);
-    EXPECT_EQ(server.request(),
+    EXPECT_EQ(server.requests().at(0),
               "GET /containers/json HTTP/1.1\r\nHost: localhost\r\nAccept: application/json\r\nContent-Length: 0\r\n"
               "Connection: close\r\n\r\n");
   }
-  OneReplyServer plain(dir_ / "plain.sock", {"HTTP/1.0 304 Not Modified\r\nServer: x\r\n\r\n", json});
+  const auto plain = replying(dir_ / "plain.sock", {"HTTP/1.0 304 Not Modified\r\nServer: x\r\n\r\n", 0ms, {json}});
   const auto body = UnixHTTP::get("/info", (dir_ / "plain.sock").string(), 2000ms);
   ASSERT_TRUE(body.ok()) << body.error().message;
   EXPECT_EQ(*body, json);
 }
 
 TEST_F(UnixHTTPTest, EachWayToFailHasItsText) {
-  {
-    OneReplyServer server(dir_ / "404.sock", {"HTTP/1.1 404 Not Found\r\n\r\n{\"message\":\"no such container\"}"});
-    EXPECT_EQ(UnixHTTP::get("/x", (dir_ / "404.sock").string(), 2000ms).error().message, "status 404");
-  }
-  {
-    OneReplyServer server(dir_ / "headless.sock", {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n"});
-    EXPECT_EQ(UnixHTTP::get("/x", (dir_ / "headless.sock").string(), 2000ms).error().message, "no header");
-  }
-  {
-    // Says nothing for longer than the time-out: the read gives up (only that it ends is checked).
-    OneReplyServer server(dir_ / "silent.sock", {}, 1000ms);
-    const auto silent = UnixHTTP::get("/x", (dir_ / "silent.sock").string(), 200ms);
-    ASSERT_FALSE(silent.ok());
-    EXPECT_EQ(silent.error().message, std::string("read ") + std::strerror(EAGAIN));
-  }
+  const auto notFound = replying(dir_ / "404.sock", FakeEngine::json("{\"message\":\"no such container\"}", 404));
+  EXPECT_EQ(UnixHTTP::get("/x", notFound.path(), 2000ms).error().message, "status 404");
+  const auto headless = replying(dir_ / "headless.sock", {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n"});
+  EXPECT_EQ(UnixHTTP::get("/x", headless.path(), 2000ms).error().message, "no header");
+  // Says nothing for longer than the time-out: the read gives up (only that it ends is checked).
+  const auto silent = replying(dir_ / "silent.sock", {"", 1000ms});
+  EXPECT_EQ(UnixHTTP::get("/x", silent.path(), 200ms).error().message, std::string("read ") + std::strerror(EAGAIN));
   EXPECT_EQ(UnixHTTP::get("/x", (dir_ / "missing.sock").string(), 200ms).error().message,
             std::string("connect ") + std::strerror(ENOENT));
   std::ofstream(dir_ / "regular") << "not a socket";

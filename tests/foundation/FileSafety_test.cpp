@@ -9,7 +9,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include <fmt/format.h>
@@ -33,12 +32,7 @@ using Kind = AtomicFile::ReadFailure::Kind;
 
 constexpr uid_t kNobody = 65534;
 
-std::string contents(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using testing::slurp;
 
 mode_t modeOf(const fs::path& path) {
   struct stat info {};
@@ -72,7 +66,7 @@ struct FileSafety : ::testing::Test {
     fs::create_symlink(target.empty() ? victim : target, link);
   }
   void expectVictimUntouched() {
-    EXPECT_EQ(contents(victim), "precious");
+    EXPECT_EQ(slurp(victim), "precious");
     EXPECT_EQ(fs::file_size(victim), 8u);
     EXPECT_EQ(modeOf(victim), 0644u);
   }
@@ -91,7 +85,7 @@ TEST_F(FileSafety, SavesArePrivateAndReplaceAPlantedLinkInsteadOfWritingThroughI
   ASSERT_TRUE(AtomicFile::write(linked, "{\"days\":{}}"));
   expectVictimUntouched();
   EXPECT_FALSE(fs::is_symlink(linked));
-  EXPECT_EQ(contents(linked), "{\"days\":{}}");
+  EXPECT_EQ(slurp(linked), "{\"days\":{}}");
   EXPECT_EQ(modeOf(linked), 0600u);
   // Nothing of the saves is left beside them.
   size_t entries = 0;
@@ -158,7 +152,7 @@ TEST_F(FileSafety, ACreatedFileIsNewNeverAnExistingOneOrALink) {
   auto again = AtomicFile::create(file, "other");
   ASSERT_FALSE(again);
   EXPECT_TRUE(again.error().exists);
-  EXPECT_EQ(contents(file), "a,b\r\n");
+  EXPECT_EQ(slurp(file), "a,b\r\n");
 
   const fs::path linked = root / "linked.csv";
   plant(linked);
@@ -272,14 +266,14 @@ TEST_F(FileSafety, AnExportNeverOverwritesOrFollowsWhatIsInTheDownloadsFolder) {
   auto first = HistoryExport::write(**database, downloads, now - std::chrono::hours(1), now);
   ASSERT_TRUE(first) << first.error().message;
   EXPECT_EQ(modeOf(first->machine), 0600u);
-  const std::string machineText = contents(first->machine);
+  const std::string machineText = slurp(first->machine);
 
   // The same minute again: the first files stay, the new ones are numbered.
   auto second = HistoryExport::write(**database, downloads, now - std::chrono::hours(1), now);
   ASSERT_TRUE(second) << second.error().message;
   EXPECT_NE(second->machine, first->machine);
   EXPECT_NE(second->machine.filename().string().find(" (2).csv"), std::string::npos) << second->machine;
-  EXPECT_EQ(contents(first->machine), machineText);
+  EXPECT_EQ(slurp(first->machine), machineText);
 
   // Another user's links at both names: they and their targets are left as they are.
   for (const auto& file : {first->machine, first->apps, second->machine, second->apps}) {
@@ -291,7 +285,7 @@ TEST_F(FileSafety, AnExportNeverOverwritesOrFollowsWhatIsInTheDownloadsFolder) {
   expectVictimUntouched();
   EXPECT_TRUE(fs::is_symlink(first->machine));
   EXPECT_NE(third->machine.filename().string().find(" (3).csv"), std::string::npos) << third->machine;
-  EXPECT_EQ(contents(third->machine), machineText);
+  EXPECT_EQ(slurp(third->machine), machineText);
 }
 
 TEST_F(FileSafety, FoldersOthersCanChangeAreRefusedWithASentence) {

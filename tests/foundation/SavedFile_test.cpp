@@ -7,7 +7,8 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <sstream>
+
+#include "tests/Omnira/RunningOmnira.h"
 
 namespace omnira {
 namespace {
@@ -24,12 +25,7 @@ struct SavedFileFolder : ::testing::Test {
   }
   void TearDown() override { fs::remove_all(folder); }
   void write(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::trunc) << text; }
-  std::string contents(const fs::path& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-  }
+  std::string contents(const fs::path& path) { return testing::slurp(path); }
 };
 
 TEST_F(SavedFileFolder, AsidesAreDatedNumberedAndNeverReplaced) {
