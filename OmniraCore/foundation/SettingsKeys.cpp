@@ -103,6 +103,12 @@ std::vector<SettingSpec> buildTable() {
                    .defaultValue = "celsius",
                    .choices = {"celsius", "fahrenheit"},
                    .description = "How temperatures are shown."});
+  table.push_back({.key = "menuBarReadout",
+                   .type = Type::choice,
+                   .defaultValue = "cpu",
+                   .choices = {"cpu", "memory", "pressure"},
+                   .description = "What the status icon shows live."});
+  table.push_back(boolean("menuBarShowsGraph", false, "Draw the status icon's readout as a small graph, not a figure."));
   table.push_back(boolean("insightNotifications", true,
                           "Post each new insight as a notification too; it always appears under Worth a Look."));
   table.push_back(rangedNumber("insightCPUPercent", 50, 1, 10000,

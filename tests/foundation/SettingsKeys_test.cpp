@@ -41,7 +41,7 @@ TEST(SettingsKeys, EveryDefaultIsAllowedAndReadsBack) {
     EXPECT_EQ(defaults.value(spec.key), spec.defaultValue) << spec.key;
     EXPECT_EQ(SettingsKeys::find(spec.key), &spec);
   }
-  EXPECT_EQ(SettingsKeys::find("menuBarShowsGraph"), nullptr);
+  EXPECT_EQ(SettingsKeys::find("menuBarshowsgraph"), nullptr);
   EXPECT_FALSE(defaults.boolean(SettingsKeys::bridgeEnabled));  // agents are let in only when the person says so
   EXPECT_EQ(SettingsKeys::unknownKeySentence("refreshseconds"),
             "There is no setting \"refreshseconds\"; did you mean \"refreshSeconds\"?");
