@@ -18,23 +18,13 @@ struct Outcome {
   std::vector<QString> failed;
 };
 
-// Runs the event loop until `expected` replies came back; the 5 s timer only stops a hang.
+// Runs the event loop until `expected` replies came back; the 5 s guard only stops a hang.
 Outcome await(InsightNotifier& notifier, size_t expected) {
   Outcome outcome;
-  QEventLoop loop;
-  const auto check = [&] {
-    if (outcome.delivered.size() + outcome.failed.size() >= expected) loop.quit();
-  };
-  QObject::connect(&notifier, &InsightNotifier::delivered, &loop, [&](uint id) {
-    outcome.delivered.push_back(id);
-    check();
-  });
-  QObject::connect(&notifier, &InsightNotifier::failed, &loop, [&](const QString& reason) {
-    outcome.failed.push_back(reason);
-    check();
-  });
-  QTimer::singleShot(5000, &loop, &QEventLoop::quit);
-  loop.exec();
+  QObject context;  // takes the connections away on return
+  QObject::connect(&notifier, &InsightNotifier::delivered, &context, [&](uint id) { outcome.delivered.push_back(id); });
+  QObject::connect(&notifier, &InsightNotifier::failed, &context, [&](const QString& why) { outcome.failed.push_back(why); });
+  testing::pumpUntil([&] { return outcome.delivered.size() + outcome.failed.size() >= expected; }, 5000);
   return outcome;
 }
 

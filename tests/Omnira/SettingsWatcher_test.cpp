@@ -37,20 +37,13 @@ struct SettingsWatcherTest : ::testing::Test {
       QObject::connect(&watcher, &SettingsWatcher::changed, &context, [this](const Settings& settings) {
         ++count;
         last = settings;
-        if (loop) loop->quit();
       });
     }
     std::optional<Settings> next(int guardMilliseconds = 5000) {
       const int before = count;
-      QEventLoop waiting;
-      loop = &waiting;
-      QTimer::singleShot(guardMilliseconds, &waiting, &QEventLoop::quit);
-      if (count == before) waiting.exec();
-      loop = nullptr;
-      return count > before ? last : std::nullopt;
+      return testing::pumpUntil([&] { return count > before; }, guardMilliseconds) ? last : std::nullopt;
     }
     QObject context;
-    QEventLoop* loop = nullptr;
     int count = 0;
     std::optional<Settings> last;
   };
