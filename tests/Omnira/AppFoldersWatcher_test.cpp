@@ -2,16 +2,13 @@
 // shortened; the 5-second guards only keep a broken watcher from hanging the suite.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <QEventLoop>
-#include <QTimer>
 
 #include <filesystem>
 #include <fstream>
 
 #include "Omnira/AppFoldersWatcher.h"
 #include "tests/Omnira/QtTestApp.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira {
 namespace {
@@ -19,17 +16,15 @@ namespace {
 namespace fs = std::filesystem;
 
 struct AppFoldersWatcherTest : ::testing::Test {
-  fs::path root = fs::temp_directory_path() / ("omnira-app-folders-" + std::to_string(::getpid()));
-  fs::path system = root / "usr/share/applications";
-  fs::path home = root / "home/.local/share/applications";
+  platform::TempTree tree;
+  fs::path system = tree.root() / "usr/share/applications";
+  fs::path home = tree.root() / "home/.local/share/applications";
 
   void SetUp() override {
     testing::qtTestApp();
-    fs::remove_all(root);
     fs::create_directories(system / "vendor");
     fs::create_directories(home.parent_path());
   }
-  void TearDown() override { fs::remove_all(root); }
 
   static void write(const fs::path& file) { std::ofstream(file) << "[Desktop Entry]\nType=Application\n"; }
 

@@ -1,38 +1,14 @@
-// Notifications go over a real D-Bus: each test starts its own bus daemon, and a small
+// Notifications go over a real D-Bus: the test starts its own bus daemon, and a small
 // notification service on a second connection plays the desktop's notification server.
 
 #include "Omnira/InsightNotifier.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <spdlog/sinks/ringbuffer_sink.h>
 #include <spdlog/spdlog.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <QDBusArgument>
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusMetaType>
-#include <QDBusVirtualObject>
-#include <QEventLoop>
-#include <QTimer>
-
-#include <filesystem>
-#include <fstream>
-#include <mutex>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "tests/Omnira/NotificationBus.h"
 #include "tests/Omnira/QtTestApp.h"
-
-extern char** environ;
 
 namespace omnira {
 namespace {
@@ -42,23 +18,13 @@ struct Outcome {
   std::vector<QString> failed;
 };
 
-// Runs the event loop until `expected` replies came back; the 5 s timer only stops a hang.
+// Runs the event loop until `expected` replies came back; the 5 s guard only stops a hang.
 Outcome await(InsightNotifier& notifier, size_t expected) {
   Outcome outcome;
-  QEventLoop loop;
-  const auto check = [&] {
-    if (outcome.delivered.size() + outcome.failed.size() >= expected) loop.quit();
-  };
-  QObject::connect(&notifier, &InsightNotifier::delivered, &loop, [&](uint id) {
-    outcome.delivered.push_back(id);
-    check();
-  });
-  QObject::connect(&notifier, &InsightNotifier::failed, &loop, [&](const QString& reason) {
-    outcome.failed.push_back(reason);
-    check();
-  });
-  QTimer::singleShot(5000, &loop, &QEventLoop::quit);
-  loop.exec();
+  QObject context;  // takes the connections away on return
+  QObject::connect(&notifier, &InsightNotifier::delivered, &context, [&](uint id) { outcome.delivered.push_back(id); });
+  QObject::connect(&notifier, &InsightNotifier::failed, &context, [&](const QString& why) { outcome.failed.push_back(why); });
+  testing::pumpUntil([&] { return outcome.delivered.size() + outcome.failed.size() >= expected; }, 5000);
   return outcome;
 }
 
@@ -72,34 +38,24 @@ Insight makeInsight(Insight::Kind kind, std::string title, std::string detail) {
   return insight;
 }
 
-class InsightNotifierTest : public ::testing::Test {
- protected:
-  void SetUp() override { testing::qtTestApp(); }
-
-  void TearDown() override {
-    for (const QString& name : connections_) QDBusConnection::disconnectFromBus(name);
-  }
-
-  QDBusConnection connect(const QString& address, const QString& name) {
-    connections_.push_back(name);
-    return QDBusConnection::connectToBus(address, name);
-  }
-
- private:
-  std::vector<QString> connections_;
-};
-
-TEST_F(InsightNotifierTest, PostsEachInsightToTheNotificationService) {
+TEST(InsightNotifier, PostsEachInsightToTheServiceAndFailsQuietlyWithoutOne) {
+  testing::qtTestApp();
   PrivateBus bus;
   ASSERT_FALSE(bus.address().isEmpty()) << bus.failure();
-
-  QDBusConnection serviceBus = connect(bus.address(), "omnira-test-notification-service");
+  QDBusConnection serviceBus = QDBusConnection::connectToBus(bus.address(), "omnira-test-notification-service");
   ASSERT_TRUE(serviceBus.isConnected()) << serviceBus.lastError().message().toStdString();
+  InsightNotifier notifier(QDBusConnection::connectToBus(bus.address(), "omnira-test-notifier"));
+
+  // A bus where nobody shows notifications yet: the call fails, quietly.
+  EXPECT_TRUE(notifier.post("Disk burst", "12 GB written in 10 min."));
+  Outcome outcome = await(notifier, 1);
+  EXPECT_TRUE(outcome.delivered.empty());
+  ASSERT_EQ(outcome.failed.size(), 1u);
+  EXPECT_FALSE(outcome.failed.front().isEmpty());
+
   NotificationService service;
   ASSERT_TRUE(serviceBus.registerVirtualObject("/org/freedesktop/Notifications", &service));
   ASSERT_TRUE(serviceBus.registerService("org.freedesktop.Notifications"));
-
-  InsightNotifier notifier(connect(bus.address(), "omnira-test-notifier"));
   const Insight busy = makeInsight(Insight::Kind::sustainedCPU, "Firefox keeps the CPU busy",
                                    "85 % of a core for 10 min, in the background — “Tabs” included.");
   Insight pressure = makeInsight(Insight::Kind::memoryPressure, "Memory pressure is critical",
@@ -107,8 +63,7 @@ TEST_F(InsightNotifierTest, PostsEachInsightToTheNotificationService) {
   pressure.appID = "critical";
   ASSERT_TRUE(notifier.post(busy));
   ASSERT_TRUE(notifier.post(pressure));
-
-  const Outcome outcome = await(notifier, 2);
+  outcome = await(notifier, 2);
   EXPECT_TRUE(outcome.failed.empty()) << outcome.failed.front().toStdString();
   EXPECT_EQ(outcome.delivered, (std::vector<uint>{1, 2}));
 
@@ -126,7 +81,6 @@ TEST_F(InsightNotifierTest, PostsEachInsightToTheNotificationService) {
   EXPECT_STREQ(first.hints.value("urgency").metaType().name(), QMetaType::fromType<uchar>().name());
   EXPECT_EQ(first.hints.value("urgency").toInt(), 1);
   EXPECT_EQ(first.expireTimeout, -1);
-
   EXPECT_EQ(received[1].summary.toStdString(), pressure.title);
   EXPECT_EQ(received[1].hints.value("urgency").toInt(), 2);
 
@@ -136,20 +90,6 @@ TEST_F(InsightNotifierTest, PostsEachInsightToTheNotificationService) {
   ASSERT_EQ(service.received().size(), 3u);
   EXPECT_EQ(service.received()[2].summary.toStdString(), "<b>Tom & Jerry</b> keeps the CPU busy");
   EXPECT_EQ(service.received()[2].body.toStdString(), "&lt;img src=\"x\"/&gt; &amp; &lt;b&gt;Tom&lt;/b&gt; at 85 %");
-}
-
-TEST_F(InsightNotifierTest, WithoutServiceOrBusPostsNothing) {
-  // A bus where nobody shows notifications: the call fails, quietly.
-  PrivateBus bus;
-  ASSERT_FALSE(bus.address().isEmpty()) << bus.failure();
-  {
-    InsightNotifier notifier(connect(bus.address(), "omnira-test-no-service"));
-    EXPECT_TRUE(notifier.post("Disk burst", "12 GB written in 10 min."));
-    const Outcome outcome = await(notifier, 1);
-    EXPECT_TRUE(outcome.delivered.empty());
-    ASSERT_EQ(outcome.failed.size(), 1u);
-    EXPECT_FALSE(outcome.failed.front().isEmpty());
-  }
 
   // No bus at all: nothing is sent, and the log says so once, not once per insight.
   auto previous = spdlog::default_logger();
@@ -158,12 +98,12 @@ TEST_F(InsightNotifierTest, WithoutServiceOrBusPostsNothing) {
   logger->set_level(spdlog::level::debug);
   spdlog::set_default_logger(logger);
   {
-    InsightNotifier notifier(connect("unix:path=/nonexistent/omnira-test-bus", "omnira-test-no-bus"));
+    InsightNotifier lost(QDBusConnection::connectToBus("unix:path=/nonexistent/omnira-test-bus", "omnira-test-no-bus"));
     int replies = 0;
-    QObject::connect(&notifier, &InsightNotifier::delivered, [&] { ++replies; });
-    QObject::connect(&notifier, &InsightNotifier::failed, [&] { ++replies; });
-    EXPECT_FALSE(notifier.post("Disk burst", "12 GB written in 10 min."));
-    EXPECT_FALSE(notifier.post(makeInsight(Insight::Kind::runningHot, "Running hot", "95 °C for 3 min.")));
+    QObject::connect(&lost, &InsightNotifier::delivered, [&] { ++replies; });
+    QObject::connect(&lost, &InsightNotifier::failed, [&] { ++replies; });
+    EXPECT_FALSE(lost.post("Disk burst", "12 GB written in 10 min."));
+    EXPECT_FALSE(lost.post(makeInsight(Insight::Kind::runningHot, "Running hot", "95 °C for 3 min.")));
     QCoreApplication::processEvents();
     EXPECT_EQ(replies, 0);
   }
@@ -171,6 +111,8 @@ TEST_F(InsightNotifierTest, WithoutServiceOrBusPostsNothing) {
   const std::vector<std::string> logged = lines->last_formatted();
   ASSERT_EQ(logged.size(), 1u);
   EXPECT_NE(logged.front().find("no session bus"), std::string::npos) << logged.front();
+  for (const char* name : {"omnira-test-notification-service", "omnira-test-notifier", "omnira-test-no-bus"})
+    QDBusConnection::disconnectFromBus(name);
 }
 
 }  // namespace

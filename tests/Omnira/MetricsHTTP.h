@@ -2,19 +2,10 @@
 // A plain HTTP/1.1 client over a real TCP socket, for the metrics endpoint's tests: sends
 // exactly the bytes given, so tests can send what a well-behaved client never would.
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cstdint>
-#include <map>
-#include <optional>
-#include <string>
-
-#include "OmniraCore/foundation/Parse.h"
+#include "tests/support/LoopbackHTTP.h"
 
 namespace omnira::testing {
 
@@ -27,24 +18,12 @@ struct HTTPAnswer {
 // A connected socket to 127.0.0.1:port; -1 when refused.
 inline int connectTo(uint16_t port) {
   const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+  const sockaddr_in address = loopbackAddress(port);
+  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     ::close(fd);
     return -1;
   }
   return fd;
-}
-
-inline bool sendAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(sent));
-  }
-  return true;
 }
 
 // Reads until the server closes; the guard only keeps a broken server from hanging the test.
@@ -59,21 +38,11 @@ inline std::optional<HTTPAnswer> readAnswer(int fd, int guardMilliseconds = 3000
     if (got == 0) break;
     text.append(buffer, static_cast<size_t>(got));
   }
-  const auto end = text.find("\r\n\r\n");
-  if (!text.starts_with("HTTP/1.1 ") || end == std::string::npos) return std::nullopt;
-  HTTPAnswer answer;
-  const auto status = parseNumber<int>(std::string_view(text).substr(9, 3));
+  const auto head = parseHead(text);
+  if (!head || !head->startLine.starts_with("HTTP/1.1 ")) return std::nullopt;
+  const auto status = parseNumber<int>(head->startLine.substr(9, 3));
   if (!status) return std::nullopt;
-  answer.status = *status;
-  std::string_view head = std::string_view(text).substr(0, end);
-  head.remove_prefix(head.find("\r\n") + 2);
-  forEachLine(head, [&](std::string_view line) {
-    const auto colon = line.find(':');
-    if (colon != std::string_view::npos)
-      answer.headers[lowered(line.substr(0, colon))] = std::string(trim(line.substr(colon + 1)));
-  });
-  answer.body = text.substr(end + 4);
-  return answer;
+  return HTTPAnswer{*status, head->headers, text.substr(head->bodyOffset)};
 }
 
 // One request on its own connection, closed after the answer.
@@ -98,16 +67,6 @@ inline void raiseDescriptorLimit() {
 }
 
 // A port nobody listens on right now, for a child that must be told one.
-inline uint16_t freePort() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  ::close(fd);
-  return ntohs(address.sin_port);
-}
+inline uint16_t freePort() { return unusedPort(); }
 
 }  // namespace omnira::testing

@@ -4,25 +4,27 @@
 
 #include "Omnira/MonitorStore.h"
 
-#include <QEventLoop>
-#include <QTimer>
-
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
-#include <functional>
 
+#include "Omnira/InstanceLock.h"
 #include "OmniraCore/platform/linux/LinuxSensorSource.h"
 #include "OmniraCore/platform/linux/LinuxSystemSource.h"
-#include "OmniraCore/platform/linux/ThisMachine.h"
 #include "tests/Omnira/QtTestApp.h"
 #include "tests/cli/CommandRun.h"
+#include "tests/containers/DevServer.h"
+#include "tests/containers/FakeEngine.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using testing::pumpUntil;
 
 // This machine, except that its boot clock runs ahead by however long the test says the
 // computer slept.
@@ -40,53 +42,26 @@ class StoreTest : public ::testing::Test {
  protected:
   void SetUp() override {
     testing::qtTestApp();
-    root_ = fs::temp_directory_path() / ("omnira-store-" + std::to_string(::getpid()) + "-" +
-                                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(root_);
-    data_ = root_ / "data" / "Omnira";
     fs::create_directories(root_ / "config");
     fs::create_directories(data_);
+    parts_.system = [slept = sleptNs_] { return std::make_unique<SystemSampler>(std::make_unique<SleepingMachine>(slept)); };
   }
-  void TearDown() override {
-    store_.reset();
-    fs::remove_all(root_);
-  }
+  void TearDown() override { store_.reset(); }
 
-  MonitorStore& start(const std::string& settingsJSON) {
-    std::ofstream(root_ / "config" / "settings.json") << settingsJSON;
-    MonitorStore::Options options{AppPaths(data_, root_ / "config"),
-                                  Settings::load(root_ / "config" / "settings.json")};
-    auto slept = sleptNs_;
-    options.parts.system = [slept] {
-      return std::make_unique<SystemSampler>(std::make_unique<SleepingMachine>(slept));
-    };
-    if (sensors_) options.parts.sensors = sensors_;
-    store_ = std::make_unique<MonitorStore>(std::move(options));
+  Settings settings(const std::string& json) {
+    std::ofstream(root_ / "config" / "settings.json") << json;
+    return Settings::load(root_ / "config" / "settings.json");
+  }
+  MonitorStore& start(const std::string& settingsJSON = R"({"refreshSeconds": 1})") {
+    store_ = std::make_unique<MonitorStore>(MonitorStore::Options{AppPaths(data_, root_ / "config"), settings(settingsJSON), parts_});
     QObject::connect(store_.get(), &MonitorStore::ticked, [this] { ++ticks_; });
     store_->viewerAppeared();  // every refreshSeconds, processes on every tick
     store_->start();
     return *store_;
   }
-
-  // Runs the event loop until `done` holds. The guard only catches a loop that stopped
-  // ticking; it does not measure speed.
-  bool runUntil(const std::function<bool()>& done) {
-    QEventLoop loop;
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-      if (done()) loop.quit();
-    });
-    poll.start(20);
-    QTimer guard;
-    guard.setSingleShot(true);
-    QObject::connect(&guard, &QTimer::timeout, &loop, &QEventLoop::quit);
-    guard.start(60'000);
-    if (!done()) loop.exec();
-    return done();
-  }
   bool runTicks(int count) {
     const int until = ticks_ + count;
-    return runUntil([&] { return ticks_ >= until; });
+    return pumpUntil([&] { return ticks_ >= until; });
   }
 
   // Seconds the history's minute rows hold, as `omnira history` reads them.
@@ -103,30 +78,70 @@ class StoreTest : public ::testing::Test {
     return seconds;
   }
 
-  fs::path root_;
-  fs::path data_;  // where the omnira command finds it too
+  platform::TempTree tree_;
+  const fs::path root_ = tree_.root();
+  const fs::path data_ = root_ / "data" / "Omnira";  // where the omnira command finds it too
   std::shared_ptr<std::atomic<uint64_t>> sleptNs_ = std::make_shared<std::atomic<uint64_t>>(0);
+  SamplingParts parts_ = SamplingParts::thisMachine();
   std::unique_ptr<MonitorStore> store_;
-  std::function<std::unique_ptr<Sensors>()> sensors_;  // this machine's unless set
   int ticks_ = 0;
 };
 
-TEST_F(StoreTest, ATickAfterASuspendBooksNothingAndStartsAfresh) {
-  auto& store = start(R"({"refreshSeconds": 1})");
-  ASSERT_TRUE(runTicks(2));
-  ASSERT_NE(store.history(), nullptr);
+// One running store through a project's dev server, the system group shown and hidden, a
+// night's suspend and its data folder removed under it.
+TEST_F(StoreTest, FindsProjectsFollowsSettingsAndSurvivesASuspendAndALostDataFolder) {
+  const fs::path project = root_ / "work" / "api-server";
+  fs::create_directories(project);
+  std::ofstream(project / "go.mod") << "module api\n";
+  const testing::DevServer dev(project);
+  ASSERT_NE(dev.port(), 0);
+
+  auto& store = start();
+  const auto listened = [&]() -> const Port* {
+    for (const auto& p : store.ports())
+      if (p.port == dev.port()) return &p;
+    return nullptr;
+  };
+  ASSERT_TRUE(pumpUntil([&] { return listened() != nullptr; })) << "the store published no port " << dev.port();
+  ASSERT_TRUE(listened()->process);
+  EXPECT_EQ(listened()->process->pid, dev.pid());
+  EXPECT_EQ(listened()->process->projectPath, project.string());
+  const auto projects = store.projects();
+  const auto api = std::find_if(projects.begin(), projects.end(), [&](const Project& p) { return p.path == project.string(); });
+  ASSERT_NE(api, projects.end());
+  EXPECT_EQ(api->name, "api-server");
+  EXPECT_EQ(api->devServerCount(), 1u);
+
+  // Switched on and off again between two ticks: the list follows, the charts keep one
+  // point per group and tick.
+  ASSERT_TRUE(std::any_of(store.allGroups().begin(), store.allGroups().end(),
+                          [](const AppGroup& g) { return g.kind == GroupKind::system; }))
+      << "this machine runs processes of the system group";
+  const auto listedBefore = store.groups().size();
+  const auto points = [&] {
+    std::map<std::string, size_t> count;
+    for (const auto& [id, line] : store.groupHistory()) count[id] = line.size();
+    return count;
+  };
+  const auto charts = points();
+  store.applySettings(settings(R"({"refreshSeconds": 1, "showsSystemInLists": true})"));
+  EXPECT_TRUE(store.showsSystemInLists());
+  EXPECT_EQ(store.groups().size(), listedBefore + 1);
+  EXPECT_EQ(points(), charts);
+  store.applySettings(settings(R"({"refreshSeconds": 1})"));
+  EXPECT_EQ(store.groups().size(), listedBefore);
+  EXPECT_EQ(points(), charts);
+
+  // Eight hours asleep between two ticks: two ticks after waking, each about a second,
+  // and nothing near the night is measured time.
+  ASSERT_TRUE(runTicks(1));
   const double recorded = recordedSeconds();
   const double ledger = ledgerSeconds();
   EXPECT_GT(recorded, 0);
-
   int baselines = 0;
   QObject::connect(&store, &MonitorStore::isPrimedChanged, [&] { baselines += store.isPrimed() ? 0 : 1; });
-
-  // Eight hours asleep between two ticks.
   *sleptNs_ += 28'800ull * 1'000'000'000ull;
   ASSERT_TRUE(runTicks(2));
-
-  // Two ticks after waking, each about a second: nothing near the night is measured time.
   EXPECT_LT(recordedSeconds() - recorded, 10);
   EXPECT_LT(ledgerSeconds() - ledger, 10);
   for (const auto& sample : store.systemHistory()) {
@@ -136,69 +151,46 @@ TEST_F(StoreTest, ATickAfterASuspendBooksNothingAndStartsAfresh) {
   EXPECT_EQ(baselines, 1);  // both samplers took a new baseline once
   EXPECT_TRUE(store.isPrimed());
   EXPECT_FALSE(store.allGroups().empty());  // the app rows were measured again after waking
-}
 
-TEST_F(StoreTest, ShowingTheSystemGroupChangesTheListButNotTheCharts) {
-  auto& store = start(R"({"refreshSeconds": 1})");
-  ASSERT_TRUE(runTicks(1));
-  ASSERT_FALSE(store.groupHistory().empty());
-  const bool hasSystem = std::any_of(store.allGroups().begin(), store.allGroups().end(),
-                                     [](const AppGroup& g) { return g.kind == GroupKind::system; });
-  ASSERT_TRUE(hasSystem) << "this machine runs processes of the system group";
-  const auto listedBefore = store.groups().size();
-
-  // Switched on and off again between two ticks: the list follows, the charts keep one
-  // point per group and tick.
-  const auto points = [&] {
-    std::map<std::string, size_t> count;
-    for (const auto& [id, line] : store.groupHistory()) count[id] = line.size();
-    return count;
-  };
-  const auto charts = points();
-  std::ofstream(root_ / "config" / "settings.json") << R"({"refreshSeconds": 1, "showsSystemInLists": true})";
-  store.applySettings(Settings::load(root_ / "config" / "settings.json"));
-  EXPECT_TRUE(store.showsSystemInLists());
-  EXPECT_EQ(store.groups().size(), listedBefore + 1);
-  EXPECT_EQ(points(), charts);
-  std::ofstream(root_ / "config" / "settings.json") << R"({"refreshSeconds": 1})";
-  store.applySettings(Settings::load(root_ / "config" / "settings.json"));
-  EXPECT_EQ(store.groups().size(), listedBefore);
-  EXPECT_EQ(points(), charts);
-}
-
-Insight insight(const std::string& id, const std::string& title) {
-  Insight i;
-  i.id = *UUID::parse(id);
-  i.date = std::chrono::system_clock::now() - std::chrono::minutes(5);
-  i.kind = Insight::Kind::networkBurst;
-  i.appID = "exec:/usr/bin/curl";
-  i.appName = "curl";
-  i.title = title;
-  i.detail = "1.2 GB over the network in the last 10 minutes.";
-  return i;
+  // The data folder removed: it comes back with the lock and the history, and the ticks
+  // since are in the new file, where another program finds them.
+  fs::remove_all(data_);
+  ASSERT_TRUE(runTicks(3));
+  ASSERT_NE(store.history(), nullptr);
+  EXPECT_EQ(store.history()->url(), data_ / "history.sqlite");
+  EXPECT_FALSE(store.history()->isDetached());
+  auto reader = HistoryDatabase::open(data_ / "history.sqlite");
+  ASSERT_TRUE(reader);
+  auto rows = (*reader)->system(HistoryDatabase::SystemTable::minutes, 0, INT64_MAX);
+  ASSERT_TRUE(rows);
+  EXPECT_FALSE(rows->empty());
+  auto second = InstanceLock::acquire(data_ / InstanceLock::fileName);
+  ASSERT_FALSE(second);
+  EXPECT_EQ(second.error().kind, InstanceLock::Failure::Kind::alreadyRunning);
 }
 
 TEST_F(StoreTest, ADismissalWithTheCommandReachesTheRunningStoreAndStays) {
   const UUID kept = *UUID::parse("11111111-0000-4000-8000-000000000001");
-  const UUID dismissed = *UUID::parse("22222222-0000-4000-8000-000000000002");
   WorthALook before;
-  before.note({insight(kept.string(), "curl is moving a lot of data"),
-               insight(dismissed.string(), "wget is moving a lot of data")});
+  std::vector<Insight> noted;
+  for (const char* id : {"11111111-0000-4000-8000-000000000001", "22222222-0000-4000-8000-000000000002"}) {
+    Insight& i = noted.emplace_back();
+    i.id = *UUID::parse(id);
+    i.date = std::chrono::system_clock::now() - 5min;
+    i.title = std::string(id) + " is moving a lot of data";
+  }
+  before.note(noted);
   ASSERT_TRUE(before.save(data_ / "insights.json"));
 
-  auto& store = start(R"({"refreshSeconds": 1})");
+  auto& store = start();
   ASSERT_TRUE(runTicks(1));
   ASSERT_EQ(store.insights().size(), 2u);
-
   const auto command = [&](const std::string& arguments) {
-    return testing::runShell("XDG_DATA_HOME='" + (root_ / "data").string() + "' XDG_CONFIG_HOME='" +
-                             (root_ / "config").string() + "' " + OMNIRA_CLI_PATH + " insights " + arguments +
-                             " 2>&1");
+    const auto run = testing::runCommandIn(root_, "insights " + arguments, true);
+    EXPECT_EQ(run.status, 0) << arguments << ": " << run.out;
   };
-  auto done = command("dismiss 2222");
-  ASSERT_EQ(done.status, 0) << done.out;
-  done = command("pin 1111");
-  ASSERT_EQ(done.status, 0) << done.out;
+  command("dismiss 2222");
+  command("pin 1111");
 
   // The store saves before it has heard of the change: what the person did stays done.
   store.saveInsights();
@@ -209,13 +201,13 @@ TEST_F(StoreTest, ADismissalWithTheCommandReachesTheRunningStoreAndStays) {
   EXPECT_TRUE(onDisk->isPinned(kept));
 
   // And it follows the file, as it follows the settings.
-  EXPECT_TRUE(runUntil([&] { return store.insights().size() == 1; }));
+  EXPECT_TRUE(pumpUntil([&] { return store.insights().size() == 1; }));
   EXPECT_EQ(store.insights()[0].id, kept);
   EXPECT_TRUE(store.isPinned(kept));
 
-  ASSERT_EQ(command("dismiss --all").status, 0);  // the pinned one stays
-  ASSERT_EQ(command("unpin 1111").status, 0);
-  EXPECT_TRUE(runUntil([&] { return store.pinnedInsightIDs().empty(); }));
+  command("dismiss --all");  // the pinned one stays
+  command("unpin 1111");
+  EXPECT_TRUE(pumpUntil([&] { return store.pinnedInsightIDs().empty(); }));
   store.stop();
   onDisk = WorthALook::load(data_ / "insights.json");
   ASSERT_TRUE(onDisk);
@@ -224,16 +216,10 @@ TEST_F(StoreTest, ADismissalWithTheCommandReachesTheRunningStoreAndStays) {
   EXPECT_TRUE(onDisk->strain().empty());  // a stopped Omnira watches no strain
 }
 
-}  // namespace
-}  // namespace omnira
-
-namespace omnira {
-namespace {
-
 // This machine's /proc, a ThinkPad's sensors: the store publishes them, judges temperature
 // strain and the hot insight by the CPU's package, and hands them to agents.
 TEST_F(StoreTest, SensorsReachStrainTheHotInsightAndTheRings) {
-  sensors_ = [] {
+  parts_.sensors = [] {
     platform::LinuxSensorSource::Options options;
     options.roots.sys = fs::path(OMNIRA_FIXTURES) / "sys-thinkpad";
     options.helperSocket.clear();
@@ -242,13 +228,13 @@ TEST_F(StoreTest, SensorsReachStrainTheHotInsightAndTheRings) {
   };
   // The package reads 55 °C: hot from 50, for a little over a second.
   auto& store = start(R"({"refreshSeconds": 1, "insightHotCelsius": 50, "insightHotMinutes": 0.02})");
-  const auto hot = [&] {
+  const auto hot = [&]() -> const Insight* {
     for (const auto& insight : store.insights())
-      if (insight.kind == Insight::Kind::runningHot) return true;
-    return false;
+      if (insight.kind == Insight::Kind::runningHot) return &insight;
+    return nullptr;
   };
-  ASSERT_TRUE(runUntil([&] { return store.strainSince().contains(StrainKind::temperature) && hot(); }));
-
+  ASSERT_TRUE(pumpUntil([&] { return store.strainSince().contains(StrainKind::temperature) && hot(); }));
+  EXPECT_NE(hot()->detail.find("55"), std::string::npos) << hot()->detail;
   EXPECT_EQ(store.hasTemperature(), true);
   ASSERT_TRUE(store.thermal());
   EXPECT_DOUBLE_EQ(*store.thermal()->cpuCelsius, 55);
@@ -261,8 +247,43 @@ TEST_F(StoreTest, SensorsReachStrainTheHotInsightAndTheRings) {
   // The i915 card is a GPU reading, so the system sample carries it as on any machine.
   ASSERT_TRUE(store.system());
   EXPECT_EQ(store.hasGPUReading(), true);
-  for (const auto& insight : store.insights())
-    if (insight.kind == Insight::Kind::runningHot) EXPECT_NE(insight.detail.find("55"), std::string::npos) << insight.detail;
+}
+
+// The container engines are asked on a thread of their own: an engine that is slow to
+// answer never holds up a tick, and what it answers is published once it comes.
+TEST_F(StoreTest, ASlowEngineNeverHoldsUpATickAndItsContainersArePublished) {
+  const std::string id(64, 'e');
+  // Each answer takes 1.8 s: as long as a tick and a half.
+  testing::FakeEngine engine(root_ / "engine.sock", [&](const std::string& path) {
+    auto reply = testing::FakeEngine::json(
+        path == "/containers/json" ? R"([{"Id": ")" + id + R"(", "Names": ["/db"], "Image": "postgres",
+                                       "Ports": [{"PrivatePort": 5432, "PublicPort": 15432}]}])"
+        : path == "/info"          ? R"({"MemTotal": 1000})"
+                                   : R"({"memory_stats": {"usage": 7000000}})");
+    reply.delay = 1800ms;
+    return reply;
+  });
+  parts_.containers = [path = engine.path()] {
+    ContainerSampler::Options sampler;
+    sampler.engines = {{"Docker", path, std::nullopt}};
+    sampler.timeout = 5000ms;
+    return std::make_unique<ContainerSampler>(sampler);
+  };
+  auto& store = start();
+
+  // Nobody wants containers yet: the first project scan only lists them, to name ports.
+  ASSERT_TRUE(pumpUntil([&] { return !store.containers().containers.empty(); }, 30'000));
+  EXPECT_FALSE(store.containers().withStats);
+  EXPECT_EQ(engine.asked(), std::vector<std::string>{"/containers/json"});
+
+  // Now a view wants them: list, info and stats, each 1.8 s, while the ticks go on each second.
+  store.requestContainers("test", true);
+  const int ticksBefore = ticks_;
+  ASSERT_TRUE(pumpUntil([&] { return store.containers().withStats; }, 30'000));
+  EXPECT_GE(ticks_ - ticksBefore, 3) << "ticks waited for the engine";
+  const auto& db = store.containers().containers.at(0);
+  EXPECT_EQ(db.memoryInUseBytes, 7'000'000u);
+  EXPECT_EQ(db.publishedPorts, std::vector<uint16_t>{15432});
 }
 
 }  // namespace

@@ -7,14 +7,12 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QDBusMetaType>
 #include <QDBusVirtualObject>
 
 #include <filesystem>
@@ -28,8 +26,6 @@ extern char** environ;
 
 namespace omnira {
 
-// A bus daemon of our own, with no service files, so an installed notification server is
-// never activated on it and the tests see only the service they register.
 class PrivateBus {
  public:
   PrivateBus() {
@@ -68,9 +64,8 @@ class PrivateBus {
     while (pid_ > 0 && ::poll(&readable, 1, 5000) == 1 && ::read(out[0], &c, 1) == 1 && c != '\n') address_ += c;
     ::close(out[0]);
     if (address_.empty()) {
-      std::ifstream in(log);
       std::ostringstream text;
-      text << in.rdbuf();
+      text << std::ifstream(log).rdbuf();
       failure_ = "dbus-daemon did not start: " + text.str();
     }
   }

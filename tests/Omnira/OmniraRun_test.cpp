@@ -1,7 +1,7 @@
 // The real application, run headless as a person would run it, against its own data and
-// settings folders.
+// settings folders: one run walks through what a person and their agents do to it, and two
+// more starts carry its charts on and stop it by the other signals.
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,43 +9,97 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
+#include <algorithm>
+#include <cstring>
 #include <fstream>
-#include <sstream>
+#include <future>
 #include <thread>
 
+#include "Omnira/BridgeHost.h"
 #include "Omnira/LiveHistory.h"
-#include "OmniraCore/history/WorthALook.h"
-#include "OmniraCore/history/HistoryDatabase.h"
+#include "OmniraCore/bridge/BridgeSocket.h"
 #include "OmniraCore/foundation/SystemText.h"
+#include "OmniraCore/history/HistoryDatabase.h"
 #include "OmniraCore/history/UsageLedger.h"
+#include "OmniraCore/history/WorthALook.h"
 #include "tests/Omnira/RunningOmnira.h"
 #include "tests/cli/CommandRun.h"
 
 namespace omnira {
 namespace {
 
+namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-
 using testing::slurp;
 using Child = testing::RunningOmnira;
+using json = nlohmann::ordered_json;
 
 // The loop has primed and ticked at its one-second cadence past `seconds` recorded.
-bool waitForTicks(const std::filesystem::path& history, double seconds = 0) {
-  return testing::waitForRecorded(history, seconds + 1.5);
+bool waitForTicks(const fs::path& history, double seconds = 0) { return testing::waitForRecorded(history, seconds + 1.5); }
+
+template <class Condition>
+bool waitFor(Condition condition) {
+  for (int i = 0; i < 300 && !condition(); ++i) std::this_thread::sleep_for(100ms);
+  return condition();
 }
 
-TEST(OmniraRun, RunsHeadlessKeepsOneInstanceAndSavesEverythingOnStop) {
-  const auto home = std::filesystem::temp_directory_path() / ("omnira-run-" + std::to_string(::getpid()));
-  std::filesystem::remove_all(home);
-  std::filesystem::create_directories(home / "config" / "Omnira");
-  std::filesystem::create_directories(home / "data" / "Omnira");
-  std::ofstream(home / "config" / "Omnira" / "settings.json") << R"({"refreshSeconds": 1})";
+// A copy of `sleep` at `program`, started under the name `name`; root's programs without a
+// terminal count as the system's, so as root it runs as somebody else.
+pid_t startCopyOfSleep(const fs::path& program, const char* name) {
+  fs::create_directories(program.parent_path());
+  fs::copy_file("/bin/sleep", program);
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(126);
+    ::execl(program.c_str(), name, "120", nullptr);
+    ::_exit(127);
+  }
+  return pid;
+}
+
+// The history's hour rows, as `omnira history apps` reads them.
+std::vector<HistoryDatabase::AppRow> hourRows(const fs::path& file) {
+  auto db = HistoryDatabase::open(file);
+  if (!db) return {};
+  auto rows = (*db)->apps(HistoryDatabase::AppTable::hours, 0, INT64_MAX);
+  return rows ? *rows : std::vector<HistoryDatabase::AppRow>{};
+}
+
+TEST(OmniraRun, OneRunServesAgentsGroupsNewAppsKeepsNamesAsBytesAndSavesEverythingOnStop) {
+  const auto home = fs::temp_directory_path() / ("omnira-run-" + std::to_string(::getpid()));
   const auto data = home / "data" / "Omnira";
+  fs::remove_all(home);
+  fs::create_directories(home / "config" / "Omnira");
+  fs::create_directories(data);
+  std::ofstream(home / "config" / "Omnira" / "settings.json")
+      << R"({"refreshSeconds": 1, "bridgeEnabled": true, "usageLimitsEnabled": true, "usageLimitsClaude": true})";
   // Saved files damaged by hand: logged and started afresh, never a failed start.
   std::ofstream(data / "live.json") << "{\"savedAt\": 12";
   std::ofstream(data / "insights.json") << "not json";
   std::ofstream(data / "usage.json") << "[1, 2";
+
+  // Names are bytes: any local user can start a program whose path and name are not UTF-8,
+  // and a coding tool's log may be named in Latin-1 and hold such bytes.
+  const pid_t odd = startCopyOfSleep(home / "bin\xff" / "sl\xff\xfe", "/\xff");
+  const auto claude = home / "claude";
+  const auto log = claude / "projects" / "caf\xe9" / "caf\xe9.jsonl";
+  fs::create_directories(log.parent_path());
+  std::ofstream(log) << R"({"type":"assistant","timestamp":")" << formatISO8601(std::chrono::system_clock::now())
+                     << R"(","requestId":"req_\xff","message":{"model":"claude-)" << "\xff\xfe" << R"(","id":"msg_)"
+                     << "\xc3"
+                     << R"(","usage":{"input_tokens":10,"output_tokens":20,"cache_read_input_tokens":0,"cache_creation_input_tokens":0}}})"
+                     << "\n";
+  ::setenv("CLAUDE_CONFIG_DIR", claude.c_str(), 1);
+  // A program of its own, running before its app is installed.
+  const pid_t tool = startCopyOfSleep(home / "bin" / "omnira-fixture-tool", "omnira-fixture-tool");
+  const auto entry = home / "data" / "applications" / "omnira-fixture-tool.desktop";
+  const auto grouped = [&] {
+    for (const auto& row : hourRows(data / "history.sqlite"))
+      if (row.appId == entry.string()) return true;
+    return false;
+  };
+  const fs::path socket = data / "bridge.sock";
+  const auto omnira = [&](const std::string& arguments) { return testing::runCommandIn(home, arguments, true); };
 
   Date firstStop{};
   {
@@ -59,168 +113,76 @@ TEST(OmniraRun, RunsHeadlessKeepsOneInstanceAndSavesEverythingOnStop) {
               std::string::npos)
         << slurp(home / "stderr");
 
+    // 125 questions at once from as many clients: 120 are answered in the minute.
+    ASSERT_TRUE(waitFor([&] { return fs::exists(socket); })) << slurp(home / "stderr");
+    std::vector<std::future<Result<json, BridgeSocket::Failure>>> asked;
+    for (int i = 0; i < 125; ++i)
+      asked.push_back(std::async(std::launch::async, [&] { return BridgeSocket::ask({{"tool", "ports"}}, socket.string(), 10s); }));
+    int answered = 0, refused = 0;
+    for (auto& reply : asked) {
+      auto got = reply.get();
+      ASSERT_TRUE(got.ok()) << got.error().message.value_or("nothing listens");
+      answered += (*got)["ok"] == true;
+      refused += (*got)["error"] == BridgeHost::kTooMany;
+    }
+    EXPECT_EQ(answered, 120);
+    EXPECT_EQ(refused, 5);
+    EXPECT_EQ(omnira("ask ports").out, std::string(BridgeHost::kTooMany) + "\n");
+    EXPECT_EQ(json::parse(slurp(data / "bridge.json"))["listening"], true);
+    EXPECT_NE(omnira("settings list").out.find("Bridge: listening at " + socket.string() + "; "), std::string::npos);
+    // Switched off through the settings: the socket goes, and a client hears nobody is there.
+    ASSERT_EQ(omnira("settings set bridgeEnabled false").status, 0);
+    ASSERT_TRUE(waitFor([&] { return !fs::exists(socket); }));
+    const auto off = omnira("ask ports");
+    EXPECT_EQ(off.status, 1);
+    EXPECT_NE(off.out.find("omnira settings set bridgeEnabled true"), std::string::npos) << off.out;
+    ASSERT_EQ(omnira("settings set bridgeEnabled true").status, 0);
+    ASSERT_TRUE(waitFor([&] { return fs::exists(socket); }));
+
+    // An app installed while it runs groups its program from then on.
+    EXPECT_FALSE(grouped());
+    fs::create_directories(entry.parent_path());
+    std::ofstream(entry) << "[Desktop Entry]\nType=Application\nName=Fixture Tool\nExec=" << (home / "bin" / "omnira-fixture-tool").string() << " %F\n";
+    EXPECT_TRUE(waitFor([&] { return grouped(); })) << slurp(home / "stderr");
+    EXPECT_TRUE(waitFor([&] { return fs::exists(data / "usage-limits.json"); })) << slurp(home / "stderr");
+
+    // Stopping takes the socket away too.
     EXPECT_EQ(app.stop(SIGTERM), 0) << slurp(home / "stderr");
     firstStop = std::chrono::system_clock::now();
+    EXPECT_FALSE(fs::exists(socket));
+    EXPECT_FALSE(fs::exists(data / "bridge.json"));
+    EXPECT_NE(omnira("settings list").out.find("Bridge: on, once Omnira runs (omnira run)."), std::string::npos);
   }
+  ::unsetenv("CLAUDE_CONFIG_DIR");
   EXPECT_EQ(slurp(home / "stdout"), "");  // quiet without a terminal
 
   auto live = LiveHistory::load(data / "live.json");
   ASSERT_TRUE(live) << live.error().message;
   ASSERT_FALSE(live->systemHistory.empty());
-  EXPECT_FALSE(live->groupHistory.empty());
   EXPECT_TRUE(WorthALook::load(data / "insights.json"));
   auto ledger = UsageLedger::load(data / "usage.json");
   ASSERT_TRUE(ledger) << ledger.error().message;
   EXPECT_GT(ledger->day(UsageLedger::dayKey(std::chrono::system_clock::now())).seconds, 0);
-  EXPECT_FALSE(std::filesystem::exists(home / "data" / "Omnira" / "history.sqlite-wal") &&
-               std::filesystem::file_size(data / "history.sqlite-wal") > 0);  // checkpointed
-  const size_t firstRun = live->systemHistory.size();
-  const double recorded = testing::recordedSeconds(data / "history.sqlite");
-  EXPECT_GT(recorded, 0);
+  EXPECT_FALSE(fs::exists(data / "history.sqlite-wal") && fs::file_size(data / "history.sqlite-wal") > 0);  // checkpointed
 
-  // A start after the stop carries the charts on and stops cleanly on SIGINT too.
-  {
-    Child again(home, {"--headless", "--watching"});
-    ASSERT_TRUE(waitForTicks(data / "history.sqlite", recorded)) << slurp(home / "stderr");
-    EXPECT_EQ(again.stop(SIGINT), 0) << slurp(home / "stderr");
-  }
-  live = LiveHistory::load(data / "live.json");
-  ASSERT_TRUE(live);
-  EXPECT_GT(live->systemHistory.size(), firstRun);
-  EXPECT_LT(live->systemHistory.front().timestamp, firstStop);
-
-  // The terminal it ran in closed (SIGHUP): it saves and stops as on SIGTERM.
-  const size_t secondRun = live->systemHistory.size();
-  {
-    Child hungUp(home, {"--headless", "--watching"});
-    ASSERT_TRUE(waitForTicks(data / "history.sqlite", testing::recordedSeconds(data / "history.sqlite")))
-        << slurp(home / "stderr");
-    EXPECT_EQ(hungUp.stop(SIGHUP), 0) << slurp(home / "stderr");
-  }
-  live = LiveHistory::load(data / "live.json");
-  ASSERT_TRUE(live);
-  EXPECT_GT(live->systemHistory.size(), secondRun);
-  std::filesystem::remove_all(home);
-}
-
-// Whether the history's hour rows name the app.
-bool recordedApp(const std::filesystem::path& file, const std::string& appId) {
-  if (!std::filesystem::exists(file)) return false;
-  auto db = HistoryDatabase::open(file);
-  if (!db) return false;
-  auto rows = (*db)->apps(HistoryDatabase::AppTable::hours, 0, INT64_MAX);
-  if (!rows) return false;
-  for (const auto& row : *rows)
-    if (row.appId == appId) return true;
-  return false;
-}
-
-TEST(OmniraRun, GroupsAnAppInstalledWhileItRuns) {
-  namespace fs = std::filesystem;
-  const auto home = fs::temp_directory_path() / ("omnira-run-apps-" + std::to_string(::getpid()));
-  fs::remove_all(home);
-  fs::create_directories(home / "config" / "Omnira");
-  fs::create_directories(home / "bin");
-  std::ofstream(home / "config" / "Omnira" / "settings.json") << R"({"refreshSeconds": 1})";
-  const auto history = home / "data" / "Omnira" / "history.sqlite";
-  // A program of its own, running before its app is installed.
-  const auto program = home / "bin" / "omnira-fixture-tool";
-  fs::copy_file("/bin/sleep", program);
-  const pid_t tool = ::fork();
-  if (tool == 0) {
-    ::execl(program.c_str(), program.c_str(), "120", nullptr);
-    ::_exit(127);
-  }
-  const auto entry = home / "data" / "applications" / "omnira-fixture-tool.desktop";
-
-  Child app(home, {"--headless", "--watching"});
-  EXPECT_TRUE(waitForTicks(history)) << slurp(home / "stderr");
-  EXPECT_FALSE(recordedApp(history, entry.string()));
-  fs::create_directories(entry.parent_path());
-  std::ofstream(entry) << "[Desktop Entry]\nType=Application\nName=Fixture Tool\nExec=" << program.string() << " %F\n";
-  bool grouped = false;
-  for (int i = 0; i < 150 && !grouped; ++i) {
-    std::this_thread::sleep_for(200ms);
-    grouped = recordedApp(history, entry.string());
-  }
-  EXPECT_TRUE(grouped) << slurp(home / "stderr");
-  EXPECT_EQ(app.stop(SIGTERM), 0);
-  ::kill(tool, SIGKILL);
-  ::waitpid(tool, nullptr, 0);
-  fs::remove_all(home);
-}
-
-// Names are bytes: any local user can start a program whose path and name are not UTF-8,
-// and a coding tool's log may be named in Latin-1 and hold such bytes. Every file the
-// application writes and every JSON the command prints stays valid, and nothing aborts.
-TEST(OmniraRun, StaysUpWithNamesThatAreNotUTF8) {
-  namespace fs = std::filesystem;
-  const auto home = fs::temp_directory_path() / ("omnira-run-bytes-" + std::to_string(::getpid()));
-  fs::remove_all(home);
-  fs::create_directories(home / "config" / "Omnira");
-  std::ofstream(home / "config" / "Omnira" / "settings.json")
-      << R"({"refreshSeconds": 1, "usageLimitsEnabled": true, "usageLimitsClaude": true})";
-  const auto data = home / "data" / "Omnira";
-
-  const auto folder = home / "bin\xff";
-  fs::create_directories(folder);
-  const auto program = folder / "sl\xff\xfe";
-  fs::copy_file("/bin/sleep", program);
-  const pid_t odd = ::fork();
-  if (odd == 0) {
-    // Root's own programs without a terminal count as the system's: this one is somebody's.
-    if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(126);
-    ::execl(program.c_str(), "/\xff", "120", nullptr);
-    ::_exit(127);
-  }
-
-  const auto claude = home / "claude";
-  const auto log = claude / "projects" / "caf\xe9" / "caf\xe9.jsonl";
-  fs::create_directories(log.parent_path());
-  const auto now = formatISO8601(std::chrono::system_clock::now());
-  std::ofstream(log) << R"({"type":"assistant","timestamp":")" << now
-                     << R"(","requestId":"req_\xff","message":{"model":"claude-)"
-                     << "\xff\xfe" << R"(","id":"msg_)" << "\xc3"
-                     << R"(","usage":{"input_tokens":10,"output_tokens":20,"cache_read_input_tokens":0,"cache_creation_input_tokens":0}}})"
-                     << "\n";
-  ::setenv("CLAUDE_CONFIG_DIR", claude.c_str(), 1);
-
-  {
-    Child app(home, {"--headless", "--watching"});
-    ASSERT_TRUE(waitForTicks(data / "history.sqlite", 2)) << slurp(home / "stderr");
-    for (int i = 0; i < 100 && !fs::exists(data / "usage-limits.json"); ++i) std::this_thread::sleep_for(100ms);
-    EXPECT_TRUE(fs::exists(data / "usage-limits.json")) << slurp(home / "stderr");
-    std::this_thread::sleep_for(1500ms);  // a few more ticks and saves with the odd names
-    EXPECT_EQ(app.stop(SIGTERM), 0) << slurp(home / "stderr");
-  }
-
+  // Every file it wrote and every JSON the command prints stays valid, odd names included
+  // (the odd program still runs for the snapshot).
   const std::string replacement = "\xef\xbf\xbd";
   for (const char* file : {"live.json", "usage.json", "insights.json", "usage-limits.json"}) {
     const auto text = slurp(data / file);
     EXPECT_TRUE(isUTF8(text)) << file;
     EXPECT_FALSE(nlohmann::json::parse(text, nullptr, false).is_discarded()) << file;
   }
-  auto live = LiveHistory::load(data / "live.json");
-  ASSERT_TRUE(live) << live.error().message;
-  bool oddGroup = false;
-  for (const auto& [id, points] : live->groupHistory) oddGroup |= id.find(replacement) != std::string::npos;
-  EXPECT_TRUE(oddGroup);
-
-  auto db = HistoryDatabase::open(data / "history.sqlite");
-  ASSERT_TRUE(db);
-  auto rows = (*db)->apps(HistoryDatabase::AppTable::hours, 0, INT64_MAX);
-  ASSERT_TRUE(rows);
+  EXPECT_TRUE(std::any_of(live->groupHistory.begin(), live->groupHistory.end(),
+                          [&](const auto& group) { return group.first.find(replacement) != std::string::npos; }));
   bool oddRow = false;
-  for (const auto& row : *rows) {
+  for (const auto& row : hourRows(data / "history.sqlite")) {
     EXPECT_TRUE(isUTF8(row.appId) && isUTF8(row.name)) << row.appId;
     oddRow |= row.appId.find(replacement) != std::string::npos;
   }
   EXPECT_TRUE(oddRow);
-
-  const std::string env = "XDG_DATA_HOME='" + (home / "data").string() + "' XDG_CONFIG_HOME='" +
-                          (home / "config").string() + "' ";
   for (const std::string command : {"snapshot --json --all", "history apps --json", "tokens --json"}) {
-    const auto run = testing::runShell(env + OMNIRA_CLI_PATH + " " + command + " 2>/dev/null");
+    const auto run = testing::runCommandIn(home, command, false);
     EXPECT_EQ(run.status, 0) << command;
     EXPECT_TRUE(isUTF8(run.out)) << command;
     EXPECT_FALSE(nlohmann::json::parse(run.out, nullptr, false).is_discarded()) << command << ": " << run.out;
@@ -229,9 +191,26 @@ TEST(OmniraRun, StaysUpWithNamesThatAreNotUTF8) {
     }
   }
 
-  ::unsetenv("CLAUDE_CONFIG_DIR");
-  ::kill(odd, SIGKILL);
-  ::waitpid(odd, nullptr, 0);
+  for (const pid_t child : {odd, tool}) {
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+  }
+
+  // A start after the stop carries the charts on; SIGINT, and the terminal it ran in closing
+  // (SIGHUP), save and stop as SIGTERM does.
+  for (const int signal : {SIGINT, SIGHUP}) {
+    const size_t before = live->systemHistory.size();
+    {
+      Child again(home, {"--headless", "--watching"});
+      ASSERT_TRUE(waitForTicks(data / "history.sqlite", testing::recordedSeconds(data / "history.sqlite")))
+          << slurp(home / "stderr");
+      EXPECT_EQ(again.stop(signal), 0) << strsignal(signal) << ": " << slurp(home / "stderr");
+    }
+    live = LiveHistory::load(data / "live.json");
+    ASSERT_TRUE(live);
+    EXPECT_GT(live->systemHistory.size(), before);
+    EXPECT_LT(live->systemHistory.front().timestamp, firstStop);
+  }
   fs::remove_all(home);
 }
 

@@ -5,6 +5,8 @@
 // so windows can be opened and clicked without a display.
 
 #include <QApplication>
+#include <QEventLoop>
+#include <QTimer>
 
 #include <cstdlib>
 
@@ -19,6 +21,21 @@ inline QCoreApplication& qtTestApp() {
   static QApplication* app = new QApplication(argc, argv);
   app->setQuitOnLastWindowClosed(false);
   return *app;
+}
+
+// Runs the event loop until `done` holds, looking every 20 ms. The guard only catches
+// something that stopped altogether; it does not measure speed.
+template <class Done>
+bool pumpUntil(Done done, int guardMilliseconds = 60'000) {
+  QEventLoop loop;
+  QTimer poll;
+  QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+    if (done()) loop.quit();
+  });
+  poll.start(20);
+  QTimer::singleShot(guardMilliseconds, &loop, &QEventLoop::quit);
+  if (!done()) loop.exec();
+  return done();
 }
 
 }  // namespace omnira::testing

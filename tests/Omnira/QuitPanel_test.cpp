@@ -3,7 +3,6 @@
 // child ends; a second child survives a click on "Don't Quit". The log holds both.
 
 #include <QApplication>
-#include <QElapsedTimer>
 #include <QDialog>
 #include <QPushButton>
 #include <QTest>
@@ -28,6 +27,7 @@
 #include "Omnira/QuitRequests.h"
 #include "OmniraCore/bridge/BridgeSocket.h"
 #include "tests/Omnira/QtTestApp.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira {
 namespace {
@@ -53,14 +53,6 @@ pid_t sleeper() {
   return pid;
 }
 
-template <class Done>
-bool pump(Done done, int milliseconds = 30'000) {
-  QElapsedTimer waited;
-  waited.start();
-  while (!done() && waited.elapsed() < milliseconds) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-  return done();
-}
-
 QDialog* openPanel() {
   for (auto* widget : QApplication::topLevelWidgets())
     if (auto* dialog = qobject_cast<QDialog*>(widget); dialog && dialog->isVisible()) return dialog;
@@ -69,8 +61,8 @@ QDialog* openPanel() {
 
 TEST(QuitPanel, AChildQuitsAfterAYesAndAnotherSurvivesANo) {
   testing::qtTestApp();
-  const fs::path root = fs::temp_directory_path() / ("omnira-panel-" + std::to_string(::getpid()));
-  fs::remove_all(root);
+  const platform::TempTree tree;
+  const fs::path root = tree.root();
   fs::create_directories(root / "data" / "Omnira");
   fs::create_directories(root / "config");
   std::ofstream(root / "config" / "settings.json") << R"({"bridgeEnabled": true, "refreshSeconds": 1})";
@@ -98,7 +90,7 @@ TEST(QuitPanel, AChildQuitsAfterAYesAndAnotherSurvivesANo) {
   });
 
   // The children must be in a process sample before they can be judged.
-  ASSERT_TRUE(pump([&] {
+  ASSERT_TRUE(testing::pumpUntil([&] {
     int seen = 0;
     for (const auto& g : store.allGroups())
       for (const auto& p : g.processes) seen += p.pid == yes || p.pid == no;
@@ -111,12 +103,12 @@ TEST(QuitPanel, AChildQuitsAfterAYesAndAnotherSurvivesANo) {
   };
 
   auto first = ask(yes);
-  ASSERT_TRUE(pump([] { return openPanel() != nullptr; })) << "no window came";
+  ASSERT_TRUE(testing::pumpUntil([] { return openPanel() != nullptr; })) << "no window came";
   QDialog* panel = openPanel();
   EXPECT_NE(panel->windowFlags() & Qt::WindowStaysOnTopHint, 0);
   EXPECT_EQ(panel->findChild<QPushButton*>(QuitRequestWindow::kQuitButton)->isDefault(), true);
   QTest::keyClick(panel, Qt::Key_Return);  // the keyboard reaches it: Return says yes
-  ASSERT_TRUE(pump([&] { return first.wait_for(0s) == std::future_status::ready; }));
+  ASSERT_TRUE(testing::pumpUntil([&] { return first.wait_for(0s) == std::future_status::ready; }));
   const auto quitReply = first.get();
   ASSERT_TRUE(quitReply.ok());
   EXPECT_EQ((*quitReply)["result"]["outcome"], "quit") << *quitReply;
@@ -125,9 +117,9 @@ TEST(QuitPanel, AChildQuitsAfterAYesAndAnotherSurvivesANo) {
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
 
   auto second = ask(no);
-  ASSERT_TRUE(pump([] { return openPanel() != nullptr; }));
+  ASSERT_TRUE(testing::pumpUntil([] { return openPanel() != nullptr; }));
   QTest::mouseClick(openPanel()->findChild<QPushButton*>(QuitRequestWindow::kKeepButton), Qt::LeftButton);
-  ASSERT_TRUE(pump([&] { return second.wait_for(0s) == std::future_status::ready; }));
+  ASSERT_TRUE(testing::pumpUntil([&] { return second.wait_for(0s) == std::future_status::ready; }));
   const auto noReply = second.get();
   ASSERT_TRUE(noReply.ok());
   EXPECT_EQ((*noReply)["result"]["outcome"], "declined");
@@ -143,7 +135,6 @@ TEST(QuitPanel, AChildQuitsAfterAYesAndAnotherSurvivesANo) {
   ::waitpid(no, nullptr, 0);
   host.stop();
   store.stop();
-  fs::remove_all(root);
 }
 
 }  // namespace

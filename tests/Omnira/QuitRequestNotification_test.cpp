@@ -5,21 +5,13 @@
 
 #include <gtest/gtest.h>
 
-#include <QElapsedTimer>
-
 #include "tests/Omnira/NotificationBus.h"
 #include "tests/Omnira/QtTestApp.h"
 
 namespace omnira {
 namespace {
 
-template <class Done>
-bool pump(Done done) {
-  QElapsedTimer waited;
-  waited.start();
-  while (!done() && waited.elapsed() < 5000) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-  return done();
-}
+using testing::pumpUntil;
 
 void emitSignal(QDBusConnection& bus, const char* name, const QList<QVariant>& arguments) {
   auto signal = QDBusMessage::createSignal("/org/freedesktop/Notifications", "org.freedesktop.Notifications", name);
@@ -45,7 +37,7 @@ TEST(QuitRequestNotification, AsksWithTwoActionsAndHearsTheClickOrNothing) {
                   std::nullopt, false};
     std::optional<QuitAnswer> answer;
     panel.ask(plan, [&](QuitAnswer a) { answer = a; });
-    ASSERT_TRUE(pump([&] { return service.received().size() == 1; }));
+    ASSERT_TRUE(pumpUntil([&] { return service.received().size() == 1; }));
     const auto sent = service.received()[0];
     EXPECT_EQ(sent.summary, "Claude Code asks to quit node (4242)");
     EXPECT_EQ(sent.actions, (QStringList{"quit", "Quit", "keep", "Don't Quit"}));
@@ -54,24 +46,24 @@ TEST(QuitRequestNotification, AsksWithTwoActionsAndHearsTheClickOrNothing) {
     // Someone else's notification is not ours to answer.
     emitSignal(serviceBus, "ActionInvoked", {7u, QString("quit")});
     emitSignal(serviceBus, "ActionInvoked", {1u, QString("quit")});
-    ASSERT_TRUE(pump([&] { return answer.has_value(); }));
+    ASSERT_TRUE(pumpUntil([&] { return answer.has_value(); }));
     EXPECT_EQ(*answer, QuitAnswer::quit);
 
     answer.reset();
     plan.force = true;
     panel.ask(plan, [&](QuitAnswer a) { answer = a; });
-    ASSERT_TRUE(pump([&] { return service.received().size() == 2; }));
+    ASSERT_TRUE(pumpUntil([&] { return service.received().size() == 2; }));
     EXPECT_EQ(service.received()[1].actions[1], "Force Quit");
     EXPECT_TRUE(service.received()[1].body.contains("Force quitting ends it at once."));
     emitSignal(serviceBus, "NotificationClosed", {2u, 1u});  // it expired: nobody answered
-    ASSERT_TRUE(pump([&] { return answer.has_value(); }));
+    ASSERT_TRUE(pumpUntil([&] { return answer.has_value(); }));
     EXPECT_EQ(*answer, QuitAnswer::none);
 
     // Names are anyone's: markup in them reaches the body as text; the summary is plain text.
     QuitPlan odd{"Claude Code", "<i>node</i> (4250)", true, "A tool of yours that nothing else uses.",
                  {"a&b <a href=\"x\">y</a> (4251)"}, 120, 0, std::nullopt, false};
     panel.ask(odd, [](QuitAnswer) {});
-    ASSERT_TRUE(pump([&] { return service.received().size() == 3; }));
+    ASSERT_TRUE(pumpUntil([&] { return service.received().size() == 3; }));
     const auto marked = service.received()[2];
     EXPECT_EQ(marked.summary, "Claude Code asks to quit <i>node</i> (4250)");
     EXPECT_TRUE(marked.body.contains("Also stops: a&amp;b &lt;a href=\"x\"&gt;y&lt;/a&gt; (4251).")) << marked.body.toStdString();

@@ -3,8 +3,6 @@
 
 #include "Omnira/QuitRequests.h"
 
-#include <QElapsedTimer>
-
 #include <fmt/format.h>
 
 #include <unistd.h>
@@ -16,6 +14,7 @@
 #include <set>
 
 #include "tests/Omnira/QtTestApp.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira {
 namespace {
@@ -81,9 +80,6 @@ class QuitRequestsTest : public ::testing::Test {
  protected:
   void SetUp() override {
     testing::qtTestApp();
-    folder_ = fs::temp_directory_path() / ("omnira-quit-" + std::to_string(::getpid()));
-    fs::remove_all(folder_);
-    fs::create_directories(folder_);
     auto server = proc(50, "node");
     server.projectPath = "/home/ada/src/shop";
     auto watcher = proc(51, "esbuild", 50);
@@ -128,15 +124,12 @@ class QuitRequestsTest : public ::testing::Test {
     parts.forceAfter = 3s;
     requests_ = std::make_unique<QuitRequests>(std::move(parts));
   }
-  void TearDown() override { fs::remove_all(folder_); }
 
   // The reply, once it comes (the event loop runs meanwhile).
   json ask(const std::string& tool, const json& arguments) {
     std::optional<json> got;
     requests_->handle(tool, arguments, 4242, [&](json reply) { got = std::move(reply); });
-    QElapsedTimer waited;
-    waited.start();
-    while (!got && waited.elapsed() < 5000) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    testing::pumpUntil([&] { return got.has_value(); }, 5000);
     return got.value_or(json("no reply"));
   }
   std::vector<std::string> outcomes() {
@@ -147,7 +140,8 @@ class QuitRequestsTest : public ::testing::Test {
     return list;
   }
 
-  fs::path folder_;
+  platform::TempTree tree_;
+  const fs::path folder_ = tree_.root();
   BridgeReadings readings_;
   std::shared_ptr<FakeActions> actions_;
   std::shared_ptr<FakePanel::Shared> shared_;
@@ -246,8 +240,7 @@ TEST_F(QuitRequestsTest, OneAtATimeAndForceOnlyAfterAYes) {
   EXPECT_EQ(ask("quit", {{"pid", 51}})["error"], QuitRequests::kAlreadyAsking);
   ASSERT_TRUE(shared_->pending);
   shared_->pending(QuitAnswer::quit);
-  for (int i = 0; i < 100 && !first; ++i) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-  ASSERT_TRUE(first);
+  ASSERT_TRUE(testing::pumpUntil([&] { return first.has_value(); }, 5000));
   EXPECT_EQ((*first)["result"]["outcome"], "quit");
 
   // Said yes, asked to exit, still there: force needs a few seconds more, then asks again.

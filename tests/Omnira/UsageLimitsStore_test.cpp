@@ -79,21 +79,11 @@ struct UsageLimitsStoreTest : usage_testing::LogFolder {
                assistantLine("msg_3", "req_3", sonnet, {5, 5, 5, 5}, day(9)));
   }
   void writeCodexLogs() {
+    const std::string at = formatISO8601(now);
     append(codexHome() / "sessions" / "rollout-a.jsonl",
-           nlohmann::json{{"timestamp", formatISO8601(now)},
-                          {"type", "turn_context"},
-                          {"payload", {{"model", "gpt-5-codex"}}}}
-                   .dump() +
-               "\n" +
-               nlohmann::json{{"timestamp", formatISO8601(now)},
-                              {"type", "event_msg"},
-                              {"payload",
-                               {{"type", "token_count"},
-                                {"info",
-                                 {{"total_token_usage",
-                                   {{"input_tokens", 100}, {"cached_input_tokens", 40}, {"output_tokens", 7}}}}}}}}
-                   .dump() +
-               "\n");
+           R"({"timestamp":")" + at + R"(","type":"turn_context","payload":{"model":"gpt-5-codex"}})" "\n" +
+               R"({"timestamp":")" + at + R"(","type":"event_msg","payload":{"type":"token_count","info":)"
+               R"({"total_token_usage":{"input_tokens":100,"cached_input_tokens":40,"output_tokens":7}}}})" "\n");
   }
 
   // Runs the event loop until the store's next refresh has been applied.
@@ -107,24 +97,32 @@ struct UsageLimitsStoreTest : usage_testing::LogFolder {
   }
 };
 
-TEST_F(UsageLimitsStoreTest, RefreshesAtMostOnceAMinuteAndCountsTheWeek) {
-  writeClaudeLogs();
-  writeCodexLogs();
-  UsageLimitsStore store(options());
+TEST_F(UsageLimitsStoreTest, RefreshesAtMostOnceAMinuteAfterTheLastEndedAndCountsTheWeek) {
+  auto opts = options();
+  // By this clock a refresh's own work, off the main thread, takes 45 s.
+  const auto mainThread = std::this_thread::get_id();
+  opts.clock = [this, mainThread] { return std::this_thread::get_id() == mainThread ? now : now + 45s; };
+  UsageLimitsStore store(opts);
   int started = 0;
   QObject::connect(&store, &UsageLimitsStore::isRefreshingChanged, [&] { started += store.isRefreshing(); });
 
   EXPECT_TRUE(store.refreshIfStale());
   EXPECT_FALSE(store.refreshIfStale()) << "one refresh at a time";
   ASSERT_TRUE(waitForRefresh(store));
-  EXPECT_EQ(store.refreshedAt(), now);
-  now += std::chrono::seconds(59);
+  EXPECT_EQ(store.refreshedAt(), now + 45s);
+  // No logs yet: no summary.
+  for (const auto tool : {UsageTool::claude, UsageTool::codex, UsageTool::copilot}) EXPECT_FALSE(store.tokens(tool, now));
+
+  writeClaudeLogs();
+  writeCodexLogs();
+  now += 45s + 59s;  // more than a minute after it started, less after it ended
   EXPECT_FALSE(store.refreshIfStale()) << "within a minute of the last one";
   EXPECT_EQ(started, 1);
-  now += std::chrono::seconds(2);
+  now += 2s;
   EXPECT_TRUE(store.refreshIfStale());
   ASSERT_TRUE(waitForRefresh(store));
   EXPECT_EQ(started, 2);
+  EXPECT_EQ(UsageLimitsCache::load(cacheFile())->refreshedAt, now + 45s);
 
   auto claude = store.tokens(UsageTool::claude, now);
   ASSERT_TRUE(claude);
@@ -143,24 +141,6 @@ TEST_F(UsageLimitsStoreTest, RefreshesAtMostOnceAMinuteAndCountsTheWeek) {
   ASSERT_EQ(store.problems().size(), 2u);
   EXPECT_EQ(store.problems()[1].line(), "Codex: no sign-in on this computer. Sign in with the codex command.");
   EXPECT_EQ(store.toolsShown(), (std::vector<UsageTool>{UsageTool::claude, UsageTool::codex}));
-}
-
-TEST_F(UsageLimitsStoreTest, ARefreshIsDatedWhenItEnds) {
-  writeClaudeLogs();
-  auto opts = options();
-  // By this clock the refresh's own work, off the main thread, takes 45 s.
-  const auto mainThread = std::this_thread::get_id();
-  opts.clock = [this, mainThread] { return std::this_thread::get_id() == mainThread ? now : now + 45s; };
-  UsageLimitsStore store(opts);
-  store.refresh();
-  ASSERT_TRUE(waitForRefresh(store));
-  EXPECT_EQ(store.refreshedAt(), now + 45s);
-  EXPECT_EQ(UsageLimitsCache::load(cacheFile())->refreshedAt, now + 45s);
-  now += 60s;  // a minute after it started, 15 s after it ended
-  EXPECT_FALSE(store.refreshIfStale());
-  now += 50s;
-  EXPECT_TRUE(store.refreshIfStale());
-  ASSERT_TRUE(waitForRefresh(store));
 }
 
 TEST_F(UsageLimitsStoreTest, AToolTurnedOffIsNeitherListedNorAsked) {
@@ -196,15 +176,6 @@ TEST_F(UsageLimitsStoreTest, AToolTurnedOffIsNeitherListedNorAsked) {
   EXPECT_TRUE(store.tools().empty());
   now += std::chrono::minutes(5);
   EXPECT_FALSE(store.refreshIfStale());
-}
-
-TEST_F(UsageLimitsStoreTest, NoLogsGiveNoSummary) {
-  UsageLimitsStore store(options());
-  store.refresh();
-  ASSERT_TRUE(waitForRefresh(store));
-  EXPECT_FALSE(store.tokens(UsageTool::claude, now));
-  EXPECT_FALSE(store.tokens(UsageTool::codex, now));
-  EXPECT_FALSE(store.tokens(UsageTool::copilot, now));
 }
 
 TEST_F(UsageLimitsStoreTest, ShowsItsCacheAndReadsOtherVersionsAgain) {

@@ -3,17 +3,12 @@
 // time, each answered by the handler and closed. A handler that returns nothing keeps the
 // client waiting until the server stops (for timeouts).
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <functional>
-#include <optional>
-#include <string>
 #include <thread>
+
+#include "tests/support/LoopbackHTTP.h"
 
 namespace omnira::testing {
 
@@ -30,9 +25,7 @@ class LocalHTTPServer {
     listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
     int one = 1;
     ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address = loopbackAddress();
     if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(listener_, 8) != 0)
       return;
     socklen_t length = sizeof address;
@@ -63,17 +56,7 @@ class LocalHTTPServer {
   }
 
   // A port on which nothing listens: bound once, then closed.
-  static int closedPort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(fd);
-    return ntohs(address.sin_port);
-  }
+  static int closedPort() { return unusedPort(); }
 
  private:
   bool waitReadable(int fd) {
@@ -93,35 +76,21 @@ class LocalHTTPServer {
   void serve(int client) {
     std::string data;
     char buffer[65536];
-    size_t headEnd = std::string::npos;
-    size_t wanted = 0;
-    while (true) {
-      if (headEnd == std::string::npos) {
-        headEnd = data.find("\r\n\r\n");
-        if (headEnd != std::string::npos) {
-          const auto at = data.find("Content-Length: ");
-          if (at != std::string::npos && at < headEnd) wanted = std::stoul(data.substr(at + 16));
-        }
-      }
-      if (headEnd != std::string::npos && data.size() >= headEnd + 4 + wanted) break;
+    std::optional<HTTPHead> head;
+    while (!(head = parseHead(data)) || data.size() < head->bodyOffset + head->contentLength()) {
       if (!waitReadable(client)) return;
       const ssize_t got = ::read(client, buffer, sizeof buffer);
       if (got <= 0) return;
       data.append(buffer, static_cast<size_t>(got));
     }
-    ReceivedRequest request{data.substr(0, headEnd), data.substr(headEnd + 4, wanted)};
+    ReceivedRequest request{data.substr(0, head->bodyOffset - 4), data.substr(head->bodyOffset, head->contentLength())};
     const auto reply = handler_(request);
     if (!reply) {
       pollfd stop{stop_[0], POLLIN, 0};
       ::poll(&stop, 1, -1);
       return;
     }
-    size_t sent = 0;
-    while (sent < reply->size()) {
-      const ssize_t wrote = ::send(client, reply->data() + sent, reply->size() - sent, MSG_NOSIGNAL);
-      if (wrote <= 0) return;
-      sent += static_cast<size_t>(wrote);
-    }
+    sendAll(client, *reply);
   }
 
   Handler handler_;
