@@ -22,6 +22,7 @@ std::vector<AppGroup> thousandProcesses(int tick) {
       s.pid = g * 5 + p + 1;
       s.name = "worker-" + std::to_string(p);
       s.memoryBytes = static_cast<uint64_t>((g * 7 + p) % 97 + 1) << 20;
+      s.residentBytes = s.memoryBytes * 3 / 2;
       s.delta.cpuNanoseconds = static_cast<uint64_t>(((g * 13 + tick) % 50) * 1000000);
       s.delta.diskBytesRead = static_cast<uint64_t>(g * 4096);
       if (g % 10 == 0) s.projectPath = "/home/ada/src/project-" + std::to_string(g / 10);

@@ -101,10 +101,11 @@ std::vector<MetricsExporter::Folded::Row> MetricsExporter::Folded::update(const 
     if (fresh || absolute)
       for (size_t i = 0; i < totals.size(); ++i) totals[i] += figure.deltas[i];
     if (own) {
-      rows.push_back({key, s.totals, figure.memoryBytes, figure.processes});
+      rows.push_back({key, s.totals, figure.memoryBytes, figure.residentBytes, figure.processes});
     } else {
       anyFolded = true;
       folded.memoryBytes += figure.memoryBytes;
+      folded.residentBytes += figure.residentBytes;
       folded.processes += figure.processes;
     }
   }
@@ -262,18 +263,27 @@ void MetricsExporter::groups(const MetricsReadings& r, std::vector<MetricFamily>
   for (const auto& group : *r.groups) {
     auto& app = apps[{group.name, std::string(rawValue(group.kind))}];
     for (const auto& p : group.processes) {
-      const double cpu = r.lifetimeTotals ? p.lifetimeCPUSeconds : static_cast<double>(p.delta.cpuNanoseconds) / 1e9;
-      const Totals deltas = {cpu,
-                             static_cast<double>(p.delta.diskBytesRead), static_cast<double>(p.delta.diskBytesWritten),
-                             static_cast<double>(p.networkBytesIn), static_cast<double>(p.networkBytesOut)};
-      for (size_t i = 0; i < deltas.size(); ++i) app.deltas[i] += deltas[i];
-      app.memoryBytes += static_cast<double>(p.memoryBytes);
-      app.processes += 1;
-      if (!p.projectPath) continue;
-      auto& project = projects[{options_.projectPaths ? *p.projectPath : folderName(*p.projectPath)}];
-      for (size_t i = 0; i < deltas.size(); ++i) project.deltas[i] += deltas[i];
-      project.memoryBytes += static_cast<double>(p.memoryBytes);
-      project.processes += 1;
+      Totals deltas;
+      if (r.lifetimeTotals) {
+        ProcessNetwork::Bytes sockets;
+        if (r.socketBytes)
+          if (const auto it = r.socketBytes->find(p.pid); it != r.socketBytes->end()) sockets = it->second;
+        deltas = {p.lifetimeCPUSeconds, static_cast<double>(p.lifetimeDiskBytesRead),
+                  static_cast<double>(p.lifetimeDiskBytesWritten), static_cast<double>(sockets.in),
+                  static_cast<double>(sockets.out)};
+      } else {
+        deltas = {static_cast<double>(p.delta.cpuNanoseconds) / 1e9, static_cast<double>(p.delta.diskBytesRead),
+                  static_cast<double>(p.delta.diskBytesWritten), static_cast<double>(p.networkBytesIn),
+                  static_cast<double>(p.networkBytesOut)};
+      }
+      const auto addTo = [&](Figures& f) {
+        for (size_t i = 0; i < deltas.size(); ++i) f.deltas[i] += deltas[i];
+        f.memoryBytes += static_cast<double>(p.memoryBytes);
+        f.residentBytes += static_cast<double>(p.residentBytes);
+        f.processes += 1;
+      };
+      addTo(app);
+      if (p.projectPath) addTo(projects[{options_.projectPaths ? *p.projectPath : folderName(*p.projectPath)}]);
     }
   }
 
@@ -298,19 +308,25 @@ void MetricsExporter::groups(const MetricsReadings& r, std::vector<MetricFamily>
       return l;
     };
     for (const auto& column : columns) {
-      if (absolute && column.total > 0) continue;
+      if (absolute && column.total >= 3 && !r.socketBytes) continue;
       auto f = family(fmt::format("omnira_{}_{}", prefix, column.name), column.help, Type::counter);
       for (const auto& row : rows) add(f, labels(row.key), row.totals[column.total]);
       push(out, std::move(f));
     }
-    auto memory = family(fmt::format("omnira_{}_memory_bytes", prefix),
-                         "Memory its processes alone keep (their proportional share where measured).", Type::gauge);
+    auto resident = family(fmt::format("omnira_{}_resident_memory_bytes", prefix),
+                           "Memory its processes have resident, each shared page counted in every sharer.", Type::gauge);
+    auto proportional = family(fmt::format("omnira_{}_proportional_memory_bytes", prefix),
+                               "Memory its processes alone keep, resident or swapped, shared pages divided among "
+                               "their sharers where measured; file pages the kernel can drop are left out.",
+                               Type::gauge);
     auto count = family(fmt::format("omnira_{}_processes", prefix), "Processes running in it.", Type::gauge);
     for (const auto& row : rows) {
-      add(memory, labels(row.key), row.memoryBytes);
+      add(resident, labels(row.key), row.residentBytes);
+      add(proportional, labels(row.key), row.memoryBytes);
       add(count, labels(row.key), row.processes);
     }
-    push(out, std::move(memory));
+    push(out, std::move(resident));
+    push(out, std::move(proportional));
     push(out, std::move(count));
   };
   emit("app", appRows, {"app", "kind"});

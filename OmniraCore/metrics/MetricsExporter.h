@@ -52,7 +52,8 @@ class MetricsExporter {
   using Totals = std::array<double, 5>;
   struct Figures {
     Totals deltas{};
-    double memoryBytes = 0;
+    double memoryBytes = 0;  // proportional
+    double residentBytes = 0;
     double processes = 0;
   };
   using Key = std::vector<std::string>;  // the label values: {app, kind} or {project}
@@ -72,6 +73,7 @@ class MetricsExporter {
       Key key;
       Totals totals{};
       double memoryBytes = 0;
+      double residentBytes = 0;
       double processes = 0;
     };
     // `absolute`: the figures' deltas are totals already, shown as they are.

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "OmniraCore/containers/ContainerSnapshot.h"
@@ -13,6 +14,7 @@
 #include "OmniraCore/history/Insight.h"
 #include "OmniraCore/history/WorthALook.h"
 #include "OmniraCore/sampling/AppGroup.h"
+#include "OmniraCore/sampling/ProcessNetwork.h"
 #include "OmniraCore/sampling/SystemSample.h"
 #include "OmniraCore/sampling/SystemSource.h"
 #include "OmniraCore/sensors/SensorSample.h"
@@ -48,9 +50,11 @@ struct MetricsReadings {
   const std::vector<AppGroup>* groups = nullptr;
   // When the groups were sampled: their counter deltas are added once per sampling.
   std::optional<Date> groupsAt;
-  // A single look (the command) has no past to add up: an app's CPU seconds are then its
-  // running processes' lifetime totals, and its byte counters are left out.
+  // A single look (the command) has no past to add up: an app's CPU seconds and disk
+  // bytes are then its running processes' lifetime totals, and its network bytes those
+  // of the TCP sockets they hold open (left out without `socketBytes`).
   bool lifetimeTotals = false;
+  const std::unordered_map<int32_t, ProcessNetwork::Bytes>* socketBytes = nullptr;  // by pid
   const ContainerSnapshot* containers = nullptr;
   const std::vector<Insight>* insights = nullptr;  // those listed now
   const StrainSince* strain = nullptr;

@@ -19,6 +19,7 @@ auto sum(const std::vector<ProcessSample>& processes, Field field) {
 
 double AppGroup::cpuPercent() const { return sum(processes, &ProcessSample::cpuPercent); }
 uint64_t AppGroup::memoryBytes() const { return sum(processes, &ProcessSample::memoryBytes); }
+uint64_t AppGroup::residentBytes() const { return sum(processes, &ProcessSample::residentBytes); }
 double AppGroup::powerWatts() const { return sum(processes, &ProcessSample::powerWatts); }
 double AppGroup::energyJoules() const { return sum(processes, &ProcessSample::energyJoules); }
 double AppGroup::diskReadBytesPerSec() const { return sum(processes, &ProcessSample::diskReadBytesPerSec); }

@@ -31,6 +31,7 @@ struct AppGroup {
   size_t processCount() const { return processes.size(); }
   double cpuPercent() const;
   uint64_t memoryBytes() const;
+  uint64_t residentBytes() const;
   double powerWatts() const;
   double energyJoules() const;
   double diskReadBytesPerSec() const;

@@ -30,7 +30,10 @@ struct ProcessSample {
   std::string name;
   std::optional<std::string> path;  // executable path
   double cpuPercent = 0;            // percent of one core; may exceed 100
-  uint64_t memoryBytes = 0;         // footprint: what the process alone keeps in memory
+  // Footprint: what the process alone keeps, in memory or swapped, with the pages it
+  // shares divided among their sharers where that was measured. File pages are left out.
+  uint64_t memoryBytes = 0;
+  uint64_t residentBytes = 0;       // every page it has in memory, shared ones counted whole
   double diskReadBytesPerSec = 0;
   double diskWriteBytesPerSec = 0;
   double powerWatts = 0;
@@ -51,6 +54,9 @@ struct ProcessSample {
   std::vector<uint16_t> listeningPorts;
   Date startedAt{};
   double lifetimeCPUSeconds = 0;
+  // Its disk counters since it started, where hasMetrics.
+  uint64_t lifetimeDiskBytesRead = 0;
+  uint64_t lifetimeDiskBytesWritten = 0;
   std::optional<HelperRole> helperRole;
 
   // How the process was started, which app grouping reads before any path rule.

@@ -215,7 +215,12 @@ std::vector<ProcessSample> ProcessSampler::sample(Details details) {
     s.name = tracked->name;
     s.path = tracked->facts.path;
     s.memoryBytes = usage.footprint;
+    s.residentBytes = reading_.residentBytes;
     s.hasMetrics = reading_.diskMeasured;
+    if (reading_.diskMeasured) {
+      s.lifetimeDiskBytesRead = usage.diskBytesRead;
+      s.lifetimeDiskBytesWritten = usage.diskBytesWritten;
+    }
     s.startedAt = reading_.startedAt;
     s.lifetimeCPUSeconds = seconds(usage.cpuNanoseconds);
     s.helperRole = tracked->role;
@@ -302,6 +307,8 @@ void ProcessSampler::askPrivilegedDisk(std::vector<ProcessSample>& samples, uint
     }
     s.hasMetrics = true;
     --withoutDisk_;
+    s.lifetimeDiskBytesRead = it->second.readBytes;
+    s.lifetimeDiskBytesWritten = it->second.writtenBytes;
     if (t.privilegedDisk && now > t.privilegedDiskAt) {
       const double interval = seconds(now - t.privilegedDiskAt);
       s.delta.diskBytesRead = plausibleDelta(t.privilegedDisk->readBytes, it->second.readBytes, interval);

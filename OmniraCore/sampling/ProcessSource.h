@@ -44,6 +44,8 @@ struct ProcessReading {
   // The part of the footprint in memory mapped shared (shared memory, tmpfs): pages
   // other processes may count too.
   uint64_t sharedMemoryBytes = 0;
+  // Every page it has in memory, shared and file-backed ones whole.
+  uint64_t residentBytes = 0;
   bool diskMeasured = false;  // the disk counters could be read (not another user's process)
   int32_t parentPID = 0;
   char state = '?';

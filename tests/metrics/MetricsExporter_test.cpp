@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <unordered_map>
 
 #include "OmniraCore/metrics/Exposition.h"
 #include "OmniraCore/usage/DayCalendar.h"
@@ -19,13 +20,15 @@ using namespace std::chrono_literals;
 
 const Date t0 = Date(std::chrono::sys_days(std::chrono::year(2026) / 11 / 25));
 
-// A process whose tick used `cpuSeconds` and read `readBytes`, holding `memory`.
+// A process whose tick used `cpuSeconds` and read `readBytes`, keeping `memory` of its own
+// and twice that resident.
 ProcessSample process(int32_t pid, double cpuSeconds, uint64_t memory, std::optional<std::string> project = std::nullopt,
                       uint64_t readBytes = 0) {
   ProcessSample p;
   p.pid = pid;
   p.name = "p" + std::to_string(pid);
   p.memoryBytes = memory;
+  p.residentBytes = 2 * memory;
   p.delta.cpuNanoseconds = static_cast<uint64_t>(cpuSeconds * 1e9);
   p.delta.diskBytesRead = readBytes;
   p.projectPath = std::move(project);
@@ -73,7 +76,9 @@ TEST(MetricsExporter, FoldsAppsBeyondTheLimitIntoOther) {
   EXPECT_EQ(apps(families), (std::set<std::string>{"browser", "editor", "other"}));
   EXPECT_DOUBLE_EQ(*value(families, "omnira_app_cpu_seconds", {{"app", "browser"}, {"kind", "app"}}), 3);
   EXPECT_DOUBLE_EQ(*value(families, "omnira_app_cpu_seconds", {{"app", "other"}, {"kind", "other"}}), 0.75);
-  EXPECT_DOUBLE_EQ(*value(families, "omnira_app_memory_bytes", {{"app", "other"}, {"kind", "other"}}), 70);
+  EXPECT_DOUBLE_EQ(*value(families, "omnira_app_proportional_memory_bytes", {{"app", "other"}, {"kind", "other"}}), 70);
+  EXPECT_DOUBLE_EQ(*value(families, "omnira_app_resident_memory_bytes", {{"app", "other"}, {"kind", "other"}}), 140);
+  EXPECT_DOUBLE_EQ(*value(families, "omnira_app_resident_memory_bytes", {{"app", "browser"}, {"kind", "app"}}), 2000);
   EXPECT_DOUBLE_EQ(*value(families, "omnira_app_processes", {{"app", "other"}, {"kind", "other"}}), 3);
   EXPECT_DOUBLE_EQ(*value(families, "omnira_app_processes", {{"app", "browser"}, {"kind", "app"}}), 2);
 
@@ -89,6 +94,23 @@ TEST(MetricsExporter, FoldsAppsBeyondTheLimitIntoOther) {
   const auto folded = one.update({.at = t0, .groups = &clash, .groupsAt = t0});
   EXPECT_EQ(apps(folded), (std::set<std::string>{"small", "other"}));
   EXPECT_DOUBLE_EQ(*value(folded, "omnira_app_cpu_seconds", {{"app", "other"}, {"kind", "other"}}), 9);
+
+  // A single look shows what the running processes did since they started, as it is each time.
+  ProcessSample writer = process(7, 0, 10);
+  writer.lifetimeCPUSeconds = 40;
+  writer.lifetimeDiskBytesWritten = 5000;
+  std::vector<AppGroup> once = {group("writer", {writer})};
+  const std::unordered_map<int32_t, ProcessNetwork::Bytes> sockets = {{7, {.in = 300, .out = 20}}};
+  MetricsExporter look;
+  auto seen = look.update({.at = t0, .groups = &once, .lifetimeTotals = true, .socketBytes = &sockets});
+  once[0].processes[0].lifetimeDiskBytesWritten = 6000;
+  seen = look.update({.at = t0 + 1s, .groups = &once, .lifetimeTotals = true, .socketBytes = &sockets});
+  const MetricLabels writerApp = {{"app", "writer"}, {"kind", "app"}};
+  EXPECT_DOUBLE_EQ(*value(seen, "omnira_app_cpu_seconds", writerApp), 40);
+  EXPECT_DOUBLE_EQ(*value(seen, "omnira_app_disk_written_bytes", writerApp), 6000);
+  EXPECT_DOUBLE_EQ(*value(seen, "omnira_app_network_received_bytes", writerApp), 300);
+  EXPECT_FALSE(value(look.update({.at = t0, .groups = &once, .lifetimeTotals = true}), "omnira_app_network_sent_bytes",
+                     writerApp));
 }
 
 TEST(MetricsExporter, CountersStayMonotonicWhenAnAppLeavesTheTopAndComesBack) {

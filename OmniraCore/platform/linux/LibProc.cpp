@@ -389,6 +389,7 @@ Result<void, ProcessReadFailure> LibProc::readUsage(int statFD, int statusFD, in
   if (!status) return fail(malformed(status.error()));
   reading.uid = status->realUID;
   reading.usage.footprint = status->footprintBytes();
+  reading.residentBytes = status->residentKB * 1024;
   reading.sharedMemoryBytes = status->rssShmemKB * 1024;
   reading.usage.idleWakeups = status->contextSwitches();
   // The status file counts the main thread's switches only: the whole process is the

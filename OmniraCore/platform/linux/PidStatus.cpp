@@ -40,6 +40,8 @@ Result<PidStatus, ParseFailure> parsePidStatus(std::string_view text) {
       parsed = uid.has_value();
       status.realUID = uid.value_or(0);
       hasUID = parsed;
+    } else if (key == "VmRSS") {
+      setKB(status.residentKB);
     } else if (key == "RssAnon") {
       setKB(status.rssAnonKB);
     } else if (key == "RssShmem") {

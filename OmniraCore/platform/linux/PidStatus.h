@@ -12,6 +12,7 @@ namespace omnira::platform {
 struct PidStatus {
   uint32_t realUID = 0;
   // Kernel threads and zombies have no memory lines; theirs read 0.
+  uint64_t residentKB = 0;  // VmRSS: every page in memory, shared ones whole
   uint64_t rssAnonKB = 0;
   uint64_t rssShmemKB = 0;
   uint64_t swapKB = 0;

@@ -56,6 +56,7 @@ TEST(LibProc, ReadsTheFixtureTree) {
   auto usage = proc.usage(100);
   ASSERT_TRUE(usage.ok());
   EXPECT_EQ(usage->usage.footprint, (300000u + 20000u + 4000u) * 1024u);
+  EXPECT_EQ(usage->residentBytes, 370000u * 1024u);
   EXPECT_EQ(usage->usage.diskBytesRead, 4096000u);
   EXPECT_EQ(usage->usage.diskBytesWritten, 8192u);
   EXPECT_EQ(usage->usage.idleWakeups, 1100u);

@@ -75,6 +75,7 @@ TEST(PidFilesStatus, ReadsOwnerMemoryAndSwitchesAndFailsOnCutText) {
   ASSERT_TRUE(status.ok()) << status.error().message;
   EXPECT_EQ(status->realUID, 1000u);
   EXPECT_EQ(status->footprintBytes(), (300u + 100u + 24u) * 1024u);
+  EXPECT_EQ(status->residentKB, 900u);
   EXPECT_EQ(status->contextSwitches(), 75u);
 
   // Kernel threads and zombies have no memory lines at all.
@@ -89,6 +90,7 @@ TEST(PidFilesStatus, ReadsOwnerMemoryAndSwitchesAndFailsOnCutText) {
   const std::string tail = "voluntary_ctxt_switches:\t1\nnonvoluntary_ctxt_switches:\t1\n";
   EXPECT_FALSE(parsePidStatus("Uid:\t1000\t1000\t1000\t1000\nRssAnon:\t  300\n" + tail).ok());  // no unit
   EXPECT_FALSE(parsePidStatus("Uid:\t1000\t1000\t1000\t1000\nRssAnon:\t  3x0 kB\n" + tail).ok());
+  EXPECT_FALSE(parsePidStatus("Uid:\t1000\t1000\t1000\t1000\nVmRSS:\t  \n" + tail).ok());  // cut mid-line
   EXPECT_FALSE(parsePidStatus("Uid:\t1000\t1000\t1000\t1000\nVmSwap:\t99999999999999999999 kB\n" + tail).ok());
   EXPECT_FALSE(parsePidStatus("Uid:\tme\n" + tail).ok());
   EXPECT_FALSE(parsePidStatus("Uid:\t1\nvoluntary_ctxt_switches:\t-1\nnonvoluntary_ctxt_switches:\t1\n").ok());
