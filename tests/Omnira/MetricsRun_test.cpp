@@ -210,9 +210,10 @@ TEST(MetricsRun, RefusesAnOpenAddressWithoutATokenAndFollowsTheSettings) {
   testing::RunningOmnira omnira(home.root);
   ASSERT_TRUE(testing::waitForRecorded(home.history(), 1)) << testing::slurp(home.root / "stderr");
   EXPECT_LT(testing::connectTo(port), 0);
-  if (::access("/run/systemd/journal/socket", W_OK) != 0)  // else the line went to the journal
+  if (::access("/run/systemd/journal/socket", W_OK) != 0) {  // else the line went to the journal
     EXPECT_NE(testing::slurp(home.root / "stderr").find("needs a token (set metricsToken)"), std::string::npos)
         << testing::slurp(home.root / "stderr");
+  }
 
   // Mended while it runs: it listens on loopback; turned off: it stops listening.
   const auto settings = home.root / "config" / "Omnira" / "settings.json";

@@ -119,7 +119,9 @@ TEST(MetricsExporter, CountersStayMonotonicWhenAnAppLeavesTheTopAndComesBack) {
   const auto tick = [&](Date at, std::vector<AppGroup> groups) {
     const auto families = exporter.update({.at = at, .groups = &groups, .groupsAt = at});
     for (const auto& [key, v] : counters(families)) {
-      if (auto before = seen.find(key); before != seen.end()) EXPECT_GE(v, before->second) << key.first;
+      if (auto before = seen.find(key); before != seen.end()) {
+        EXPECT_GE(v, before->second) << key.first;
+      }
       seen[key] = v;
     }
     return families;

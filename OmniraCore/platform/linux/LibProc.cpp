@@ -607,9 +607,9 @@ std::vector<uint64_t> LibProc::socketInodes(int32_t pid) {
 std::optional<omnira::ProcessGPUShare> LibProc::gpuUse(int32_t pid) {
   const uint64_t now = monotonicNanoseconds();
   // Forget processes not asked about for five minutes, so exited ones do not pile up.
-  constexpr uint64_t forgetAfter = 300ull * 1'000'000'000ull;
+  const uint64_t forgetBefore = now > 300'000'000'000ull ? now - 300'000'000'000ull : 0;
   if (gpuLooks_.size() > 256)
-    std::erase_if(gpuLooks_, [now](const auto& entry) { return now - entry.second.at > forgetAfter; });
+    std::erase_if(gpuLooks_, [forgetBefore](const auto& entry) { return entry.second.at < forgetBefore; });
   auto clients = readDrmClients(roots_, pid);
   if (clients.empty()) {
     gpuLooks_.erase(pid);

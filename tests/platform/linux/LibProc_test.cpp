@@ -118,7 +118,9 @@ TEST(LibProc, SamplerFollowsFilesThatChangeBetweenTicks) {
     auto* proc = source.get();
     ProcessSampler sampler(std::move(source));
     ASSERT_EQ(sampler.sample().size(), 9u);
-    if (keep) EXPECT_GT(proc->keptDescriptors(), 0u);
+    if (keep) {
+      EXPECT_GT(proc->keptDescriptors(), 0u);
+    }
 
     tree.write("107/stat", stat107(1900, 9000));  // 1000 more ticks of user time
     auto samples = sampler.sample();
@@ -140,7 +142,9 @@ TEST(LibProc, SamplerFollowsFilesThatChangeBetweenTicks) {
     samples = sampler.sample();
     EXPECT_EQ(find(samples, 107), nullptr);
     EXPECT_EQ(sampler.trackedCount(), 8u);
-    if (keep) EXPECT_LT(proc->keptDescriptors(), keptBefore);
+    if (keep) {
+      EXPECT_LT(proc->keptDescriptors(), keptBefore);
+    }
   }
 }
 
