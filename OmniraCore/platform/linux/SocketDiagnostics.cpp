@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 
 #include <fmt/format.h>
 
@@ -72,7 +73,10 @@ Result<bool, ParseFailure> parseInetDiagMessages(std::span<const uint8_t> bytes,
       nlmsgerr error{};
       if (!copyAt(message, 0, error)) return fail(ParseFailure{"an error message cut short"});
       if (error.error == 0) return true;  // an acknowledgement: nothing more is coming
-      return fail(ParseFailure{fmt::format("the kernel refused the dump: {}", std::strerror(-error.error))});
+      // The kernel sends a negative errno; anything else is not one (and INT_MIN has no negation).
+      if (error.error < 0 && error.error > std::numeric_limits<int>::min())
+        return fail(ParseFailure{fmt::format("the kernel refused the dump: {}", std::strerror(-error.error))});
+      return fail(ParseFailure{fmt::format("the kernel refused the dump with {}, which is no error number", error.error)});
     }
     if (header.nlmsg_type == SOCK_DIAG_BY_FAMILY || header.nlmsg_type == TCPDIAG_GETSOCK) {
       inet_diag_msg diag{};

@@ -15,6 +15,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <limits>
 #include <thread>
 
 namespace omnira::platform {
@@ -174,6 +175,12 @@ TEST(SocketDiagnostics, ParsesRepliesAndRefusesBrokenOnes) {
   parsed = parseInetDiagMessages(message(NLMSG_ERROR, &refusal, sizeof refusal), sockets);
   ASSERT_FALSE(parsed.ok());
   EXPECT_NE(parsed.error().message.find(std::strerror(EPERM)), std::string::npos);
+  for (const int notAnErrno : {std::numeric_limits<int>::min(), 5}) {  // INT_MIN once overflowed on negation
+    refusal.error = notAnErrno;
+    parsed = parseInetDiagMessages(message(NLMSG_ERROR, &refusal, sizeof refusal), sockets);
+    ASSERT_FALSE(parsed.ok());
+    EXPECT_NE(parsed.error().message.find("no error number"), std::string::npos);
+  }
   for (const size_t cut : {size_t{7}, size_t{NLMSG_HDRLEN + 10}, reply.size() - 4}) {
     SCOPED_TRACE(cut);
     std::vector<uint8_t> shortened(reply.begin(), reply.begin() + static_cast<std::ptrdiff_t>(cut));
