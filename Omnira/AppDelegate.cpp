@@ -21,6 +21,7 @@
 #include "Omnira/TickLine.h"
 #include "Omnira/UsageLimitsStore.h"
 #include "Omnira/presentation/Desktop.h"
+#include "Omnira/presentation/ShowService.h"
 #include "OmniraCore/foundation/Log.h"
 #include "OmniraCore/foundation/Settings.h"
 #include "OmniraCore/foundation/SettingsFile.h"
@@ -64,7 +65,13 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   if (auto safe = paths_->prepareFolders(); !safe) return fail(Failure{1, safe.error().message});
 
   auto lock = InstanceLock::acquire(paths_->dataFile(InstanceLock::fileName));
-  if (!lock) return fail(Failure{1, lock.error().message});
+  if (!lock) {
+    // A person who starts Omnira again from the desktop wants to see it, not an error.
+    if (lock.error().kind == InstanceLock::Failure::Kind::alreadyRunning && options_.desktop &&
+        presentation::ShowService::askToShow())
+      return fail(Failure{0, "Omnira is already running; its window is shown."});
+    return fail(Failure{1, lock.error().message});
+  }
   lock_.emplace(std::move(*lock));
 
   setUpLogging("omnira", spdlog::level::info);
@@ -109,6 +116,9 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
     desktop_ = std::make_unique<presentation::Desktop>(store_.get(), *paths_, settingsWatcher_->current());
     connect(settingsWatcher_.get(), &SettingsWatcher::changed, desktop_.get(), &presentation::Desktop::applySettings);
     connect(desktop_.get(), &presentation::Desktop::quitRequested, this, &AppDelegate::stopRequested);
+    showService_ = std::make_unique<presentation::ShowService>(desktop_.get());
+    if (auto listening = showService_->listen(); !listening)
+      spdlog::warn("Starting Omnira again will not show this window: {}", listening.error().message);
     if (!options_.openOnStart.empty()) desktop_->open(QString::fromStdString(options_.openOnStart));
   }
   spdlog::info("Omnira {} started; data in {}", OMNIRA_VERSION, paths_->dataFolder().string());
@@ -138,6 +148,7 @@ QuitRequests::Parts AppDelegate::quitParts() {
 
 void AppDelegate::stop() {
   if (!store_) return;
+  showService_.reset();   // before the window it shows
   desktop_.reset();       // its windows read the store
   quitRequests_.reset();  // an open panel goes; its asker hears nothing more
   bridge_.reset();        // no question is answered from a store that is stopping

@@ -1,10 +1,12 @@
 #pragma once
 // Start-up and shut-down order of the running application.
 //
-// Start: data and settings folders → the single-instance lock → logging → settings and
+// Start: data and settings folders → the single-instance lock (with a display, a second
+// start asks the running Omnira to show its window and ends with exit status 0) → logging → settings and
 // their watch → the monitor store (saved state, history, samplers, loop) → the agent bridge
 // (while "bridgeEnabled" is on) → usage limits → the metrics endpoint (while "metricsEnabled"
-// is on) → notifications → the status icon and its windows (with a display) → SIGINT/SIGTERM/SIGHUP.
+// is on) → notifications → the status icon and its windows, and the bus name a second start
+// calls (with a display) → SIGINT/SIGTERM/SIGHUP.
 // Stop (on either signal, or when the event loop ends): the bridge stops listening, the loop
 // and the samplers end, then live history, ledger and insights are saved and the history
 // is checkpointed, and the lock is released last.
@@ -34,6 +36,7 @@ class BridgeHost;
 class MetricsPublisher;
 namespace presentation {
 class Desktop;
+class ShowService;
 }
 
 class AppDelegate : public QObject {
@@ -48,7 +51,7 @@ class AppDelegate : public QObject {
   };
 
   struct Failure {
-    int exitCode = 1;
+    int exitCode = 1;  // 0: another Omnira runs and has shown its window, nothing went wrong
     std::string message;  // a sentence for the person
   };
 
@@ -85,6 +88,7 @@ class AppDelegate : public QObject {
   std::unique_ptr<QuitRequests> quitRequests_;
   std::unique_ptr<MetricsPublisher> metrics_;
   std::unique_ptr<presentation::Desktop> desktop_;
+  std::unique_ptr<presentation::ShowService> showService_;
   int signalFD_ = -1;
   std::unique_ptr<QSocketNotifier> signalNotifier_;
 };

@@ -76,7 +76,8 @@ int OmniraApp::run(int argc, char** argv) {
 
   AppDelegate delegate(options);
   if (auto started = delegate.start(); !started) {
-    std::fprintf(stderr, "%s\n", started.error().message.c_str());
+    // Exit status 0 is news (the running Omnira showed its window), not a complaint.
+    std::fprintf(started.error().exitCode == 0 ? stdout : stderr, "%s\n", started.error().message.c_str());
     return started.error().exitCode;
   }
   QObject::connect(&delegate, &AppDelegate::stopRequested, &app, &QCoreApplication::quit);

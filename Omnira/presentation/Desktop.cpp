@@ -1,5 +1,6 @@
 #include "Omnira/presentation/Desktop.h"
 
+#include <QClipboard>
 #include <QGuiApplication>
 #include <QPalette>
 #include <QQuickStyle>
@@ -12,11 +13,13 @@
 #include "Omnira/MonitorStore.h"
 #include "Omnira/presentation/AppsModel.h"
 #include "Omnira/presentation/ChartItem.h"
+#include "Omnira/presentation/DiagnosticReport.h"
 #include "Omnira/presentation/LiveFigures.h"
 #include "Omnira/presentation/QmlWindow.h"
 #include "Omnira/presentation/StatusIcon.h"
 #include "Omnira/presentation/WorthALookModel.h"
 #include "OmniraCore/foundation/SettingsFile.h"
+#include "OmniraCore/platform/linux/ThisMachine.h"
 
 namespace omnira::presentation {
 
@@ -85,6 +88,7 @@ Desktop::Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, 
   connect(icon_.get(), &StatusIcon::pageRequested, this, &Desktop::open);
   connect(icon_.get(), &StatusIcon::pauseNotificationsToggled, this, &Desktop::pauseNotifications);
   connect(icon_.get(), &StatusIcon::quitRequested, this, &Desktop::quitRequested);
+  connect(icon_.get(), &StatusIcon::diagnosticReportRequested, this, &Desktop::copyDiagnosticReport);
 }
 
 Desktop::~Desktop() {
@@ -134,6 +138,15 @@ void Desktop::showApp(const QString& groupID) {
   setSelectedApp(groupID);
   appsTable_->setFilterText({});  // a filter could hide the app the person asked for
   open(QStringLiteral("apps"));
+}
+
+void Desktop::copyDiagnosticReport() {
+  const Date now = std::chrono::system_clock::now();
+  // "omnira" is the journal identifier AppDelegate logs under.
+  const LogExcerpt log = readJournal("omnira", now - diagnosticLogSpan);
+  const std::string report = diagnosticReport({OMNIRA_VERSION, platform::systemName(), paths_, now}, log);
+  QGuiApplication::clipboard()->setText(QString::fromStdString(report));
+  emit diagnosticReportCopied();
 }
 
 void Desktop::placePanel() {

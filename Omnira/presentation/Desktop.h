@@ -74,11 +74,15 @@ class Desktop : public QObject {
   Q_INVOKABLE void closePanel();
   // From a row of the panel: the window on the Apps page with that app selected.
   Q_INVOKABLE void showApp(const QString& groupID);
+  // Puts the diagnostic report (DiagnosticReport.h) on the clipboard. Reads the journal
+  // first, so it may take a moment on a large one.
+  Q_INVOKABLE void copyDiagnosticReport();
 
  signals:
   void pageChanged();
   void selectedAppChanged();
   void quitRequested();
+  void diagnosticReportCopied();
 
  private:
   void viewersChanged();

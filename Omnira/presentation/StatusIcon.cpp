@@ -45,6 +45,8 @@ StatusIcon::StatusIcon(MonitorStore* store, const Settings& settings, QObject* p
   pause_ = menu_.addAction(tr("Pause Notifications"));
   pause_->setCheckable(true);
   connect(pause_, &QAction::triggered, this, [this](bool checked) { emit pauseNotificationsToggled(checked); });
+  connect(menu_.addAction(tr("Copy Diagnostic Report")), &QAction::triggered, this,
+          &StatusIcon::diagnosticReportRequested);
   menu_.addSeparator();
   connect(menu_.addAction(tr("Quit Omnira")), &QAction::triggered, this, &StatusIcon::quitRequested);
   tray_.setContextMenu(&menu_);

@@ -2,8 +2,8 @@
 // Omnira's icon in the desktop's panel: a small live readout drawn at run time (CPU, memory
 // or memory pressure, as a figure or a little graph, chosen by "menuBarReadout" and
 // "menuBarShowsGraph") whose colour tells the strain, and its menu. A click asks for the
-// drop-down panel; the menu asks for the window, Worth a Look, a pause of notifications
-// and quitting. What those do is the owner's (Desktop).
+// drop-down panel; the menu asks for the window, Worth a Look, a pause of notifications,
+// a diagnostic report and quitting. What those do is the owner's (Desktop).
 //
 // Main thread only; reads the store after each tick and never samples. Without a tray
 // host the icon is simply not shown; nothing here fails.
@@ -60,6 +60,7 @@ class StatusIcon : public QObject {
   void panelRequested();
   void pageRequested(const QString& page);
   void pauseNotificationsToggled(bool paused);
+  void diagnosticReportRequested();
   void quitRequested();
 
  private:

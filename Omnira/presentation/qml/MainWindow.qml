@@ -83,6 +83,28 @@ ApplicationWindow {
                     }
                 }
             }
+            // The foot of the side bar: what a person pastes into a bug report.
+            Button {
+                id: reportButton
+                anchors.left: parent.left
+                anchors.right: parent.right
+                anchors.bottom: parent.bottom
+                anchors.margins: 12
+                property bool copied: false
+                text: copied ? qsTr("Report copied") : qsTr("Copy diagnostic report")
+                focusPolicy: Qt.StrongFocus
+                Accessible.name: qsTr("Copy diagnostic report")
+                Accessible.description: qsTr("Puts Omnira's version, settings and recent log on the clipboard")
+                onClicked: omnira.copyDiagnosticReport()
+                Timer { id: copiedShown; interval: 2500; onTriggered: reportButton.copied = false }
+                Connections {
+                    target: omnira
+                    function onDiagnosticReportCopied() {
+                        reportButton.copied = true
+                        copiedShown.restart()
+                    }
+                }
+            }
         }
 
         StackLayout {
