@@ -47,7 +47,9 @@ class AppDelegate : public QObject {
     bool watching = false;    // behave as if a view showed live figures
     bool printTicks = false;  // one line per tick on standard output
     bool desktop = false;     // a display answers: the status icon, its panel and the window
-    std::string openOnStart;  // with `desktop`: "panel" or a page of the window to open at once
+    // With `desktop`: "panel" or a page of the window to open at once; empty for only the
+    // status icon (a start at login).
+    std::string openOnStart = "overview";
   };
 
   struct Failure {

@@ -16,6 +16,7 @@
 #include <fmt/format.h>
 
 #include "Omnira/AppDelegate.h"
+#include "Omnira/presentation/Desktop.h"
 
 namespace omnira {
 
@@ -46,8 +47,19 @@ int OmniraApp::run(int argc, char** argv) {
                "Run without any window: quit requests are asked through notifications (the default without a display)");
   cli.add_flag("--watching", options.watching,
                "Sample as if a window showed live figures: every \"refreshSeconds\", processes every tick");
-  // For the screenshot script and for trying a page: opens "panel", "overview" or "apps" at start.
-  cli.add_option("--open", options.openOnStart)->group("")->check(CLI::IsMember({"panel", "overview", "apps"}));
+  bool trayOnly = false;
+  cli.add_flag("--tray-only", trayOnly, "With a display, start with only the status icon, no window (for a start at login)");
+  // For the screenshot script and for trying a page: opens "panel" or a page of the window at start.
+  cli.add_option("--open", options.openOnStart)
+      ->group("")
+      ->check(CLI::Validator(
+          [](const std::string& page) {
+            const QString name = QString::fromStdString(page);
+            return name == QLatin1String("panel") || presentation::Desktop::isPage(name)
+                       ? std::string()
+                       : "no such page: " + page;
+          },
+          "PAGE"));
   cli.set_version_flag("--version", OMNIRA_VERSION);
   try {
     cli.parse(argc, argv);
@@ -55,6 +67,11 @@ int OmniraApp::run(int argc, char** argv) {
     return cli.exit(error);
   }
   options.printTicks = ::isatty(STDOUT_FILENO) == 1;
+  if (trayOnly && cli.count("--open") > 0) {
+    std::fprintf(stderr, "--tray-only opens no window, so it cannot go with --open.\n");
+    return 2;
+  }
+  if (trayOnly) options.openOnStart.clear();
 
   AppDelegate::blockStopSignals();
   int qtArgc = 1;

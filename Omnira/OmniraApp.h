@@ -8,8 +8,9 @@ namespace omnira {
 class OmniraApp {
  public:
   // Parses `argc`/`argv` ("--headless", "--watching", "--help"), runs until SIGINT or
-  // SIGTERM and returns the process's exit code: 0 after a clean stop, 1 when Omnira
-  // could not start (another instance runs, no home folder), 2 for a usage mistake.
+  // SIGTERM and returns the process's exit code: 0 after a clean stop or when the running
+  // Omnira was asked to show its window, 1 when Omnira could not start (another instance
+  // runs and has no window to show, no home folder), 2 for a usage mistake.
   static int run(int argc, char** argv);
 };
 

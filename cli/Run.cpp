@@ -41,6 +41,7 @@ int runApplication(const RunRequest& request, std::FILE* err) {
   std::vector<std::string> arguments{application->string()};
   if (request.headless) arguments.emplace_back("--headless");
   if (request.watching) arguments.emplace_back("--watching");
+  if (request.trayOnly) arguments.emplace_back("--tray-only");
   std::vector<char*> argv;
   for (auto& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);

@@ -14,6 +14,7 @@ namespace omnira::cli {
 struct RunRequest {
   bool headless = false;
   bool watching = false;
+  bool trayOnly = false;
 };
 
 // Where the application program is, or nothing with the places searched named in `searched`.

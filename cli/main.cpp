@@ -126,6 +126,8 @@ int main(int argc, char** argv) {
   run->add_flag("--headless", runRequest.headless, "Run without any window (the default without a display)");
   run->add_flag("--watching", runRequest.watching,
                 "Sample as if a window showed live figures: every \"refreshSeconds\", processes every tick");
+  run->add_flag("--tray-only", runRequest.trayOnly,
+                "With a display, start with only the status icon, no window (for a start at login)");
 
   auto* history = app.add_subcommand("history", "Read the history that a running Omnira records");
   history->require_subcommand(1);

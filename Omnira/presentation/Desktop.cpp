@@ -6,6 +6,7 @@
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QScreen>
+#include <QStringList>
 #include <QtQml/qqml.h>
 
 #include <spdlog/spdlog.h>
@@ -98,7 +99,11 @@ Desktop::~Desktop() {
   if (viewing_) store_->viewerDisappeared();
 }
 
-bool Desktop::isPage(const QString& page) { return page == QLatin1String("overview") || page == QLatin1String("apps"); }
+bool Desktop::isPage(const QString& page) {
+  // As MainWindow.qml's side bar has them.
+  static const QStringList pages{QStringLiteral("overview"), QStringLiteral("apps")};
+  return pages.contains(page);
+}
 
 void Desktop::setPage(const QString& page) {
   if (!isPage(page) || page == page_) return;

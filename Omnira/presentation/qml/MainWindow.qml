@@ -11,10 +11,12 @@ ApplicationWindow {
     title: qsTr("Omnira")
     SystemPalette { id: sys }
     readonly property bool dark: sys.window.hslLightness < 0.5
+    // The side bar's pages, in order; each is loaded the first time it is shown.
     readonly property var pages: [
-        { key: "overview", title: qsTr("Overview"), mark: "◔" },
-        { key: "apps", title: qsTr("Apps"), mark: "▤" }
+        { key: "overview", title: qsTr("Overview"), mark: "◔", source: "OverviewPage.qml" },
+        { key: "apps", title: qsTr("Apps"), mark: "▤", source: "AppsPage.qml" }
     ]
+    readonly property int pageIndex: Math.max(0, pages.findIndex(p => p.key === omnira.page))
     color: sys.window
     // The controls take the application's palette, which follows the desktop's theme.
     palette.window: sys.window
@@ -31,8 +33,14 @@ ApplicationWindow {
     palette.dark: sys.dark
     palette.light: sys.light
 
-    Shortcut { sequence: "Ctrl+1"; onActivated: omnira.page = "overview" }
-    Shortcut { sequence: "Ctrl+2"; onActivated: omnira.page = "apps" }
+    // Ctrl+1 … Ctrl+9 go to the pages in the side bar's order.
+    Instantiator {
+        model: window.pages
+        delegate: Shortcut {
+            sequence: "Ctrl+" + (index + 1)
+            onActivated: omnira.page = modelData.key
+        }
+    }
     Shortcut { sequences: [StandardKey.Close]; onActivated: window.close() }
 
     RowLayout {
@@ -110,9 +118,17 @@ ApplicationWindow {
         StackLayout {
             Layout.fillWidth: true
             Layout.fillHeight: true
-            currentIndex: omnira.page === "apps" ? 1 : 0
-            OverviewPage {}
-            AppsPage {}
+            currentIndex: window.pageIndex
+            Repeater {
+                model: window.pages
+                delegate: Loader {
+                    // Kept once loaded, so a page keeps its scroll and sort between visits.
+                    property bool shown: false
+                    active: shown || index === window.pageIndex
+                    onLoaded: shown = true
+                    source: modelData.source
+                }
+            }
         }
     }
 }
