@@ -57,6 +57,11 @@ void prepareQml() {
     // Fusion follows the desktop's palette, light or dark; a person's own choice wins.
     if (qEnvironmentVariableIsEmpty("QT_QUICK_CONTROLS_STYLE")) QQuickStyle::setStyle(QStringLiteral("Fusion"));
     if (qEnvironmentVariable("OMNIRA_PALETTE") == QLatin1String("dark")) QGuiApplication::setPalette(darkPalette());
+    // Figures, lines and text: the software renderer draws them at under half the CPU and
+    // memory of OpenGL (measured with bench/desktop_cost.sh), and needs no GPU driver
+    // loaded. QT_QUICK_BACKEND still chooses.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND") && qEnvironmentVariableIsEmpty("QSG_RHI_BACKEND"))
+      QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     return true;
   }();
   (void)once;

@@ -2,6 +2,9 @@
 
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
+#include <QTimer>
+
+#include <malloc.h>
 
 #include <spdlog/spdlog.h>
 
@@ -57,7 +60,9 @@ void QmlWindow::close() {
     window->disconnect(this);
     window->hide();
   }
-  // Later, not now: this may run inside one of the window's own signals.
+  // Later, not now: this may run inside one of the window's own signals. Once gone, the
+  // heap it used goes back to the system too, or a closed window would still cost it.
+  connect(engine_, &QObject::destroyed, [] { QTimer::singleShot(0, [] { ::malloc_trim(0); }); });
   engine_->deleteLater();
   engine_ = nullptr;
   emit closed();

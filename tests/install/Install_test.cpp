@@ -71,7 +71,7 @@ TEST_F(InstallTest, PutsEveryFileInItsPlace) {
   const testing::CommandRun version = testing::runShell("'" + command.string() + "' --version 2>&1");
   EXPECT_EQ(version.status, 0) << version.out;
 
-  EXPECT_EQ(execStart(unit), command.string() + " run");
+  EXPECT_EQ(execStart(unit), command.string() + " run --tray-only");
   const std::string desktop = readFile(entry);
   EXPECT_NE(desktop.find("\nExec=omnira run\n"), std::string::npos) << desktop;
   EXPECT_NE(desktop.find("\nIcon=omnira\n"), std::string::npos) << desktop;
@@ -90,7 +90,7 @@ TEST_F(InstallTest, StagedInstallNamesTheFinalPrefix) {
   const testing::CommandRun run = install("DESTDIR='" + stage.string() + "'", "/usr/local");
   ASSERT_EQ(run.status, 0) << run.out;
   EXPECT_TRUE(fs::is_regular_file(stage / "usr/local/bin/omnira"));
-  EXPECT_EQ(execStart(stage / "usr/local/share/systemd/user/omnira.service"), "/usr/local/bin/omnira run");
+  EXPECT_EQ(execStart(stage / "usr/local/share/systemd/user/omnira.service"), "/usr/local/bin/omnira run --tray-only");
 }
 
 }  // namespace
