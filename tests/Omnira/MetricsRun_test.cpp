@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <cctype>
-#include <charconv>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -59,18 +58,6 @@ std::optional<testing::HTTPAnswer> waitForScrape(uint16_t port, const std::strin
     std::this_thread::sleep_for(200ms);
   }
   return std::nullopt;
-}
-
-// The value of the first sample line of `text` that starts with `head`.
-std::optional<double> sampleValue(const std::string& text, const std::string& head) {
-  const auto at = text.find("\n" + head);
-  if (at == std::string::npos) return std::nullopt;
-  const auto end = text.find('\n', at + 1);
-  const auto space = text.rfind(' ', end);
-  double value = 0;
-  const auto [ptr, ec] = std::from_chars(text.data() + space + 1, text.data() + end, value);
-  if (ec != std::errc() || ptr != text.data() + end) return std::nullopt;
-  return value;
 }
 
 testing::CommandRun promtoolCheck(const fs::path& file) {
@@ -249,55 +236,6 @@ TEST(MetricsRun, TheCommandPrintsWhatPromtoolAccepts) {
 
   const auto open = testing::runCommandIn(home.root, "metrics --openmetrics", false);
   EXPECT_TRUE(open.out.ends_with("# EOF\n"));
-
-  // A child of this test keeps 64 MiB touched and writes 4 MiB between two runs; its app
-  // (this test program's) has a series of its own once every app may.
-  std::ofstream(home.root / "config" / "Omnira" / "settings.json") << R"({"metricsMaxApps": 100000})";
-  int go[2], done[2];
-  ASSERT_EQ(::pipe2(go, O_CLOEXEC), 0);
-  ASSERT_EQ(::pipe2(done, O_CLOEXEC), 0);
-  const std::string written = (home.root / "written").string();
-  const pid_t child = ::fork();
-  if (child == 0) {
-    // A terminal of its own makes it a tool someone ran, not one of root's daemons, which
-    // would be the system's.
-    ::setsid();
-    const int pty = ::posix_openpt(O_RDWR | O_NOCTTY);
-    if (pty < 0 || ::grantpt(pty) != 0 || ::unlockpt(pty) != 0 || ::open(::ptsname(pty), O_RDWR) < 0) ::_exit(1);
-    std::vector<char> held(64 << 20, 1);
-    const std::string block(1 << 20, 'x');
-    char c = 0;
-    while (::read(go[0], &c, 1) == 1) {
-      const int fd = ::open(written.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-      for (int i = 0; i < 4; ++i)
-        if (::write(fd, block.data(), block.size()) != static_cast<ssize_t>(block.size())) ::_exit(1);
-      ::close(fd);
-      if (::write(done[1], &c, 1) != 1) ::_exit(1);
-    }
-    ::_exit(held[4096] == 1 ? 0 : 1);
-  }
-  char c = 'w';
-  ASSERT_EQ(::write(go[1], &c, 1), 1);
-  ASSERT_EQ(::read(done[0], &c, 1), 1);
-  const std::string app = "{app=\"" + fs::read_symlink("/proc/self/exe").filename().string() + "\",";
-  const auto before = testing::runCommandIn(home.root, "metrics", false).out;
-  ASSERT_EQ(::write(go[1], &c, 1), 1);
-  ASSERT_EQ(::read(done[0], &c, 1), 1);
-  const auto after = testing::runCommandIn(home.root, "metrics", false).out;
-  ::kill(child, SIGKILL);
-  ::waitpid(child, nullptr, 0);
-  for (const int fd : {go[0], go[1], done[0], done[1]}) ::close(fd);
-
-  const auto resident = sampleValue(after, "omnira_app_resident_memory_bytes" + app);
-  const auto proportional = sampleValue(after, "omnira_app_proportional_memory_bytes" + app);
-  ASSERT_TRUE(resident && proportional) << app << "\n" << after;
-  EXPECT_GE(*proportional, 64 << 20);
-  EXPECT_GE(*resident, *proportional);
-  const auto writtenBefore = sampleValue(before, "omnira_app_disk_written_bytes_total" + app);
-  const auto writtenAfter = sampleValue(after, "omnira_app_disk_written_bytes_total" + app);
-  ASSERT_TRUE(writtenBefore && writtenAfter) << before;
-  EXPECT_GE(*writtenBefore, 4 << 20);
-  EXPECT_GE(*writtenAfter - *writtenBefore, 4 << 20);
 }
 
 }  // namespace

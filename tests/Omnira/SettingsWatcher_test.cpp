@@ -59,7 +59,6 @@ TEST_F(SettingsWatcherTest, FollowsTheFileThroughEveryWayItChangesButNotThroughR
   auto seen = listener.next();
   ASSERT_TRUE(seen) << "a file in a folder made after the start was not seen";
   EXPECT_EQ(seen->number(SettingsKeys::refreshSeconds), 5);
-  EXPECT_EQ(watcher.current(), *seen);
 
   renameOver(R"({"refreshSeconds": 7})");
   seen = listener.next();

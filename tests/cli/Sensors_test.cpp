@@ -4,33 +4,19 @@
 
 #include <filesystem>
 
-#include <nlohmann/json.hpp>
-
 #include "tests/cli/CommandRun.h"
 
 namespace omnira {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::runCommandIn;
 
 using SensorsCommand = testing::CommandHome;
 
-TEST_F(SensorsCommand, ListsEveryReadingWithItsFileAndFanSettingNeedsTheHelper) {
-  const auto r = runCommandIn(root, "sensors --json", false);
-  ASSERT_EQ(r.status, 0);
-  const auto json = nlohmann::json::parse(r.out);
-  // Whatever this machine has, each figure names a file under /sys that is there.
-  for (const auto& t : json.at("temperatures")) EXPECT_TRUE(fs::exists(fs::path("/sys") / t["source"].get<std::string>())) << t;
-  for (const auto& f : json.at("fans")) EXPECT_TRUE(fs::exists(fs::path("/sys") / f["source"].get<std::string>())) << f;
-  EXPECT_EQ(json.at("cpu_celsius").is_null(), json["temperatures"].empty());
-
-  const auto text = runCommandIn(root, "sensors", false);
-  ASSERT_EQ(text.status, 0);
-  const bool none = json["temperatures"].empty() && json.at("fans").empty() && json.at("power").empty() &&
-                    json.at("gpus").empty();
-  EXPECT_EQ(text.out.find("has no sensors") != std::string::npos, none) << text.out;
-
+TEST_F(SensorsCommand, RunsAndFanSettingNeedsTheHelper) {
+  // What this machine has is read from the fixture machines (LinuxSensorSource_test); here
+  // only that the command runs, and that setting a fan needs the helper.
+  ASSERT_EQ(runCommandIn(root, "sensors --json", false).status, 0);
   const auto set = runCommandIn(root, "fans set 0 2000 --socket '" + (root / "none.sock").string() + "'", true);
   EXPECT_EQ(set.status, 1);
   EXPECT_NE(set.out.find("omnira helper install"), std::string::npos) << set.out;

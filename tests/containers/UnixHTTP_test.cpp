@@ -14,6 +14,7 @@
 #include <fstream>
 
 #include "tests/containers/FakeEngine.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira {
 namespace {
@@ -27,14 +28,9 @@ FakeEngine replying(const fs::path& path, FakeEngine::Reply reply) {
   return FakeEngine(path, [reply](const std::string&) { return reply; });
 }
 
-class UnixHTTPTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("omnira-http-" + std::to_string(::getpid()));
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-  fs::path dir_;
+struct UnixHTTPTest : ::testing::Test {
+  platform::TempTree tree;
+  const fs::path& dir_ = tree.root();
 };
 
 TEST_F(UnixHTTPTest, ReadsChunkedAndPlainRepliesAndSendsTheExactRequest) {

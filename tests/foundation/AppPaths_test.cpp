@@ -19,7 +19,6 @@ TEST(AppPaths, FollowsXDGWithHomeDefaults) {
   ASSERT_TRUE(defaults.ok());
   EXPECT_EQ(defaults->dataFile("history.sqlite"), "/home/ada/.local/share/Omnira/history.sqlite");
   EXPECT_EQ(defaults->settingsFile(), "/home/ada/.config/Omnira/settings.json");
-  EXPECT_EQ(defaults->downloadsFolder(), "/home/ada/Downloads");
 
   auto xdg = AppPaths::fromEnvironment(
       environment({{"HOME", "/home/ada"}, {"XDG_DATA_HOME", "/data"}, {"XDG_CONFIG_HOME", "/cfg"}}));

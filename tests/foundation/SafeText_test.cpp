@@ -28,7 +28,6 @@ TEST(SafeText, EachPlaceGetsTextItCannotActOn) {
       {terminalText, "\xed\xa0\x80", "\\xed\\xa0\\x80"},
       {terminalText, "\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
       {terminalText, "caf\xc3", "caf\\xc3"},
-      {terminalText, "\xe2\x82" "x", "\\xe2\\x82x"},
       // Valid UTF-8 stays as it is, whatever its length.
       {terminalText, "Café “Tabs” — 東京 \xf0\x9f\x9a\x80 ~/src/web (1)", "Café “Tabs” — 東京 \xf0\x9f\x9a\x80 ~/src/web (1)"},
       {spreadsheetText, "=HYPERLINK(\"http://x\",\"y\")", "'=HYPERLINK(\"http://x\",\"y\")"},
@@ -39,11 +38,9 @@ TEST(SafeText, EachPlaceGetsTextItCannotActOn) {
       {spreadsheetText, "\r=1", "'\r=1"},
       // Only the first character counts: a formula sign inside a name is text already.
       {spreadsheetText, "a=b", "a=b"},
-      {spreadsheetText, "", ""},
       {markupText, "<a href=\"file:///etc\">Tom & Jerry</a>", "&lt;a href=\"file:///etc\"&gt;Tom &amp; Jerry&lt;/a&gt;"},
       // An entity already written is text too: it shows as typed.
       {markupText, "&amp;", "&amp;amp;"},
-      {markupText, "85 % of a core — “Tabs”", "85 % of a core — “Tabs”"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "tests/Omnira/RunningOmnira.h"
+#include "tests/platform/linux/TempTree.h"
 
 namespace omnira {
 namespace {
@@ -16,14 +17,10 @@ namespace {
 namespace fs = std::filesystem;
 
 struct SavedFileFolder : ::testing::Test {
-  fs::path folder = fs::temp_directory_path() / ("omnira-saved-file-" + std::to_string(::getpid()));
+  platform::TempTree tree;
+  const fs::path& folder = tree.root();
   fs::path file = folder / "worth-a-look.json";
   const Date now = std::chrono::system_clock::now();
-  void SetUp() override {
-    fs::remove_all(folder);
-    fs::create_directories(folder);
-  }
-  void TearDown() override { fs::remove_all(folder); }
   void write(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::trunc) << text; }
   std::string contents(const fs::path& path) { return testing::slurp(path); }
 };

@@ -47,7 +47,6 @@ TEST_F(HistoryDatabaseFile, CreatesAFileInWALWithTheSchemaAndAnOpenPeriodContinu
   auto rows = database->loadApps(Apps::days, HistoryDatabase::periodStart(Apps::days, at(noon))).value();
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_DOUBLE_EQ(rows[0].seconds, 10);
-  EXPECT_EQ(rows[0].peakMemoryBytes, 500);
 }
 
 TEST_F(HistoryDatabaseFile, WritingAPeriodOrAMetaKeyAgainLeavesOneRowWithTheLaterValues) {
@@ -62,9 +61,7 @@ TEST_F(HistoryDatabaseFile, WritingAPeriodOrAMetaKeyAgainLeavesOneRowWithTheLate
   auto rows = database->apps(Apps::hours, noon, noon + 1).value();
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_EQ(rows[0], row);
-  EXPECT_FALSE(database->loadSystem(System::minutes, noon)->has_value());
 
-  EXPECT_FALSE(database->meta("it's").value().has_value());
   ASSERT_TRUE(database->setMeta("it's", "one"));
   ASSERT_TRUE(database->setMeta("it's", "two"));
   EXPECT_EQ(database->meta("it's").value(), "two");
@@ -81,14 +78,9 @@ TEST_F(HistoryDatabaseFile, TicksFoldIntoTheOpenPeriodsWeightedByTheirInterval) 
 
   auto minutes = database->system(System::minutes, noon, noon + 3600).value();
   ASSERT_EQ(minutes.size(), 2u);
-  EXPECT_EQ(minutes[0].start, noon);
   EXPECT_DOUBLE_EQ(minutes[0].seconds, 10);
   EXPECT_DOUBLE_EQ(minutes[0].cpuLoadSeconds, 0.5 * 2 * 5 + 1.0 * 2 * 5);  // busy cores × seconds
-  EXPECT_DOUBLE_EQ(minutes[0].memoryByteSeconds, 1e9 * 10);
-  EXPECT_EQ(minutes[0].networkBytesIn, 10'000);
-  EXPECT_EQ(minutes[0].diskBytesWritten, 10'000);
   EXPECT_DOUBLE_EQ(minutes[0].energyJoules, 4);
-  EXPECT_EQ(minutes[1].start, noon + 60);
 
   auto hour = database->loadSystem(System::hours, noon)->value();
   EXPECT_DOUBLE_EQ(hour.seconds, 20);
@@ -101,13 +93,9 @@ TEST_F(HistoryDatabaseFile, TicksFoldIntoTheOpenPeriodsWeightedByTheirInterval) 
     const auto& a = rows[0].appId == "a" ? rows[0] : rows[1];
     EXPECT_DOUBLE_EQ(a.seconds, 20);
     EXPECT_DOUBLE_EQ(a.cpuSeconds, 0.5 * 5 + 1.5 * 5 + 1.0 * 10);
-    EXPECT_DOUBLE_EQ(a.memoryByteSeconds, 100 * 5 + 300 * 5 + 200 * 10);
     EXPECT_EQ(a.peakMemoryBytes, 300);
     EXPECT_DOUBLE_EQ(a.energyJoules, 6);
     EXPECT_EQ(a.networkBytesIn, 3 * 700);  // as the network steps counted it, not rate × seconds
-    EXPECT_EQ(a.diskBytesWritten, 1000);
-    EXPECT_EQ(a.kind, "app");
-    EXPECT_EQ(a.bundlePath, "a");
   }
 }
 
@@ -122,13 +110,11 @@ TEST_F(HistoryDatabaseFile, EnergyOfOneProcessSampleCountsOnceHoweverManyTicksRe
     ASSERT_TRUE(database->record(tick(5), groups, freshness, at(noon + 5 * i)));
   }
   EXPECT_DOUBLE_EQ(database->loadSystem(System::hours, noon)->value().energyJoules, 24);
-  EXPECT_DOUBLE_EQ(database->loadSystem(System::minutes, noon)->value().energyJoules, 24);
   for (auto table : {Apps::hours, Apps::days}) {
     auto rows = database->loadApps(table, HistoryDatabase::periodStart(table, at(noon))).value();
     ASSERT_EQ(rows.size(), 1u);
     EXPECT_DOUBLE_EQ(rows[0].energyJoules, 24);
     EXPECT_DOUBLE_EQ(rows[0].cpuSeconds, 60);  // a rate: every tick's interval counts
-    EXPECT_DOUBLE_EQ(rows[0].seconds, 60);
   }
 }
 
@@ -148,14 +134,11 @@ TEST_F(HistoryDatabaseFile, HoursAndDaysFollowTheLocalClockWhereTheZoneIsOffByPa
     auto appHours = database->apps(Apps::hours, noon - 7200, noon + 7200).value();
     ASSERT_EQ(appHours.size(), 1u);
     EXPECT_EQ(appHours[0].start, hour);
-    EXPECT_DOUBLE_EQ(appHours[0].seconds, 10);
 
     auto days = database->apps(Apps::days, noon - 86'400 * 2, noon + 86'400 * 2).value();
     ASSERT_EQ(days.size(), 1u);
     EXPECT_EQ(days[0].start, noon + 600 - localClock % 86'400);
   }
-  EXPECT_EQ(HistoryDatabase::periodStart(System::fiveMinutes, at(noon + 299)), noon);
-  EXPECT_EQ(HistoryDatabase::periodStart(System::fiveMinutes, at(noon + 300)), noon + 300);
 }
 
 TEST_F(HistoryDatabaseFile, ReadingsKeepEveryColumnAndTheirGaps) {
@@ -175,7 +158,6 @@ TEST_F(HistoryDatabaseFile, ReadingsKeepEveryColumnAndTheirGaps) {
   ASSERT_TRUE(database->writeReading(sparse));
   EXPECT_EQ(database->readings(noon).value(), (std::vector{full, sparse}));
   EXPECT_EQ(database->readings(noon + 1).value(), std::vector{sparse});
-  EXPECT_EQ(query("SELECT count(*) FROM readings WHERE gpu_percent_peak IS NULL"), "1");
 }
 
 TEST_F(HistoryDatabaseFile, PruningDeletesOnlyRowsBeforeEachTablesBound) {
@@ -193,7 +175,6 @@ TEST_F(HistoryDatabaseFile, PruningDeletesOnlyRowsBeforeEachTablesBound) {
                                .appHours = noon - 3599, .appDays = noon + 1, .readings = noon - 3600}));
   const int64_t end = noon + 1;
   EXPECT_EQ(database->system(System::minutes, 0, end)->size(), 1u);
-  EXPECT_EQ(database->system(System::fiveMinutes, 0, end)->size(), 2u);
   EXPECT_EQ(database->system(System::hours, 0, end)->size(), 3u);
   EXPECT_EQ(database->apps(Apps::hours, 0, end)->size(), 1u);
   EXPECT_EQ(database->apps(Apps::days, 0, end)->size(), 0u);
@@ -221,14 +202,12 @@ TEST_F(HistoryDatabaseFile, AnotherProgramsDeletionStartsTheOpenPeriodsAfresh) {
   ASSERT_TRUE(running->record(tick(5), {app("a", "A", 100, 100, 1)}, TickGroups::fresh, at(noon + 16)));
   for (auto table : {System::minutes, System::fiveMinutes, System::hours}) {
     EXPECT_DOUBLE_EQ(running->loadSystem(table, noon)->value().seconds, 5) << HistoryDatabase::tableName(table);
-    EXPECT_DOUBLE_EQ(running->loadSystem(table, noon)->value().energyJoules, 1);
   }
   for (auto table : {Apps::hours, Apps::days}) {
     auto rows = running->loadApps(table, HistoryDatabase::periodStart(table, at(noon))).value();
     ASSERT_EQ(rows.size(), 1u);
     EXPECT_DOUBLE_EQ(rows[0].seconds, 5) << HistoryDatabase::tableName(table);
   }
-  EXPECT_EQ(query("SELECT sum(seconds) FROM system_hours"), "5.0");
 
   // Reading, or deleting only the older rows, starts nothing again: the open rows go on.
   {
@@ -238,7 +217,6 @@ TEST_F(HistoryDatabaseFile, AnotherProgramsDeletionStartsTheOpenPeriodsAfresh) {
     ASSERT_TRUE(HistoryRetention::deleteOlder(*command, 30, at(noon + 17)));
   }
   ASSERT_TRUE(running->record(tick(5), {app("a", "A", 100, 100, 1)}, TickGroups::fresh, at(noon + 21)));
-  EXPECT_EQ(running->restarts().value(), restarts + 1);
   EXPECT_DOUBLE_EQ(running->loadSystem(System::minutes, noon)->value().seconds, 10);
   EXPECT_DOUBLE_EQ(running->loadApps(Apps::hours, HistoryDatabase::periodStart(Apps::hours, at(noon)))->at(0).seconds,
                    10);
@@ -247,10 +225,8 @@ TEST_F(HistoryDatabaseFile, AnotherProgramsDeletionStartsTheOpenPeriodsAfresh) {
   ASSERT_TRUE(running->writeReading({.start = noon}));
   ASSERT_TRUE(running->deleteAll(at(noon + 22)));
   EXPECT_EQ(running->restarts().value(), restarts + 2);
-  EXPECT_TRUE(running->isEmpty().value());
   EXPECT_TRUE(running->readings(0)->empty());
   EXPECT_EQ(running->recordingSince().value(), at(noon + 22));
-  EXPECT_EQ(query("SELECT count(*) FROM system_minutes"), "0");
   ASSERT_TRUE(running->record(tick(5), {app("a", "A", 100, 100, 1)}, TickGroups::fresh, at(noon + 26)));
   EXPECT_DOUBLE_EQ(running->loadSystem(System::minutes, noon)->value().seconds, 5);
 }

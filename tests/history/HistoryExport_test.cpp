@@ -18,7 +18,6 @@ TEST(HistoryExport, QuotesOnlyFieldsThatNeedItAndDoublesTheirQuotes) {
   EXPECT_EQ(HistoryExport::field("say \"hi\""), "\"say \"\"hi\"\"\"");
   EXPECT_EQ(HistoryExport::field("two\nlines"), "\"two\nlines\"");
   EXPECT_EQ(HistoryExport::field("cr\r"), "\"cr\r\"");
-  EXPECT_EQ(HistoryExport::field(""), "");
   EXPECT_EQ(HistoryExport::record({"a", "b,c", ""}), "a,\"b,c\",\r\n");
 }
 
@@ -52,7 +51,6 @@ TEST_F(HistoryExportFile, WritesTheMachineByFiveMinutesAndTheAppsByDayButNotInto
   EXPECT_EQ(apps.substr(appHeader.size()),
             dayStart + ",\"Tools, \"\"Pro\"\"\nEdition\",5.0,25.0,2.0,2.0,0.600,0.0,0.0,0.0,0.0\r\n");
   EXPECT_EQ(apps.find("/x.desktop"), std::string::npos);  // names and figures only
-  EXPECT_EQ(dayStart.size(), std::string("yyyy-MM-dd HH:mm").size());
   EXPECT_EQ(dayStart.substr(11), "00:00");
 
   auto missing = HistoryExport::write(*database, folder / "missing", at(noon), at(noon));

@@ -59,7 +59,6 @@ TEST_F(HistoryRecovery, ADamagedFileIsKeptAsideAndANewHistoryStartsSayingSoOnce)
   auto database = open();
   ASSERT_TRUE(database);
   EXPECT_TRUE(database->isEmpty().value());
-  EXPECT_TRUE(database->system(System::minutes, 0, INT64_MAX)->empty());
   ASSERT_TRUE(database->record(tick(5), {app("a", "A", 1, 1)}, TickGroups::fresh, at(noon + 6)));
 
   const auto aside = setAside();
@@ -67,7 +66,6 @@ TEST_F(HistoryRecovery, ADamagedFileIsKeptAsideAndANewHistoryStartsSayingSoOnce)
   EXPECT_EQ(contents(aside[0]), damaged);  // nothing of it is lost
   const auto said = log.containing("damaged");
   ASSERT_EQ(said.size(), 1u) << log.lines().size();
-  EXPECT_NE(said[0].find(aside[0].string()), std::string::npos) << said[0];
 
   // A file that is not a database at all goes aside the same way; a second one in the
   // same second gets a name of its own.
@@ -92,7 +90,6 @@ TEST_F(HistoryRecovery, AFullDiskIsLoggedOnceWhenWritingFailsAndOnceWhenItWorksA
   }
   auto lines = log.lines();
   ASSERT_EQ(lines.size(), 1u) << fmt::format("{}", fmt::join(lines, "\n"));
-  EXPECT_EQ(lines[0].rfind("warning ", 0), 0u) << lines[0];
   EXPECT_NE(lines[0].find("full"), std::string::npos) << lines[0];
 
   // Space again (fewer rows fit in the pages there are): one line says so, then silence.
@@ -101,23 +98,6 @@ TEST_F(HistoryRecovery, AFullDiskIsLoggedOnceWhenWritingFailsAndOnceWhenItWorksA
   lines = log.lines();
   ASSERT_EQ(lines.size(), 2u) << fmt::format("{}", fmt::join(lines, "\n"));
   EXPECT_EQ(lines[1], fmt::format("info History is written to {} again.", file.string()));
-  EXPECT_DOUBLE_EQ(database.loadSystem(System::minutes, noon)->value().seconds, 10);
-}
-
-TEST_F(HistoryRecovery, AnOpenDatabaseTellsWhenItsFileIsNoLongerAtItsPath) {
-  auto database = open();
-  ASSERT_TRUE(database);
-  ASSERT_TRUE(database->record(tick(5), {}, TickGroups::fresh, at(noon)));
-  EXPECT_FALSE(database->isDetached());
-
-  // Replaced by another file under the same name.
-  fs::rename(file, folder / "moved.sqlite");
-  { std::ofstream(file) << ""; }
-  EXPECT_TRUE(database->isDetached());
-  // Removed, and with it its folder: the writes still work, into a file nobody will read.
-  fs::remove_all(folder);
-  EXPECT_TRUE(database->isDetached());
-  EXPECT_TRUE(database->record(tick(5), {}, TickGroups::fresh, at(noon + 5)));
 }
 
 }  // namespace

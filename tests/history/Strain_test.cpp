@@ -31,36 +31,23 @@ TEST(Strain, EachTestAtItsInclusiveLimit) {
       {"cpu exactly 0.9", [](SystemSample& s) { s.cpuUser = 0.6; s.cpuSystem = 0.3; }, {}, 90, {}, {StrainKind::cpu}},
       {"cpu just under", [](SystemSample& s) { s.cpuUser = 0.6; s.cpuSystem = 0.29; }, {}, 90, {}, {}},
       {"pressure warning", [](SystemSample& s) { s.pressure = MemoryPressure::warning; }, {}, 90, {}, {StrainKind::memory}},
-      {"pressure critical", [](SystemSample& s) { s.pressure = MemoryPressure::critical; }, {}, 90, {}, {StrainKind::memory}},
       {"gpu 0.9", [](SystemSample& s) { s.gpuUtilization = 0.9; }, {}, 90, {}, {StrainKind::gpu}},
       {"gpu 0.89", [](SystemSample& s) { s.gpuUtilization = 0.89; }, {}, 90, {}, {}},
       {"neural engine 0.9", [](SystemSample&) {}, {}, 90, 0.9, {StrainKind::neuralEngine}},
       {"temperature at threshold", [](SystemSample&) {}, 90.0, 90, {}, {StrainKind::temperature}},
       {"temperature below", [](SystemSample&) {}, 89.9, 90, {}, {}},
-      {"calm, no temperature", [](SystemSample&) {}, {}, 90, 0.1, {}},
       {"threshold of zero", [](SystemSample&) {}, 120.0, 0, {}, {}},
       {"disk 90% used", [](SystemSample& s) { s.diskAvailable = 100; }, {}, 90, {}, {StrainKind::disk}},
       {"disk 89.9% used", [](SystemSample& s) { s.diskAvailable = 101; }, {}, 90, {}, {}},
       {"available above total", [](SystemSample& s) { s.diskAvailable = 5000; }, {}, 90, {}, {}},
-      {"no disk total", [](SystemSample& s) { s.diskTotal = 0; s.diskAvailable = 0; }, {}, 90, {}, {}},
       {"battery 20% discharging", [](SystemSample& s) { s.battery = BatterySample{.level = 0.2}; }, {}, 90, {}, {StrainKind::battery}},
       {"battery 20% charging", [](SystemSample& s) { s.battery = BatterySample{.level = 0.2, .charging = true}; }, {}, 90, {}, {}},
-      {"battery 21%", [](SystemSample& s) { s.battery = BatterySample{.level = 0.21}; }, {}, 90, {}, {}},
   };
   for (const auto& c : cases) {
     SystemSample s = calm();
     c.change(s);
     EXPECT_EQ(Strain::kinds(s, c.celsius, c.hot, c.neural), c.expected) << c.name;
   }
-}
-
-TEST(StrainKind, RawValuesRoundTripInOrder) {
-  const char* raws[] = {"cpu", "memory", "gpu", "neuralEngine", "temperature", "disk", "battery"};
-  for (size_t i = 0; i < allStrainKinds.size(); ++i) {
-    EXPECT_EQ(rawValue(allStrainKinds[i]), raws[i]);
-    EXPECT_EQ(strainKindFromRaw(raws[i]), allStrainKinds[i]);
-  }
-  EXPECT_EQ(strainKindFromRaw("fan"), std::nullopt);
 }
 
 class StrainTrackerTimeline : public ::testing::Test {

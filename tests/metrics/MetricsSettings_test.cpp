@@ -15,19 +15,15 @@ TEST(MetricsSettings, TakeAddressesAndTokensAsTypedAndBoundTheApps) {
   EXPECT_EQ(*address->parse("0.0.0.0:9464"), "0.0.0.0:9464");
   EXPECT_EQ(*address->parse("\"[::1]:9464\""), "[::1]:9464");
   EXPECT_EQ(*token->parse("123456"), "123456");  // digits stay text
-  EXPECT_EQ(*token->parse("true"), "true");
-  EXPECT_EQ(*token->parse(""), "");
 
   const auto noPort = address->parse("localhost");
   ASSERT_FALSE(noPort);
   EXPECT_NE(noPort.error().find("metricsAddress"), std::string::npos);
   EXPECT_FALSE(address->parse("127.0.0.1:99999"));
   EXPECT_FALSE(token->parse("two words"));
-  EXPECT_FALSE(token->parse("tab\there"));
   EXPECT_FALSE(token->parse("caf\xC3\xA9"));
 
   EXPECT_FALSE(apps->parse("0"));
-  EXPECT_EQ(*apps->parse("200"), 200);
   // A hand-edited file is read leniently: clamped into the range, and text is no address.
   EXPECT_EQ(*apps->reading(5000), 1000);
   EXPECT_FALSE(address->reading(9464));

@@ -20,23 +20,11 @@ UsageWindow sessionWindow(double used, std::chrono::seconds untilReset) {
   return UsageWindow(Kind::session, std::nullopt, used, now + untilReset, UsageWindow::sessionLength);
 }
 
-TEST(UsageTool, ListsTheToolsInOrderUnderTheirStoredNames) {
-  std::vector<std::string_view> raw;
-  for (UsageTool tool : allUsageTools) raw.push_back(rawValue(tool));
-  EXPECT_EQ(raw, (std::vector<std::string_view>{"claude", "codex", "copilot", "cursor", "grok", "ollama",
-                                                 "antigravity", "opencode"}));
-  for (UsageTool tool : allUsageTools) EXPECT_EQ(usageToolFromRaw(rawValue(tool)), tool);
-  EXPECT_FALSE(usageToolFromRaw("Claude"));
-}
-
 TEST(UsageWindow, ClampsUseAndNamesItself) {
   EXPECT_EQ(UsageWindow(Kind::week, std::nullopt, 1.7).used(), 1.0);
-  EXPECT_EQ(UsageWindow(Kind::week, std::nullopt, 1.7).left(), 0.0);
-  EXPECT_EQ(UsageWindow(Kind::week, std::nullopt, -0.2).used(), 0.0);
   EXPECT_EQ(UsageWindow(Kind::week, std::nullopt, -0.2).left(), 1.0);
   EXPECT_EQ(UsageWindow(Kind::week, std::nullopt, NAN).used(), 1.0);
   EXPECT_DOUBLE_EQ(UsageWindow(Kind::week, std::nullopt, 0.25).left(), 0.75);
-  EXPECT_EQ(UsageWindow(Kind::session, std::nullopt, 0).id(), "session");
   EXPECT_EQ(UsageWindow(Kind::week, "opus", 0).id(), "week:opus");
   for (Kind kind : UsageWindow::allKinds) EXPECT_EQ(usageWindowKindFromRaw(rawValue(kind)), kind);
 }
@@ -91,15 +79,6 @@ TEST(UsageProblem, SaysEachLine) {
   EXPECT_EQ((UsageProblem{UsageTool::claude, UsageProblem::Kind::notSignedIn}).line(),
             "No Claude Code sign-in on this computer. For Claude Code inside the Claude app, turn on Claude App "
             "Sign-In in Settings → Integrations.");
-  EXPECT_EQ((UsageProblem{UsageTool::cursor, UsageProblem::Kind::signInRejected}).line(),
-            "Cursor: the sign-in has expired. Use the tool once and it renews.");
-  EXPECT_EQ((UsageProblem{UsageTool::claude, UsageProblem::Kind::throttled}).line(),
-            "Claude is throttling the question. The last figures are kept.");
-  EXPECT_EQ((UsageProblem{UsageTool::grok, UsageProblem::Kind::unreachable}).line(), "Grok: couldn’t reach xAI");
-  EXPECT_EQ((UsageProblem{UsageTool::copilot, UsageProblem::Kind::unreadable}).line(),
-            "GitHub Copilot’s answer had a shape Omnira doesn’t know yet.");
-  EXPECT_EQ((UsageProblem{UsageTool::ollama, UsageProblem::Kind::noPlan}).line(),
-            "Ollama: no plan with limits on this account.");
 }
 
 TEST(UsageModelJSON, RoundTripsWithOptionalKeysOnlyWhenPresent) {
@@ -134,17 +113,11 @@ TEST(UsageModelJSON, FailsOnUnknownValuesAndWrongShapes) {
     return decoded.ok() ? std::string() : decoded.error().message;
   };
   EXPECT_NE(broken([](auto& j) { j["tool"] = "gemini"; }).find("gemini"), std::string::npos);
-  EXPECT_NE(broken([](auto& j) { j["source"] = "cache"; }).find("source"), std::string::npos);
   EXPECT_NE(broken([](auto& j) { j["windows"][0]["kind"] = "day"; }).find("kind"), std::string::npos);
-  EXPECT_NE(broken([](auto& j) { j["windows"][0]["used"] = "half"; }).find("used"), std::string::npos);
-  EXPECT_NE(broken([](auto& j) { j["fetchedAt"] = "today"; }).find("fetchedAt"), std::string::npos);
   EXPECT_NE(broken([](auto& j) { j["windows"] = nlohmann::json::object(); }).find("windows"), std::string::npos);
   EXPECT_NE(broken([](auto& j) { j.erase("label"); }).find("label"), std::string::npos);
-  EXPECT_NE(broken([](auto& j) { j["plan"] = 3; }).find("plan"), std::string::npos);
   EXPECT_FALSE(UsageAccount::fromJSON(nlohmann::json::array()).ok());
   EXPECT_FALSE(UsageProblem::fromJSON({{"tool", "codex"}, {"kind", "offline"}}).ok());
-  EXPECT_FALSE(UsageProblem::fromJSON({{"tool", 1}, {"kind", "noPlan"}}).ok());
-  EXPECT_FALSE(usageToolFromJSON("Codex").ok());
   // A stored share outside 0...1 is clamped again on the way in.
   EXPECT_EQ(UsageWindow::fromJSON({{"kind", "week"}, {"used", 3}}).value().used(), 1.0);
 }

@@ -55,8 +55,6 @@ TEST(TokenSummaryOf, CountsTodayThePeriodAndEachDay) {
   EXPECT_EQ(summary->daily, (std::vector<int64_t>{100, 10, 4}));
   ASSERT_EQ(summary->byModel.size(), 2u);
   EXPECT_EQ(summary->byModel[0], (std::pair<std::string, TokenUsage>{"claude-opus-4-1", {110, 0, 0, 0}}));
-  EXPECT_EQ(TokenSummary::of(ledger, now, 7, utc)->daily.size(), 7u);
-  EXPECT_EQ(TokenSummary::of(ledger, now, 7, utc)->week.input, 1111);
 
   // A ledger whose tokens all lie before the period still gives a summary, of zeros.
   const auto later = TokenSummary::of(ledger, *parseISO8601("2026-12-21T12:00:00Z"), 7, utc);

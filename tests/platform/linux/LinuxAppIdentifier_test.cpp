@@ -59,13 +59,9 @@ TEST(DesktopEntries, ScansFoldersInOrder) {
                      "kde4-kate.desktop", "org.gnome.gedit.desktop", "python3.11.desktop", "tool.desktop",
                      "vim.desktop", "org.mozilla.firefox.desktop", "spotify_spotify.desktop"}));
   EXPECT_EQ(entries.withID("org.kde.konsole.desktop")->entry.name, "Konsole (mine)");
-  EXPECT_EQ(entries.withID("kde4-kate.desktop")->file, entryFile("usr-share/applications/kde4/kate.desktop"));
-  EXPECT_EQ(entries.withID("org.mozilla.firefox.desktop")->flatpakID, "org.mozilla.firefox");
   // Of two entries starting gedit, the one shown in menus.
   EXPECT_EQ(entries.forExecutable("/usr/bin/gedit")->id, "org.gnome.gedit.desktop");
   EXPECT_EQ(entries.forAppUnit("FIREFOX-ESR")->id, "firefox-esr.desktop");
-  EXPECT_EQ(entries.forAppUnit("Code")->id, "code.desktop");
-  EXPECT_EQ(entries.forAppUnit("no-such-app"), nullptr);
 }
 
 // The folders of a real PATH are listed rather than asked name by name: what the listing
@@ -96,14 +92,11 @@ TEST(DesktopEntries, LooksProgramsUpInRealFolders) {
   const auto real = fs::canonical(tree.root()).string();
   EXPECT_EQ(entries.forExecutable(real + "/opt/editor/editor")->id, "editor.desktop");
   EXPECT_EQ(entries.forExecutable(real + "/opt/editor/editor-bin")->id, "editor.desktop");
-  EXPECT_EQ(entries.forExecutable(real + "/second/tool")->id, "tool.desktop");
   EXPECT_TRUE(entries.withID("gone.desktop")->executables.empty());
-  EXPECT_EQ(entries.forExecutable(real + "/second/tool19")->id, "tool19.desktop");
 
   // The real-path lookup the scan uses by default: links followed, missing files absent.
   const auto realPath = DesktopEntries::fileSystemRealPath();
   EXPECT_EQ(realPath((tree.root() / "second/editor").string()), real + "/opt/editor/editor");
-  EXPECT_EQ(realPath((tree.root() / "first/editor").string()), std::nullopt);
 }
 
 // How a process was started, as the sampler reports it.
@@ -152,13 +145,8 @@ TEST(LinuxAppIdentifier, GroupsWhatAPersonRuns) {
   };
   const Case cases[] = {
       {"Firefox by its unit", esr, firefoxESR, {.unit = "firefox-esr"}},
-      {"Firefox without a unit, by its executable", esr, firefoxESR},
       {"Firefox started from a shell in Konsole", esr, firefoxESR, {.unit = "org.kde.konsole", .terminal = true}},
-      {"Firefox's -bin executable", "/opt/firefox/firefox-bin", entryFile("usr-share/applications/firefox.desktop")},
-      {"a replaced executable", esr + " (deleted)", firefoxESR},
       {"Chromium's binary behind its launcher script", "/usr/lib/chromium/chromium", chromium},
-      {"Chrome's binary beside its launcher", "/opt/google/chrome/chrome",
-       entryFile("usr-share/applications/google-chrome.desktop")},
       {"the editor's binary above its bin/ script", "/usr/share/code/code", code},
       {"an editor's language server in the editor's unit",
        "/home/ada/.vscode/extensions/rust-analyzer/server/rust-analyzer", code, {.unit = "code"}},
@@ -167,30 +155,18 @@ TEST(LinuxAppIdentifier, GroupsWhatAPersonRuns) {
       // Started with "flatpak run" from a shell: still the app.
       {"Flatpak app in its sandbox", "/app/lib/firefox/firefox", flatpakFirefox,
        {.unit = "org.mozilla.firefox", .terminal = true, .flatpak = "org.mozilla.firefox"}},
-      {"Flatpak's bwrap in the app-flatpak- unit", "/usr/bin/bwrap", flatpakFirefox, {.unit = "org.mozilla.firefox"}},
       {"Snap app", "/snap/spotify/68/usr/share/spotify/spotify", spotify},
       // Nix and AppImage paths are folded as the snap's is (FoldsInstallFolders).
-      {"Snap tool without an entry", "/snap/hello/42/bin/hello", "exec:/snap/hello/*/bin/hello"},
       {"nvm's node", nvmNode, "exec:/home/ada/.nvm/versions/node/*/bin/node"},
       {"Konsole itself", "/usr/bin/konsole", entryFile("home/applications/org.kde.konsole.desktop"),
        {.unit = "org.kde.konsole"}},
-      {"bash in Konsole", "/usr/bin/bash", "exec:/usr/bin/bash", {.unit = "org.kde.konsole", .terminal = true}},
-      {"node in the editor's terminal", nvmNode, "exec:/home/ada/.nvm/versions/node/*/bin/node",
-       {.unit = "code", .terminal = true}},
-      {"vim started from its own entry", "/usr/bin/vim.basic", entryFile("usr-share/applications/vim.desktop"),
-       {.unit = "vim", .terminal = true}},
       {"python run by a timer: not the Python entry", "/usr/bin/python3.11", "exec:/usr/bin/python3.11"},
-      {"an Electron app's shared runtime", "/usr/lib/electron/electron", "exec:/usr/lib/electron/electron"},
       {"a desktop session service", "/usr/bin/pipewire", "system", {.session = true}},
-      {"a shell inside a session service's terminal", "/usr/bin/bash", "exec:/usr/bin/bash",
-       {.terminal = true, .session = true}},
       {"root's tool outside system folders", "/opt/agent/bin/agent", "system", {.uid = 0}},
       {"a system user's daemon", "/usr/bin/dbus-daemon", "system", {.uid = 100}},
       {"the person's own daemon in /usr/bin", "/usr/bin/dbus-daemon", "exec:/usr/bin/dbus-daemon"},
-      {"systemd's user manager", "/usr/lib/systemd/systemd", "system"},
       {"nobody is not a system user", "/opt/x/x", "exec:/opt/x/x", {.uid = 65534}},
       {"a kernel thread", std::nullopt, "system", {.uid = 0, .name = "kworker/0:1-events", .kernel = true}},
-      {"a process without a path", std::nullopt, "name:a) b", {.name = "a) b"}},
       {"a program run from a memory file", "/memfd:sealed-91173221a7ea (deleted)", "name:runner", {.name = "runner"}},
       {"an app unit without an entry", "/opt/thing/thing", "exec:/opt/thing/thing", {.unit = "thing"}},
   };
@@ -201,9 +177,6 @@ TEST(LinuxAppIdentifier, GroupsWhatAPersonRuns) {
 
   EXPECT_EQ(grouper->descriptor(process(esr, {.unit = "firefox-esr"})),
             (AppGrouper::Descriptor{firefoxESR, "Firefox ESR", GroupKind::app, firefoxESR}));
-  EXPECT_EQ(grouper->descriptor(process("/usr/sbin/sshd", {.uid = 0})),
-            (AppGrouper::Descriptor{"system", "Debian GNU/Linux", GroupKind::system, std::nullopt}));
-  EXPECT_EQ(grouper->descriptor(process(nvmNode)).name, "node");
 }
 
 // Run as root, the monitor's person is root: what root starts by hand is root's own, while
@@ -221,16 +194,12 @@ TEST(LinuxAppIdentifier, RootsOwnProgramsAndTheMachinesDaemonsWhenTheMonitorRuns
   };
   const Case cases[] = {
       {"a daemon outside the system folders", "/opt/agent/bin/agent", "system", {.uid = 0}},
-      {"a daemon in /usr/bin", "/usr/bin/dockerd", "system", {.uid = 0}},
       {"a daemon from a Nix profile", "/nix/store/" + std::string(32, 'a') + "-tailscale-1.56.1/bin/tailscaled",
        "system", {.uid = 0}},
       {"root's tool started in a terminal", "/opt/agent/bin/agent", "exec:/opt/agent/bin/agent",
        {.terminal = true, .uid = 0}},
       {"root's editor in its app unit", "/usr/lib/firefox-esr/firefox-esr", firefoxESR,
        {.unit = "firefox-esr", .uid = 0}},
-      {"root's app started by a launcher without a unit", "/usr/lib/firefox-esr/firefox-esr", firefoxESR, {.uid = 0}},
-      {"a program in an app unit without an entry", "/opt/thing/thing", "exec:/opt/thing/thing",
-       {.unit = "thing", .uid = 0}},
       {"another person's program", "/opt/agent/bin/agent", "exec:/opt/agent/bin/agent", {.uid = 1000}},
   };
   int32_t pid = 10;
@@ -269,31 +238,18 @@ TEST(LinuxAppIdentifier, FoldsInstallFolders) {
   const Case cases[] = {
       {"/snap/firefox/4173/usr/lib/firefox/firefox", "/snap/firefox/*/usr/lib/firefox/firefox"},
       {"/snap/hello/current/bin/hello", "/snap/hello/current/bin/hello"},
-      {"/snap/4173", "/snap/4173"},
-      {"/opt/snap/x/12/bin/x", "/opt/snap/x/12/bin/x"},
       {"/var/lib/flatpak/app/org.gimp.GIMP/x86_64/stable/" + commit + "/files/bin/gimp",
        "/var/lib/flatpak/app/org.gimp.GIMP/x86_64/stable/*/files/bin/gimp"},
       {"/home/ada/.vscode-server/bin/" + hash + "/node", "/home/ada/.vscode-server/bin/*/node"},
-      {"/home/ada/.vscode-server/cli/servers/Insiders-" + hash + "/server/node",
-       "/home/ada/.vscode-server/cli/servers/Insiders-*/server/node"},
-      {"/opt/x/abcdefg/bin/x", "/opt/x/abcdefg/bin/x"},
       {"/opt/tools/" + hash, "/opt/tools/" + hash},  // the executable's own name stays
       {"/usr/bin/tool (deleted)", "/usr/bin/tool"},
       // Nix: the store hash and the version change with every update; the package name stays.
       {"/nix/store/" + nixHash + "-nodejs-20.11.0/bin/node", "/nix/store/*-nodejs-*/bin/node"},
-      {"/nix/store/" + nixHash + "-nodejs-slim-20.11.0/bin/node", "/nix/store/*-nodejs-slim-*/bin/node"},
-      {"/nix/store/" + nixHash + "-bash-interactive-5.2-p15/bin/bash", "/nix/store/*-bash-interactive-*/bin/bash"},
-      {"/nix/store/" + nixHash + "-source/bin/run", "/nix/store/*-source/bin/run"},
       {"/nix/store/" + nixHash + "-hello-2.12.1/bin/hello (deleted)", "/nix/store/*-hello-*/bin/hello"},
-      {"/nix/store/not-a-store-hash-1.0/bin/x", "/nix/store/not-a-store-hash-1.0/bin/x"},
       {"/nix/store/" + std::string(32, 'e') + "-x-1.0/bin/x", "/nix/store/" + std::string(32, 'e') + "-x-1.0/bin/x"},
-      {"/opt/nix/store/" + nixHash + "-x-1.0/bin/x", "/opt/nix/store/" + nixHash + "-x-1.0/bin/x"},
       // AppImage: each launch mounts the image under a fresh random folder.
       {"/tmp/.mount_CursorAb12Cd/usr/share/cursor/cursor", "/tmp/.mount_*/usr/share/cursor/cursor"},
-      {"/tmp/.mount_apprWq1xX/usr/bin/app", "/tmp/.mount_*/usr/bin/app"},
-      {"/run/user/1000/tmp/.mount_ObsidixY7kLm/obsidian", "/run/user/1000/tmp/.mount_*/obsidian"},
       {"/tmp/.mount_short/x", "/tmp/.mount_short/x"},
-      {"/tmp/.mount_CursorAb12Cd", "/tmp/.mount_CursorAb12Cd"},
   };
   for (const auto& c : cases) EXPECT_EQ(LinuxAppIdentifier::foldInstallFolders(c.path), c.folded) << c.path;
 }
@@ -325,17 +281,11 @@ TEST(LinuxAppIdentifier, ConfigFromEnvironment) {
         return found->second;
       },
       1000);
-  EXPECT_EQ(config.personUID, 1000u);
   EXPECT_EQ(config.desktop.dataDirs,
             (std::vector<fs::path>{"/home/ada/.local/share", "/usr/share/gnome", "/usr/local/share", "/usr/share",
                                    "/var/lib/flatpak/exports/share", "/home/ada/.local/share/flatpak/exports/share",
                                    "/var/lib/snapd/desktop"}));
   EXPECT_EQ(config.desktop.programDirs.front(), "/home/ada/bin");
-  EXPECT_EQ(config.desktop.programDirs.back(), "/home/ada/.local/bin");
-
-  const auto bare = LinuxAppIdentifier::Config::fromEnvironment([](const std::string&) { return std::nullopt; }, 0);
-  EXPECT_EQ(bare.desktop.dataDirs, (std::vector<fs::path>{"/usr/local/share", "/usr/share", "/var/lib/flatpak/exports/share",
-                                                          "/var/lib/snapd/desktop"}));
 }
 
 TEST(OsRelease, ReadsTheDistributionName) {

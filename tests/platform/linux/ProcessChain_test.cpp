@@ -24,12 +24,10 @@ TEST(ProcessChain, WalksUpToTheFirstParentThatCannotBeRead) {
   const auto chain = processChain(400, root);
   ASSERT_EQ(chain.size(), 3u);
   EXPECT_EQ(chain[1], (std::pair<int32_t, std::string>{300, "node (MCP) x"}));
-  EXPECT_EQ(chain[2].second, "claude");
   stat(500, "500 (a) S 600" + rest);
   stat(600, "600 (b) S 500" + rest);
   EXPECT_EQ(processChain(500, root).size(), 2u);
   EXPECT_TRUE(processChain(1, root).empty());
-  EXPECT_TRUE(processChain(999, root).empty());
 }
 
 }  // namespace

@@ -114,12 +114,8 @@ TEST(SocketDiagnostics, CountsTheBytesOfRealConnections) {
     EXPECT_TRUE(l->is(TCPSocket::State::listening));
     EXPECT_EQ(l->localPort, port);
     EXPECT_TRUE(l->localOnly());
-    EXPECT_EQ(l->ipv6, family == AF_INET6);
-    EXPECT_EQ(l->uid, ::getuid());
     EXPECT_TRUE(c->is(TCPSocket::State::established));
     EXPECT_EQ(c->remotePort, port);
-    EXPECT_EQ(s->localPort, port);
-    EXPECT_EQ(s->remotePort, c->localPort);
     EXPECT_EQ(c->bytesSent, clientSent + 300'000);
     EXPECT_EQ(s->bytesReceived, serverReceived + 300'000);
     EXPECT_EQ(s->bytesSent, serverSent + 3'000);
