@@ -30,11 +30,15 @@ Column {
         Accessible.role: Accessible.Heading
     }
 
-    RowLayout {
+    // Explicit geometry, not a layout: the texts take what the control leaves them.
+    Item {
+        id: line
         width: row.width
-        spacing: 16
+        height: Math.max(texts.height, controls.height)
         Column {
-            Layout.fillWidth: true
+            id: texts
+            width: Math.max(120, line.width - controls.width - 16)
+            anchors.verticalCenter: parent.verticalCenter
             spacing: 2
             Text {
                 width: parent.width
@@ -51,26 +55,34 @@ Column {
                 wrapMode: Text.Wrap
             }
         }
-        ToolButton {
-            visible: !row.entry.isDefault
-            text: "↺"
-            focusPolicy: Qt.StrongFocus
-            ToolTip.visible: hovered || visualFocus
-            ToolTip.text: qsTr("Back to the default")
-            Accessible.name: qsTr("Reset %1 to the default").arg(row.entry.title)
-            onClicked: row.settings.reset(row.entry.key)
-        }
-        Loader {
-            Layout.alignment: Qt.AlignRight | Qt.AlignVCenter
-            active: !row.wide
-            sourceComponent: {
-                switch (row.entry.kind) {
-                case "switch": return switchControl
-                case "slider": return sliderControl
-                case "choice": return choiceControl
-                case "secret": return secretControl
-                case "text": return textControl
-                default: return numberControl
+        Row {
+            id: controls
+            anchors.right: parent.right
+            anchors.verticalCenter: parent.verticalCenter
+            spacing: 8
+            ToolButton {
+                visible: !row.entry.isDefault
+                anchors.verticalCenter: parent.verticalCenter
+                text: "↺"
+                font.pointSize: Qt.application.font.pointSize + 2
+                focusPolicy: Qt.StrongFocus
+                ToolTip.visible: hovered || visualFocus
+                ToolTip.text: qsTr("Back to the default")
+                Accessible.name: qsTr("Reset %1 to the default").arg(row.entry.title)
+                onClicked: row.settings.reset(row.entry.key)
+            }
+            Loader {
+                anchors.verticalCenter: parent.verticalCenter
+                active: !row.wide
+                sourceComponent: {
+                    switch (row.entry.kind) {
+                    case "switch": return switchControl
+                    case "slider": return sliderControl
+                    case "choice": return choiceControl
+                    case "secret": return secretControl
+                    case "text": return textControl
+                    default: return numberControl
+                    }
                 }
             }
         }
@@ -124,11 +136,11 @@ Column {
 
     Component {
         id: sliderControl
-        RowLayout {
+        Row {
             spacing: 8
             Slider {
                 id: slider
-                Layout.preferredWidth: 200
+                width: 200
                 from: row.entry.minimum
                 to: row.entry.maximum
                 stepSize: 0.5
@@ -143,7 +155,8 @@ Column {
                 onMoved: if (!pressed) commit()  // arrow keys
             }
             Text {
-                Layout.preferredWidth: 40
+                width: 40
+                anchors.verticalCenter: parent.verticalCenter
                 text: String(Math.round(slider.value * 10) / 10)
                 color: sys.windowText
                 horizontalAlignment: Text.AlignRight
@@ -154,7 +167,6 @@ Column {
     Component {
         id: choiceControl
         ComboBox {
-            Layout.preferredWidth: 200
             implicitWidth: 200
             model: row.entry.choices
             textRole: "label"
@@ -210,11 +222,11 @@ Column {
 
     Component {
         id: secretControl
-        RowLayout {
+        Row {
             spacing: 6
             TextField {
                 id: secret
-                Layout.preferredWidth: 240
+                width: 240
                 text: row.entry.text
                 echoMode: shown.checked ? TextInput.Normal : TextInput.Password
                 placeholderText: qsTr("none")

@@ -15,8 +15,7 @@ FocusScope {
     readonly property var headings: ({
         refreshSeconds: qsTr("Sampling and history"), temperatureUnit: qsTr("Display"),
         menuBarReadout: qsTr("Status icon"), insightNotifications: qsTr("Notifications"),
-        insightCPUPercent: qsTr("Thresholds"), insightAppLimits: qsTr("Per-app limits"),
-        insightMutedApps: qsTr("Muted apps"), bridgeEnabled: qsTr("Agents' bridge"),
+        insightCPUPercent: qsTr("Thresholds"), insightAppLimits: qsTr("Apps"), bridgeEnabled: qsTr("Agents' bridge"),
         metricsEnabled: qsTr("Metrics endpoint"), usageLimitsEnabled: qsTr("Usage limits"),
         usageLimitsClaude: qsTr("AI tools asked")
     })
@@ -73,8 +72,7 @@ FocusScope {
                 Card {
                     visible: page.section === "integrations"
                     width: parent.width
-                    title: qsTr("Agents' bridge")
-                    subtitle: page.settings.bridgeListening ? qsTr("listening") : qsTr("not listening")
+                    title: qsTr("Bridge state")
                     Column {
                         width: parent.width
                         spacing: 6
