@@ -1,5 +1,6 @@
 #include "Omnira/presentation/ChartItem.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QBuffer>
 #include <QClipboard>
@@ -125,8 +126,14 @@ Result<std::filesystem::path, ChartItem::Failure> ChartItem::savePNG(const std::
   buffer.open(QIODevice::WriteOnly);
   if (!image().save(&buffer, "PNG")) return fail(Failure{"The chart could not be made into a PNG picture."});
   if (auto made = AtomicFile::makeFolders(folder); !made) return fail(Failure{made.error().message});
-  // A name a person may give: no folder separators from the chart's title.
-  std::string name = exportName_.trimmed().toStdString();
+  // The name given, else what the chart is called for screen readers ("CPU over the last
+  // minutes"); no folder separators from either.
+  QString given = exportName_.trimmed();
+  if (given.isEmpty()) {
+    if (QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(const_cast<ChartItem*>(this)))
+      given = accessible->text(QAccessible::Name).trimmed();
+  }
+  std::string name = given.toStdString();
   std::replace(name.begin(), name.end(), '/', '-');
   if (name.empty() || name.starts_with('.')) name = "Omnira chart" + name;
   const std::string_view data(bytes.constData(), static_cast<size_t>(bytes.size()));

@@ -35,7 +35,7 @@ class ChartItem : public QQuickPaintedItem {
   Q_PROPERTY(QColor gridColor MEMBER gridColor_ NOTIFY appearanceChanged)
   // At least this many points across, so a young history grows from the right.
   Q_PROPERTY(int span MEMBER span_ NOTIFY appearanceChanged)
-  // The exported file's name, without ".png".
+  // The exported file's name, without ".png"; empty takes the chart's Accessible.name.
   Q_PROPERTY(QString exportName MEMBER exportName_ NOTIFY appearanceChanged)
   // What the last export did ("Saved as …", "Copied", or why it failed); empty again after a while.
   Q_PROPERTY(QString exportNote READ exportNote NOTIFY exportNoteChanged)
@@ -82,7 +82,7 @@ class ChartItem : public QQuickPaintedItem {
   qreal maximum_ = 1, floor_ = 1;
   QColor color_{0x3b, 0x82, 0xf6}, secondColor_{0xa8, 0x55, 0xf7}, gridColor_{128, 128, 128, 40};
   int span_ = 60;
-  QString exportName_ = QStringLiteral("Omnira chart");
+  QString exportName_;
   QString exportNote_;
   QTimer noteShown_;
 };
