@@ -55,7 +55,7 @@ int OmniraApp::run(int argc, char** argv) {
       ->check(CLI::Validator(
           [](const std::string& page) {
             const QString name = QString::fromStdString(page);
-            return name == QLatin1String("panel") || presentation::Desktop::isPage(name)
+            return name == QLatin1String("panel") || presentation::Desktop::isPage(name.section(QLatin1Char('/'), 0, 0))
                        ? std::string()
                        : "no such page: " + page;
           },

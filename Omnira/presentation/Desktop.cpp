@@ -17,6 +17,7 @@
 #include "Omnira/presentation/DiagnosticReport.h"
 #include "Omnira/presentation/LiveFigures.h"
 #include "Omnira/presentation/QmlWindow.h"
+#include "Omnira/presentation/SettingsModel.h"
 #include "Omnira/presentation/StatusIcon.h"
 #include "Omnira/presentation/WorthALookModel.h"
 #include "OmniraCore/foundation/SettingsFile.h"
@@ -77,6 +78,7 @@ Desktop::Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, 
   appsTable_ = std::make_unique<AppsTable>(appsModel_.get());
   worthALook_ = std::make_unique<WorthALookModel>(store_, paths_.dataFile("insights.json"));
   icon_ = std::make_unique<StatusIcon>(store_, settings);
+  settings_ = std::make_unique<SettingsModel>(store_, paths_, settings);
   panel_ = std::make_unique<QmlWindow>(QUrl(QStringLiteral("qrc:/omnira/qml/Panel.qml")),
                                        std::map<QString, QObject*>{{QStringLiteral("omnira"), this}});
   main_ = std::make_unique<QmlWindow>(QUrl(QStringLiteral("qrc:/omnira/qml/MainWindow.qml")),
@@ -106,7 +108,8 @@ Desktop::~Desktop() {
 
 bool Desktop::isPage(const QString& page) {
   // As MainWindow.qml's side bar has them.
-  static const QStringList pages{QStringLiteral("overview"), QStringLiteral("apps")};
+  static const QStringList pages{QStringLiteral("overview"), QStringLiteral("apps"),
+                                 QStringLiteral("settings")};
   return pages.contains(page);
 }
 
@@ -119,13 +122,25 @@ void Desktop::setPage(const QString& page) {
 QObject* Desktop::figures() const { return figures_.get(); }
 QObject* Desktop::apps() const { return appsTable_.get(); }
 QObject* Desktop::worthALook() const { return worthALook_.get(); }
+QObject* Desktop::settings() const { return settings_.get(); }
 
-void Desktop::applySettings(const Settings& settings) { icon_->applySettings(settings); }
+void Desktop::setSection(const QString& section) {
+  if (section == section_) return;
+  section_ = section;
+  emit sectionChanged();
+}
+
+void Desktop::applySettings(const Settings& settings) {
+  icon_->applySettings(settings);
+  settings_->applySettings(settings);
+}
 
 bool Desktop::open(const QString& page) {
   if (page == QLatin1String("panel")) return openPanel();
-  if (!isPage(page)) return false;
-  setPage(page);
+  const QString name = page.section(QLatin1Char('/'), 0, 0);
+  if (!isPage(name)) return false;
+  if (page.contains(QLatin1Char('/'))) setSection(page.section(QLatin1Char('/'), 1));
+  setPage(name);
   closePanel();
   return main_->open();
 }

@@ -32,6 +32,7 @@ class AppsModel;
 class AppsTable;
 class LiveFigures;
 class QmlWindow;
+class SettingsModel;
 class StatusIcon;
 class WorthALookModel;
 
@@ -42,6 +43,9 @@ class Desktop : public QObject {
   Q_PROPERTY(QObject* apps READ apps CONSTANT)
   Q_PROPERTY(QObject* worthALook READ worthALook CONSTANT)
   Q_PROPERTY(QString selectedApp READ selectedApp WRITE setSelectedApp NOTIFY selectedAppChanged)
+  Q_PROPERTY(QObject* settings READ settings CONSTANT)
+  // A part of the page to show, from open("page/section") ("settings/insights").
+  Q_PROPERTY(QString section READ section WRITE setSection NOTIFY sectionChanged)
 
  public:
   Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, QObject* parent = nullptr);
@@ -57,6 +61,10 @@ class Desktop : public QObject {
   QObject* figures() const;
   QObject* apps() const;
   QObject* worthALook() const;
+  QObject* settings() const;
+  SettingsModel& settingsModel() { return *settings_; }
+  QString section() const { return section_; }
+  void setSection(const QString& section);
 
   StatusIcon& statusIcon() { return *icon_; }
   QmlWindow& panel() { return *panel_; }
@@ -67,7 +75,8 @@ class Desktop : public QObject {
   void applySettings(const Settings& settings);
 
  public slots:
-  // Opens (or raises) the main window on a page; "panel" opens the drop-down panel instead.
+  // Opens (or raises) the main window on a page, or on "page/section"; "panel" opens the
+  // drop-down panel instead.
   bool open(const QString& page);
   // The panel, next to the status icon.
   bool openPanel();
@@ -83,6 +92,7 @@ class Desktop : public QObject {
   void selectedAppChanged();
   void quitRequested();
   void diagnosticReportCopied();
+  void sectionChanged();
 
  private:
   void viewersChanged();
@@ -97,6 +107,8 @@ class Desktop : public QObject {
   std::unique_ptr<AppsModel> appsModel_;
   std::unique_ptr<AppsTable> appsTable_;
   std::unique_ptr<WorthALookModel> worthALook_;
+  std::unique_ptr<SettingsModel> settings_;
+  QString section_;
   std::unique_ptr<StatusIcon> icon_;
   std::unique_ptr<QmlWindow> panel_;
   std::unique_ptr<QmlWindow> main_;
