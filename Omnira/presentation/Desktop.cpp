@@ -12,10 +12,12 @@
 #include <spdlog/spdlog.h>
 
 #include "Omnira/MonitorStore.h"
+#include "Omnira/ProcessActions.h"
 #include "Omnira/presentation/AppsModel.h"
 #include "Omnira/presentation/ChartItem.h"
 #include "Omnira/presentation/DiagnosticReport.h"
 #include "Omnira/presentation/LiveFigures.h"
+#include "Omnira/presentation/ProjectsModel.h"
 #include "Omnira/presentation/QmlWindow.h"
 #include "Omnira/presentation/StatusIcon.h"
 #include "Omnira/presentation/WorthALookModel.h"
@@ -70,6 +72,10 @@ Desktop::Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, 
   figures_ = std::make_unique<LiveFigures>(store_);
   appsModel_ = std::make_unique<AppsModel>();
   appsTable_ = std::make_unique<AppsTable>(appsModel_.get());
+  actions_ = std::make_unique<ProcessActions>();
+  appsTable_->setActions(actions_.get());
+  projectsModel_ = std::make_unique<ProjectsModel>(qEnvironmentVariable("HOME").toStdString());
+  connect(this, &Desktop::pageChanged, this, &Desktop::followProjects);
   worthALook_ = std::make_unique<WorthALookModel>(store_, paths_.dataFile("insights.json"));
   icon_ = std::make_unique<StatusIcon>(store_, settings);
   panel_ = std::make_unique<QmlWindow>(QUrl(QStringLiteral("qrc:/omnira/qml/Panel.qml")),
@@ -97,11 +103,16 @@ Desktop::~Desktop() {
   panel_.reset();
   main_.reset();
   if (viewing_) store_->viewerDisappeared();
+  if (wantsProjects_) {
+    store_->requestDetails("projects page", {});
+    store_->requestContainers("projects page", false);
+  }
 }
 
 bool Desktop::isPage(const QString& page) {
   // As MainWindow.qml's side bar has them.
-  static const QStringList pages{QStringLiteral("overview"), QStringLiteral("apps")};
+  static const QStringList pages{QStringLiteral("overview"), QStringLiteral("apps"),
+                                  QStringLiteral("projects")};
   return pages.contains(page);
 }
 
@@ -114,6 +125,7 @@ void Desktop::setPage(const QString& page) {
 QObject* Desktop::figures() const { return figures_.get(); }
 QObject* Desktop::apps() const { return appsTable_.get(); }
 QObject* Desktop::worthALook() const { return worthALook_.get(); }
+QObject* Desktop::projects() const { return projectsModel_.get(); }
 
 void Desktop::applySettings(const Settings& settings) { icon_->applySettings(settings); }
 
@@ -196,6 +208,28 @@ void Desktop::viewersChanged() {
     groups_ = {};
     appsModel_->setGroups({});
   }
+  followProjects();
+}
+
+void Desktop::followProjects() {
+  const bool open = main_->isOpen();
+  if (open && projectsFeed_.empty()) {
+    const auto refresh = [this] {
+      projectsModel_->update(store_->projects(), store_->idleServers(), store_->containers());
+    };
+    refresh();
+    for (auto changed : {&MonitorStore::projectsChanged, &MonitorStore::idleServersChanged, &MonitorStore::containersChanged})
+      projectsFeed_.push_back(connect(store_, changed, this, refresh));
+  } else if (!open && !projectsFeed_.empty()) {
+    for (const auto& c : projectsFeed_) disconnect(c);
+    projectsFeed_.clear();
+    projectsModel_->update({}, {}, {});
+  }
+  const bool wants = open && page_ == QLatin1String("projects");
+  if (wants == wantsProjects_) return;
+  wantsProjects_ = wants;
+  store_->requestDetails("projects page", wants ? ProcessDetails{.projects = true} : ProcessDetails{});
+  store_->requestContainers("projects page", wants);
 }
 
 void Desktop::pauseNotifications(bool paused) {

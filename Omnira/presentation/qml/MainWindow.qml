@@ -14,7 +14,8 @@ ApplicationWindow {
     // The side bar's pages, in order; each is loaded the first time it is shown.
     readonly property var pages: [
         { key: "overview", title: qsTr("Overview"), mark: "◔", source: "OverviewPage.qml" },
-        { key: "apps", title: qsTr("Apps"), mark: "▤", source: "AppsPage.qml" }
+        { key: "apps", title: qsTr("Apps"), mark: "▤", source: "AppsPage.qml" },
+        { key: "projects", title: qsTr("Projects"), mark: "⌂", source: "ProjectsPage.qml" }
     ]
     readonly property int pageIndex: Math.max(0, pages.findIndex(p => p.key === omnira.page))
     color: sys.window
