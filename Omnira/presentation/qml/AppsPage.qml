@@ -276,9 +276,10 @@ FocusScope {
         width: Math.min(page.width - 48, 460)
         modal: true
         title: force ? qsTr("Force Quit") : qsTr("Quit")
-        Accessible.name: title
         Label {
             width: parent.width
+            Accessible.role: Accessible.StaticText
+            Accessible.name: text
             text: confirm.question
             textFormat: Text.PlainText
             wrapMode: Text.Wrap
