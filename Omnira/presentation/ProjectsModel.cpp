@@ -1,7 +1,6 @@
 #include "Omnira/presentation/ProjectsModel.h"
 
 #include <algorithm>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "Omnira/presentation/Figures.h"
@@ -92,30 +91,26 @@ void ProjectsModel::update(const std::vector<Project>& projects, const std::vect
   std::vector<Row> fresh;
   fresh.reserve(projects.size());
   for (const auto& project : projects) fresh.push_back(rowOf(project, idle, containers));
-  std::unordered_map<QString, size_t> byPath;
-  for (size_t i = 0; i < fresh.size(); ++i) byPath.emplace(fresh[i].path, i);
+  std::unordered_set<QString> paths;
+  for (const auto& row : fresh) paths.insert(row.path);
 
   for (size_t i = rows_.size(); i-- > 0;) {
-    if (byPath.contains(rows_[i].path)) continue;
+    if (paths.contains(rows_[i].path)) continue;
     beginRemoveRows({}, static_cast<int>(i), static_cast<int>(i));
     rows_.erase(rows_.begin() + static_cast<std::ptrdiff_t>(i));
     endRemoveRows();
   }
-  std::unordered_set<QString> kept;
-  for (size_t i = 0; i < rows_.size(); ++i) {
-    kept.insert(rows_[i].path);
-    Row& next = fresh[byPath.at(rows_[i].path)];
-    if (rows_[i] == next) continue;
-    rows_[i] = std::move(next);
-    emit dataChanged(index(static_cast<int>(i)), index(static_cast<int>(i)));
-  }
-  std::vector<Row> added;
-  for (auto& row : fresh)
-    if (!kept.contains(row.path)) added.push_back(std::move(row));
-  if (!added.empty()) {
-    const int first = static_cast<int>(rows_.size());
-    beginInsertRows({}, first, first + static_cast<int>(added.size()) - 1);
-    rows_.insert(rows_.end(), std::make_move_iterator(added.begin()), std::make_move_iterator(added.end()));
+  // What stayed is still in the store's order (by name): new folders go in where they belong.
+  for (size_t i = 0; i < fresh.size(); ++i) {
+    const int at = static_cast<int>(i);
+    if (i < rows_.size() && rows_[i].path == fresh[i].path) {
+      if (rows_[i] == fresh[i]) continue;
+      rows_[i] = std::move(fresh[i]);
+      emit dataChanged(index(at), index(at));
+      continue;
+    }
+    beginInsertRows({}, at, at);
+    rows_.insert(rows_.begin() + at, std::move(fresh[i]));
     endInsertRows();
   }
 

@@ -4,7 +4,8 @@
 // processes, the ports they and its Compose containers listen on, which of its dev servers
 // sit idle (MonitorStore::idleServers) and its containers with their figures
 // (MonitorStore::containers). Containers that belong to no project are listed apart.
-// Rows change in place, keyed by the folder, so the view keeps its place across ticks.
+// Rows change in place, keyed by the folder and in the store's order (by name), so the view
+// keeps its place across ticks.
 //
 // Main thread only, fed by Desktop through update() while the main window is open. Nothing
 // here fails: a missing figure shows as "—".

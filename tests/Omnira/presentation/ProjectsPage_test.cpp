@@ -117,6 +117,17 @@ TEST(ProjectsModel, PutsContainersUnderTheirProjectOrApart) {
   EXPECT_EQ(redis["ports"].toString(), ":6379");
   EXPECT_TRUE(model.emptyText().isEmpty());
 
+  // A new folder goes in at its place by name; the one shown stays, not reset.
+  int resets = 0;
+  QObject::connect(&model, &QAbstractItemModel::modelReset, [&] { ++resets; });
+  const QPersistentModelIndex kept = shop;
+  snapshot.containers.push_back(container("api-1", "/home/ada/api", {}));
+  model.update(Project::of({}, ::geteuid(), &snapshot), {}, snapshot);
+  ASSERT_EQ(model.rowCount(), 2);
+  EXPECT_EQ(model.index(0).data(ProjectsModel::pathRole).toString(), "~/api");
+  EXPECT_EQ(kept.row(), 1);
+  EXPECT_EQ(resets, 0);
+
   model.update({}, {}, {});
   EXPECT_EQ(model.rowCount(), 0);
   EXPECT_TRUE(model.otherContainers().isEmpty());
