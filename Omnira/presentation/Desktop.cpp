@@ -74,7 +74,7 @@ Desktop::Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, 
   appsTable_ = std::make_unique<AppsTable>(appsModel_.get());
   actions_ = std::make_unique<ProcessActions>();
   appsTable_->setActions(actions_.get());
-  projectsModel_ = std::make_unique<ProjectsModel>(qEnvironmentVariable("HOME").toStdString());
+  projectsModel_ = std::make_unique<ProjectsModel>(qgetenv("HOME").toStdString());  // bytes, as paths are
   connect(this, &Desktop::pageChanged, this, &Desktop::followProjects);
   worthALook_ = std::make_unique<WorthALookModel>(store_, paths_.dataFile("insights.json"));
   icon_ = std::make_unique<StatusIcon>(store_, settings);
@@ -111,8 +111,11 @@ Desktop::~Desktop() {
 
 bool Desktop::isPage(const QString& page) {
   // As MainWindow.qml's side bar has them.
-  static const QStringList pages{QStringLiteral("overview"), QStringLiteral("apps"),
-                                  QStringLiteral("projects")};
+  static const QStringList pages{
+      QStringLiteral("overview"),
+      QStringLiteral("apps"),
+      QStringLiteral("projects"),
+  };
   return pages.contains(page);
 }
 
