@@ -275,6 +275,7 @@ FocusScope {
         anchors.centerIn: parent
         width: Math.min(page.width - 48, 460)
         modal: true
+        padding: 16
         title: force ? qsTr("Force Quit") : qsTr("Quit")
         Label {
             width: parent.width
