@@ -12,10 +12,12 @@
 #include <spdlog/spdlog.h>
 
 #include "Omnira/MonitorStore.h"
+#include "Omnira/ProcessActions.h"
 #include "Omnira/presentation/AppsModel.h"
 #include "Omnira/presentation/ChartItem.h"
 #include "Omnira/presentation/DiagnosticReport.h"
 #include "Omnira/presentation/LiveFigures.h"
+#include "Omnira/presentation/ProjectsModel.h"
 #include "Omnira/presentation/QmlWindow.h"
 #include "Omnira/presentation/SettingsModel.h"
 #include "Omnira/presentation/StatusIcon.h"
@@ -76,6 +78,10 @@ Desktop::Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, 
   figures_ = std::make_unique<LiveFigures>(store_);
   appsModel_ = std::make_unique<AppsModel>();
   appsTable_ = std::make_unique<AppsTable>(appsModel_.get());
+  actions_ = std::make_unique<ProcessActions>();
+  appsTable_->setActions(actions_.get());
+  projectsModel_ = std::make_unique<ProjectsModel>(qgetenv("HOME").toStdString());  // bytes, as paths are
+  connect(this, &Desktop::pageChanged, this, &Desktop::followProjects);
   worthALook_ = std::make_unique<WorthALookModel>(store_, paths_.dataFile("insights.json"));
   icon_ = std::make_unique<StatusIcon>(store_, settings);
   settings_ = std::make_unique<SettingsModel>(store_, paths_, settings);
@@ -104,12 +110,20 @@ Desktop::~Desktop() {
   panel_.reset();
   main_.reset();
   if (viewing_) store_->viewerDisappeared();
+  if (wantsProjects_) {
+    store_->requestDetails("projects page", {});
+    store_->requestContainers("projects page", false);
+  }
 }
 
 bool Desktop::isPage(const QString& page) {
   // As MainWindow.qml's side bar has them.
-  static const QStringList pages{QStringLiteral("overview"), QStringLiteral("apps"),
-                                 QStringLiteral("settings")};
+  static const QStringList pages{
+      QStringLiteral("overview"),
+      QStringLiteral("apps"),
+      QStringLiteral("projects"),
+      QStringLiteral("settings"),
+  };
   return pages.contains(page);
 }
 
@@ -122,6 +136,7 @@ void Desktop::setPage(const QString& page) {
 QObject* Desktop::figures() const { return figures_.get(); }
 QObject* Desktop::apps() const { return appsTable_.get(); }
 QObject* Desktop::worthALook() const { return worthALook_.get(); }
+QObject* Desktop::projects() const { return projectsModel_.get(); }
 QObject* Desktop::settings() const { return settings_.get(); }
 
 void Desktop::setSection(const QString& section) {
@@ -216,6 +231,28 @@ void Desktop::viewersChanged() {
     groups_ = {};
     appsModel_->setGroups({});
   }
+  followProjects();
+}
+
+void Desktop::followProjects() {
+  const bool open = main_->isOpen();
+  if (open && projectsFeed_.empty()) {
+    const auto refresh = [this] {
+      projectsModel_->update(store_->projects(), store_->idleServers(), store_->containers());
+    };
+    refresh();
+    for (auto changed : {&MonitorStore::projectsChanged, &MonitorStore::idleServersChanged, &MonitorStore::containersChanged})
+      projectsFeed_.push_back(connect(store_, changed, this, refresh));
+  } else if (!open && !projectsFeed_.empty()) {
+    for (const auto& c : projectsFeed_) disconnect(c);
+    projectsFeed_.clear();
+    projectsModel_->update({}, {}, {});
+  }
+  const bool wants = open && page_ == QLatin1String("projects");
+  if (wants == wantsProjects_) return;
+  wantsProjects_ = wants;
+  store_->requestDetails("projects page", wants ? ProcessDetails{.projects = true} : ProcessDetails{});
+  store_->requestContainers("projects page", wants);
 }
 
 void Desktop::pauseNotifications(bool paused) {

@@ -18,12 +18,14 @@
 
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 #include "OmniraCore/foundation/AppPaths.h"
 #include "OmniraCore/foundation/Settings.h"
 
 namespace omnira {
 class MonitorStore;
+class ProcessActions;
 }
 
 namespace omnira::presentation {
@@ -31,6 +33,7 @@ namespace omnira::presentation {
 class AppsModel;
 class AppsTable;
 class LiveFigures;
+class ProjectsModel;
 class QmlWindow;
 class SettingsModel;
 class StatusIcon;
@@ -42,6 +45,7 @@ class Desktop : public QObject {
   Q_PROPERTY(QObject* figures READ figures CONSTANT)
   Q_PROPERTY(QObject* apps READ apps CONSTANT)
   Q_PROPERTY(QObject* worthALook READ worthALook CONSTANT)
+  Q_PROPERTY(QObject* projects READ projects CONSTANT)
   Q_PROPERTY(QString selectedApp READ selectedApp WRITE setSelectedApp NOTIFY selectedAppChanged)
   Q_PROPERTY(QObject* settings READ settings CONSTANT)
   // A part of the page to show, from open("page/section") ("settings/insights").
@@ -61,6 +65,7 @@ class Desktop : public QObject {
   QObject* figures() const;
   QObject* apps() const;
   QObject* worthALook() const;
+  QObject* projects() const;
   QObject* settings() const;
   SettingsModel& settingsModel() { return *settings_; }
   QString section() const { return section_; }
@@ -71,6 +76,7 @@ class Desktop : public QObject {
   QmlWindow& mainWindow() { return *main_; }
   AppsTable& appsTable() { return *appsTable_; }
   WorthALookModel& worthALookModel() { return *worthALook_; }
+  ProjectsModel& projectsModel() { return *projectsModel_; }
 
   void applySettings(const Settings& settings);
 
@@ -98,6 +104,9 @@ class Desktop : public QObject {
   void viewersChanged();
   void placePanel();
   void pauseNotifications(bool paused);
+  // The Projects page's model follows the store while the window is open; the costly
+  // project scan every tick and the containers' figures only while that page shows.
+  void followProjects();
 
   MonitorStore* store_;
   AppPaths paths_;
@@ -114,6 +123,11 @@ class Desktop : public QObject {
   std::unique_ptr<QmlWindow> main_;
   bool viewing_ = false;
   QMetaObject::Connection groups_;
+  // The Apps page's Quit and Force Quit, as the agents' quit requests send them.
+  std::unique_ptr<ProcessActions> actions_;
+  std::unique_ptr<ProjectsModel> projectsModel_;
+  std::vector<QMetaObject::Connection> projectsFeed_;
+  bool wantsProjects_ = false;
 };
 
 }  // namespace omnira::presentation

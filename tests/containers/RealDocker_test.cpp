@@ -207,8 +207,19 @@ TEST_F(RealDocker, AComposeServiceWithAPublishedPortIsMeasuredListedAndNotToBeQu
   EXPECT_EQ(judged["verdict"], "do_not");
   EXPECT_EQ(judged["how"], "docker stop shop-web-1");
 
-  // The container's process is named after its Compose service, and works in its project.
+  // The container's process is a group of its own in the snapshot too, and named after its
+  // Compose service, it works in its project. (The parsed reply is kept in a variable: a
+  // range-for over a member of parse()'s temporary reads freed memory.)
   const auto pid = std::stoi(docker("inspect -f '{{.State.Pid}}' shop-web-1").out);
+  const auto snapshot = testing::runShell(std::string(OMNIRA_CLI_PATH) + " snapshot --json 2>/dev/null");
+  ASSERT_EQ(snapshot.status, 0);
+  const auto parsed = nlohmann::json::parse(snapshot.out);
+  bool grouped = false;
+  for (const auto& group : parsed["groups"]) {
+    if (group["id"] != "container:docker:" + id) continue;
+    for (const auto& process : group["processes"]) grouped = grouped || process["pid"] == pid;
+  }
+  EXPECT_TRUE(grouped) << "no group container:docker:" << id << " holding " << pid;
   const auto projects = omnira("projects shop --json");
   ASSERT_EQ(projects.status, 0) << projects.out;
   const auto shop = nlohmann::json::parse(projects.out)["projects"][0];

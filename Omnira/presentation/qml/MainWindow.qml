@@ -15,6 +15,7 @@ ApplicationWindow {
     readonly property var pages: [
         { key: "overview", title: qsTr("Overview"), mark: "◔", source: "OverviewPage.qml" },
         { key: "apps", title: qsTr("Apps"), mark: "▤", source: "AppsPage.qml" },
+        { key: "projects", title: qsTr("Projects"), mark: "⌂", source: "ProjectsPage.qml" },
         { key: "settings", title: qsTr("Settings"), mark: "⚙", source: "SettingsPage.qml" }
     ]
     readonly property int pageIndex: Math.max(0, pages.findIndex(p => p.key === omnira.page))
