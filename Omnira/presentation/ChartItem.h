@@ -1,7 +1,8 @@
 #pragma once
 // A live line chart for QML ("Chart"): one or two series drawn oldest to newest across the
 // item's width, the first one filled. Painted in C++ so a 1 s refresh of a few charts stays
-// cheap, and no chart module is needed.
+// cheap, and no chart module is needed. With `bars` the values are one bar each, side by
+// side across the width (the second series, if any, is ignored).
 //
 // Main (GUI) thread only, as every Qt Quick item. `maximum` 0 scales to the largest value
 // shown (at least `floor`), for rates; fractions pass 1.
@@ -23,6 +24,7 @@ class ChartItem : public QQuickPaintedItem {
   Q_PROPERTY(QColor gridColor MEMBER gridColor_ NOTIFY appearanceChanged)
   // At least this many points across, so a young history grows from the right.
   Q_PROPERTY(int span MEMBER span_ NOTIFY appearanceChanged)
+  Q_PROPERTY(bool bars MEMBER bars_ NOTIFY appearanceChanged)
 
  public:
   explicit ChartItem(QQuickItem* parent = nullptr);
@@ -36,6 +38,7 @@ class ChartItem : public QQuickPaintedItem {
   qreal maximum_ = 1, floor_ = 1;
   QColor color_{0x3b, 0x82, 0xf6}, secondColor_{0xa8, 0x55, 0xf7}, gridColor_{128, 128, 128, 40};
   int span_ = 60;
+  bool bars_ = false;
 };
 
 }  // namespace omnira::presentation

@@ -15,11 +15,14 @@
 #include "Omnira/presentation/AppsModel.h"
 #include "Omnira/presentation/ChartItem.h"
 #include "Omnira/presentation/DiagnosticReport.h"
+#include "Omnira/presentation/HistoryModel.h"
 #include "Omnira/presentation/LiveFigures.h"
 #include "Omnira/presentation/QmlWindow.h"
 #include "Omnira/presentation/StatusIcon.h"
+#include "Omnira/presentation/UsageModel.h"
 #include "Omnira/presentation/WorthALookModel.h"
 #include "OmniraCore/foundation/SettingsFile.h"
+#include "OmniraCore/history/HistoryRetention.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 
 namespace omnira::presentation {
@@ -71,6 +74,8 @@ Desktop::Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, 
   appsModel_ = std::make_unique<AppsModel>();
   appsTable_ = std::make_unique<AppsTable>(appsModel_.get());
   worthALook_ = std::make_unique<WorthALookModel>(store_, paths_.dataFile("insights.json"));
+  history_ = std::make_unique<HistoryModel>(paths_, HistoryRetention::days(settings));
+  usage_ = std::make_unique<UsageModel>();
   icon_ = std::make_unique<StatusIcon>(store_, settings);
   panel_ = std::make_unique<QmlWindow>(QUrl(QStringLiteral("qrc:/omnira/qml/Panel.qml")),
                                        std::map<QString, QObject*>{{QStringLiteral("omnira"), this}});
@@ -101,7 +106,8 @@ Desktop::~Desktop() {
 
 bool Desktop::isPage(const QString& page) {
   // As MainWindow.qml's side bar has them.
-  static const QStringList pages{QStringLiteral("overview"), QStringLiteral("apps")};
+  static const QStringList pages{QStringLiteral("overview"), QStringLiteral("apps"),
+                                 QStringLiteral("history"), QStringLiteral("usage")};
   return pages.contains(page);
 }
 
@@ -114,8 +120,15 @@ void Desktop::setPage(const QString& page) {
 QObject* Desktop::figures() const { return figures_.get(); }
 QObject* Desktop::apps() const { return appsTable_.get(); }
 QObject* Desktop::worthALook() const { return worthALook_.get(); }
+QObject* Desktop::history() const { return history_.get(); }
+QObject* Desktop::usage() const { return usage_.get(); }
 
-void Desktop::applySettings(const Settings& settings) { icon_->applySettings(settings); }
+void Desktop::setUsageLimits(UsageLimitsStore* usageLimits) { usage_->setStore(usageLimits); }
+
+void Desktop::applySettings(const Settings& settings) {
+  icon_->applySettings(settings);
+  history_->setKeptDays(HistoryRetention::days(settings));
+}
 
 bool Desktop::open(const QString& page) {
   if (page == QLatin1String("panel")) return openPanel();
@@ -186,6 +199,7 @@ void Desktop::viewersChanged() {
     else
       store_->viewerDisappeared();
     figures_->setActive(viewing);
+    usage_->setActive(viewing);
   }
   // The table follows the groups only while the window that shows it is open.
   if (main_->isOpen() && !groups_) {

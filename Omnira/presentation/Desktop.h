@@ -24,12 +24,15 @@
 
 namespace omnira {
 class MonitorStore;
+class UsageLimitsStore;
 }
 
 namespace omnira::presentation {
 
 class AppsModel;
 class AppsTable;
+class HistoryModel;
+class UsageModel;
 class LiveFigures;
 class QmlWindow;
 class StatusIcon;
@@ -41,6 +44,8 @@ class Desktop : public QObject {
   Q_PROPERTY(QObject* figures READ figures CONSTANT)
   Q_PROPERTY(QObject* apps READ apps CONSTANT)
   Q_PROPERTY(QObject* worthALook READ worthALook CONSTANT)
+  Q_PROPERTY(QObject* history READ history CONSTANT)
+  Q_PROPERTY(QObject* usage READ usage CONSTANT)
   Q_PROPERTY(QString selectedApp READ selectedApp WRITE setSelectedApp NOTIFY selectedAppChanged)
 
  public:
@@ -57,6 +62,10 @@ class Desktop : public QObject {
   QObject* figures() const;
   QObject* apps() const;
   QObject* worthALook() const;
+  QObject* history() const;
+  QObject* usage() const;
+  // The plans' store, once the application has made it; the usage page is empty until then.
+  void setUsageLimits(UsageLimitsStore* usageLimits);
 
   StatusIcon& statusIcon() { return *icon_; }
   QmlWindow& panel() { return *panel_; }
@@ -97,6 +106,8 @@ class Desktop : public QObject {
   std::unique_ptr<AppsModel> appsModel_;
   std::unique_ptr<AppsTable> appsTable_;
   std::unique_ptr<WorthALookModel> worthALook_;
+  std::unique_ptr<HistoryModel> history_;
+  std::unique_ptr<UsageModel> usage_;
   std::unique_ptr<StatusIcon> icon_;
   std::unique_ptr<QmlWindow> panel_;
   std::unique_ptr<QmlWindow> main_;

@@ -14,7 +14,9 @@ ApplicationWindow {
     // The side bar's pages, in order; each is loaded the first time it is shown.
     readonly property var pages: [
         { key: "overview", title: qsTr("Overview"), mark: "◔", source: "OverviewPage.qml" },
-        { key: "apps", title: qsTr("Apps"), mark: "▤", source: "AppsPage.qml" }
+        { key: "apps", title: qsTr("Apps"), mark: "▤", source: "AppsPage.qml" },
+        { key: "history", title: qsTr("History"), mark: "◷", source: "HistoryPage.qml" },
+        { key: "usage", title: qsTr("AI Usage"), mark: "◈", source: "UsagePage.qml" }
     ]
     readonly property int pageIndex: Math.max(0, pages.findIndex(p => p.key === omnira.page))
     color: sys.window
