@@ -1,6 +1,7 @@
 #include "Omnira/presentation/UsageModel.h"
 
 #include <QDate>
+#include <QStringList>
 #include <QVariantMap>
 
 #include <cmath>
@@ -121,7 +122,8 @@ void UsageModel::setActive(bool active) {
 void UsageModel::refresh() {
   const Date now = clock_();
   QVariantList tools, panel;
-  QString empty, refreshed;
+  QString empty, refreshed, quiet;
+  QStringList quietTools;
   if (!store_ || !store_->enabled()) {
     empty = tr("AI plan limits are turned off. Turn them on in the settings to see what your plans have left.");
   } else if (store_->tools().empty()) {
@@ -164,6 +166,10 @@ void UsageModel::refresh() {
 
       const bool keepsLogs = UsageRefresh::keepsLogs(tool);
       const auto summary = keepsLogs ? store_->tokens(tool, now) : std::nullopt;
+      if (accounts.isEmpty() && problems.isEmpty() && !summary) {
+        quietTools << name;
+        continue;
+      }
       row[QStringLiteral("keepsLogs")] = keepsLogs;
       row[QStringLiteral("hasTokens")] = summary.has_value();
       row[QStringLiteral("tokensText")] =
@@ -197,12 +203,21 @@ void UsageModel::refresh() {
       }
       tools << row;
     }
+    if (!quietTools.isEmpty()) {
+      const QString names = quietTools.size() == 1 ? quietTools.front()
+                                                   : tr("%1 and %2").arg(quietTools.mid(0, quietTools.size() - 1).join(QStringLiteral(", ")), quietTools.back());
+      quiet = tools.isEmpty() ? tr("Nothing has been read yet for %1.").arg(names)
+                              : tr("Also turned on, with nothing read yet: %1.").arg(names);
+    }
   }
-  if (tools == tools_ && panel == panelWindows_ && empty == emptyText_ && refreshed == refreshedText_) return;
+  if (tools == tools_ && panel == panelWindows_ && empty == emptyText_ && refreshed == refreshedText_ &&
+      quiet == quietText_)
+    return;
   tools_ = std::move(tools);
   panelWindows_ = std::move(panel);
   emptyText_ = std::move(empty);
   refreshedText_ = std::move(refreshed);
+  quietText_ = std::move(quiet);
   emit changed();
 }
 

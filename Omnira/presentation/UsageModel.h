@@ -27,7 +27,7 @@ namespace omnira::presentation {
 
 class UsageModel : public QObject {
   Q_OBJECT
-  Q_PROPERTY(bool hasTools READ hasTools NOTIFY changed)
+  Q_PROPERTY(bool hasTools READ hasTools NOTIFY changed)  // any card to show
   Q_PROPERTY(QString emptyText READ emptyText NOTIFY changed)
   // Per tool: name, accounts [{heading, source, windows [{label, left, leftText, resetText,
   // paceText, paceWord, late}]}], problems [sentence], hasTokens, tokensText, todayText,
@@ -38,6 +38,9 @@ class UsageModel : public QObject {
   // resetIn, paceWord, late.
   Q_PROPERTY(QVariantList panelWindows READ panelWindows NOTIFY changed)
   Q_PROPERTY(QString refreshedText READ refreshedText NOTIFY changed)
+  // The tools turned on with nothing to show (no plan, no problem, no logs), in one sentence,
+  // so they take no card each.
+  Q_PROPERTY(QString quietText READ quietText NOTIFY changed)
 
  public:
   // `clock` is the system clock when empty.
@@ -53,6 +56,7 @@ class UsageModel : public QObject {
   QVariantList tools() const { return tools_; }
   QVariantList panelWindows() const { return panelWindows_; }
   QString refreshedText() const { return refreshedText_; }
+  QString quietText() const { return quietText_; }
 
   // Reads the store again.
   Q_INVOKABLE void refresh();
@@ -65,7 +69,7 @@ class UsageModel : public QObject {
   std::function<Date()> clock_;
   QTimer minute_;
   QMetaObject::Connection connections_[4];
-  QString emptyText_, refreshedText_;
+  QString emptyText_, refreshedText_, quietText_;
   QVariantList tools_, panelWindows_;
 };
 

@@ -56,8 +56,8 @@ ScrollView {
                     model: page.spans
                     delegate: Button {
                         text: modelData.title
-                        checkable: true
-                        checked: page.h.span === modelData.key
+                        // The palette's highlight, so the chosen span shows in both themes.
+                        highlighted: page.h.span === modelData.key
                         focusPolicy: Qt.StrongFocus
                         Accessible.name: qsTr("Show the last %1").arg(modelData.title.toLowerCase())
                         onClicked: page.h.span = modelData.key
@@ -130,6 +130,7 @@ ScrollView {
                 Layout.fillWidth: true
                 Layout.preferredHeight: implicitHeight
                 Layout.alignment: Qt.AlignTop
+                Layout.columnSpan: parent.columns
                 title: qsTr("CPU")
                 subtitle: page.h.cpuText
                 Column {
@@ -249,6 +250,7 @@ ScrollView {
                 Layout.fillWidth: true
                 Layout.preferredHeight: implicitHeight
                 Layout.alignment: Qt.AlignTop
+                Layout.columnSpan: parent.columns
                 title: qsTr("Top Apps")
                 subtitle: qsTr("by CPU time")
                 Column {
@@ -265,7 +267,8 @@ ScrollView {
                         width: parent.width
                         spacing: 8
                         Text { Layout.fillWidth: true; text: qsTr("App"); color: sys.windowText; opacity: 0.6 }
-                        Text { Layout.preferredWidth: 64; horizontalAlignment: Text.AlignRight; text: qsTr("CPU"); color: sys.windowText; opacity: 0.6 }
+                        Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Seen"); color: sys.windowText; opacity: 0.6 }
+                        Text { Layout.preferredWidth: 64; horizontalAlignment: Text.AlignRight; text: qsTr("CPU time"); color: sys.windowText; opacity: 0.6 }
                         Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Memory"); color: sys.windowText; opacity: 0.6 }
                         Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Disk"); color: sys.windowText; opacity: 0.6 }
                         Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Network"); color: sys.windowText; opacity: 0.6 }
@@ -282,6 +285,7 @@ ScrollView {
                                 width: parent.width
                                 spacing: 8
                                 Text { Layout.fillWidth: true; text: modelData.name; textFormat: Text.PlainText; elide: Text.ElideRight; color: sys.windowText }
+                                Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.seen; color: sys.windowText; opacity: 0.8 }
                                 Text { Layout.preferredWidth: 64; horizontalAlignment: Text.AlignRight; text: modelData.cpu; color: sys.windowText }
                                 Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.memory; color: sys.windowText; opacity: 0.8 }
                                 Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.disk; color: sys.windowText; opacity: 0.8 }

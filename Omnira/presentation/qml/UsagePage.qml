@@ -191,6 +191,16 @@ ScrollView {
                 }
             }
         }
+        Text {
+            Layout.leftMargin: 24; Layout.rightMargin: 24
+            Layout.fillWidth: true
+            visible: page.u.quietText.length > 0
+            text: page.u.quietText
+            color: sys.windowText
+            opacity: 0.7
+            wrapMode: Text.Wrap
+        }
+
         Item { Layout.preferredHeight: 8 }
     }
     readonly property bool dark: sys.window.hslLightness < 0.5

@@ -41,12 +41,13 @@ struct UsageModelTest : usage_testing::LogFolder {
     fs::create_directories(folder / "config");
     std::ofstream(paths().settingsFile()) << nlohmann::json{
         {"usageLimitsEnabled", enabled}, {"usageLimitsClaude", true},      {"usageLimitsCodex", true},
-        {"usageLimitsCopilot", false},   {"usageLimitsCursor", false},     {"usageLimitsGrok", false},
+        {"usageLimitsCopilot", true},    {"usageLimitsCursor", false},     {"usageLimitsGrok", false},
         {"usageLimitsOllama", false},    {"usageLimitsAntigravity", false}, {"usageLimitsOpenCode", false}}
         .dump();
   }
 
-  // Claude Code's logs of yesterday and today; no Codex logs at all.
+  // Claude Code's logs of yesterday and today and a plan; Codex without sign-in or logs;
+  // Copilot turned on with nothing at all.
   UsageLimitsCache cache() {
     const fs::path project = claudeHome() / "projects" / "-home-dev-shop";
     replace(project / "first.jsonl",
@@ -70,6 +71,7 @@ struct UsageModelTest : usage_testing::LogFolder {
     account.windows = {UsageWindow(UsageWindow::Kind::session, std::nullopt, 0.6, now + 1h, UsageWindow::sessionLength),
                        UsageWindow(UsageWindow::Kind::week, std::nullopt, 0.8, now + 72h, UsageWindow::weekLength)};
     made.accounts = {account};
+    made.problems = {UsageProblem{UsageTool::codex, UsageProblem::Kind::notSignedIn, std::nullopt}};
     made.refreshedAt = now - 2min;
     return made;
   }
@@ -134,10 +136,12 @@ TEST_F(UsageModelTest, WindowsReadAsTheCommandAndBarsAddUpToTheLedger) {
   EXPECT_EQ(claude["models"].toList()[0].toMap()["name"].toString().toStdString(),
             TokenLogs::modelName(store.ledgers().at(UsageTool::claude).byModel(week)[0].first));
 
-  // Codex is on but has neither a plan nor logs: plain sentences.
+  // Codex has its problem and no logs, Copilot nothing: plain sentences.
   EXPECT_FALSE(codex["hasTokens"].toBool());
   EXPECT_EQ(codex["tokensText"].toString().toStdString(), "No token logs of Codex were found on this computer.");
-  EXPECT_EQ(codex["plansText"].toString().toStdString(), "No plan has been read for Codex yet.");
+  ASSERT_EQ(codex["problems"].toList().size(), 1);
+  EXPECT_EQ(codex["problems"].toList()[0].toString().toStdString(), saved.problems[0].line());
+  EXPECT_EQ(model.quietText().toStdString(), "Also turned on, with nothing read yet: GitHub Copilot.");
 
   // Turned off: no tools, and why.
   writeSettings(false);
