@@ -152,6 +152,60 @@ ScrollView {
                 Layout.fillWidth: true
                 Layout.preferredHeight: implicitHeight
                 Layout.alignment: Qt.AlignTop
+                Layout.columnSpan: parent.columns
+                title: qsTr("Top Apps")
+                subtitle: qsTr("by CPU time")
+                Column {
+                    width: parent.width
+                    spacing: 6
+                    Text {
+                        visible: page.h.topApps.length === 0
+                        text: qsTr("No app was recorded in this span.")
+                        color: sys.windowText
+                        opacity: 0.65
+                    }
+                    RowLayout {
+                        visible: page.h.topApps.length > 0
+                        width: parent.width
+                        spacing: 8
+                        Text { Layout.fillWidth: true; text: qsTr("App"); color: sys.windowText; opacity: 0.6 }
+                        Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Seen"); color: sys.windowText; opacity: 0.6 }
+                        Text { Layout.preferredWidth: 64; horizontalAlignment: Text.AlignRight; text: qsTr("CPU time"); color: sys.windowText; opacity: 0.6 }
+                        Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Memory"); color: sys.windowText; opacity: 0.6 }
+                        Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Disk"); color: sys.windowText; opacity: 0.6 }
+                        Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Network"); color: sys.windowText; opacity: 0.6 }
+                    }
+                    Repeater {
+                        model: page.h.topApps
+                        delegate: Column {
+                            width: parent.width
+                            spacing: 3
+                            Accessible.role: Accessible.ListItem
+                            Accessible.name: qsTr("%1: CPU time %2, memory %3, disk %4, network %5")
+                                .arg(modelData.name).arg(modelData.cpu).arg(modelData.memory).arg(modelData.disk).arg(modelData.network)
+                            RowLayout {
+                                width: parent.width
+                                spacing: 8
+                                Text { Layout.fillWidth: true; text: modelData.name; textFormat: Text.PlainText; elide: Text.ElideRight; color: sys.windowText }
+                                Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.seen; color: sys.windowText; opacity: 0.8 }
+                                Text { Layout.preferredWidth: 64; horizontalAlignment: Text.AlignRight; text: modelData.cpu; color: sys.windowText }
+                                Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.memory; color: sys.windowText; opacity: 0.8 }
+                                Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.disk; color: sys.windowText; opacity: 0.8 }
+                                Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.network; color: sys.windowText; opacity: 0.8 }
+                            }
+                            Rectangle {
+                                width: Math.max(3, parent.width * modelData.share); height: 3; radius: 1.5
+                                color: page.cpuColor
+                                opacity: 0.7
+                            }
+                        }
+                    }
+                }
+            }
+            Card {
+                Layout.fillWidth: true
+                Layout.preferredHeight: implicitHeight
+                Layout.alignment: Qt.AlignTop
                 title: qsTr("Memory")
                 subtitle: page.h.memoryText
                 Column {
@@ -243,60 +297,6 @@ ScrollView {
                         spacing: 16
                         Legend { swatch: page.inColor; label: qsTr("In") }
                         Legend { swatch: page.outColor; label: qsTr("Out") }
-                    }
-                }
-            }
-            Card {
-                Layout.fillWidth: true
-                Layout.preferredHeight: implicitHeight
-                Layout.alignment: Qt.AlignTop
-                Layout.columnSpan: parent.columns
-                title: qsTr("Top Apps")
-                subtitle: qsTr("by CPU time")
-                Column {
-                    width: parent.width
-                    spacing: 6
-                    Text {
-                        visible: page.h.topApps.length === 0
-                        text: qsTr("No app was recorded in this span.")
-                        color: sys.windowText
-                        opacity: 0.65
-                    }
-                    RowLayout {
-                        visible: page.h.topApps.length > 0
-                        width: parent.width
-                        spacing: 8
-                        Text { Layout.fillWidth: true; text: qsTr("App"); color: sys.windowText; opacity: 0.6 }
-                        Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Seen"); color: sys.windowText; opacity: 0.6 }
-                        Text { Layout.preferredWidth: 64; horizontalAlignment: Text.AlignRight; text: qsTr("CPU time"); color: sys.windowText; opacity: 0.6 }
-                        Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Memory"); color: sys.windowText; opacity: 0.6 }
-                        Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Disk"); color: sys.windowText; opacity: 0.6 }
-                        Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: qsTr("Network"); color: sys.windowText; opacity: 0.6 }
-                    }
-                    Repeater {
-                        model: page.h.topApps
-                        delegate: Column {
-                            width: parent.width
-                            spacing: 3
-                            Accessible.role: Accessible.ListItem
-                            Accessible.name: qsTr("%1: CPU time %2, memory %3, disk %4, network %5")
-                                .arg(modelData.name).arg(modelData.cpu).arg(modelData.memory).arg(modelData.disk).arg(modelData.network)
-                            RowLayout {
-                                width: parent.width
-                                spacing: 8
-                                Text { Layout.fillWidth: true; text: modelData.name; textFormat: Text.PlainText; elide: Text.ElideRight; color: sys.windowText }
-                                Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.seen; color: sys.windowText; opacity: 0.8 }
-                                Text { Layout.preferredWidth: 64; horizontalAlignment: Text.AlignRight; text: modelData.cpu; color: sys.windowText }
-                                Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.memory; color: sys.windowText; opacity: 0.8 }
-                                Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.disk; color: sys.windowText; opacity: 0.8 }
-                                Text { Layout.preferredWidth: 72; horizontalAlignment: Text.AlignRight; text: modelData.network; color: sys.windowText; opacity: 0.8 }
-                            }
-                            Rectangle {
-                                width: Math.max(3, parent.width * modelData.share); height: 3; radius: 1.5
-                                color: page.cpuColor
-                                opacity: 0.7
-                            }
-                        }
                     }
                 }
             }

@@ -132,14 +132,15 @@ ScrollView {
                         opacity: 0.7
                         wrapMode: Text.Wrap
                     }
-                    GridLayout {
+                    Grid {
+                        id: tokens
                         visible: tool.hasTokens
                         width: parent.width
                         columns: width > 700 ? 2 : 1
                         columnSpacing: 24; rowSpacing: 12
+                        readonly property real cell: columns === 2 ? (width - columnSpacing) / 2 : width
                         Column {
-                            Layout.fillWidth: true
-                            Layout.alignment: Qt.AlignTop
+                            width: tokens.cell
                             spacing: 4
                             Text { text: qsTr("Tokens by day"); color: sys.windowText; font.weight: Font.DemiBold }
                             Chart {
@@ -164,8 +165,7 @@ ScrollView {
                             }
                         }
                         Column {
-                            Layout.fillWidth: true
-                            Layout.alignment: Qt.AlignTop
+                            width: tokens.cell
                             spacing: 6
                             Text { text: qsTr("By model, last 7 days"); color: sys.windowText; font.weight: Font.DemiBold }
                             Repeater {
