@@ -187,7 +187,7 @@ std::shared_ptr<HistoryModel::Reading> readSpan(HistoryDatabase& db, const QStri
   if (memoryPeak) reading->memoryText += HistoryModel::tr(", peak %1").arg(bytesText(unsignedBytes(*memoryPeak)));
   reading->pressureText = total.pressureSeconds > 0
                               ? HistoryModel::tr("%1 on average").arg(percentText(total.pressureWeighted / total.pressureSeconds / 100))
-                              : HistoryModel::tr("Not recorded on this computer");
+                              : HistoryModel::tr("Not recorded in this span");
   reading->diskText = HistoryModel::tr("%1 read, %2 written")
                           .arg(bytesText(unsignedBytes(total.diskRead)), bytesText(unsignedBytes(total.diskWritten)));
   reading->networkText = HistoryModel::tr("%1 in, %2 out")

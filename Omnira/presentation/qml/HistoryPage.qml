@@ -25,6 +25,13 @@ ScrollView {
 
     onVisibleChanged: if (visible) page.h.reload()
     Component.onCompleted: page.h.reload()
+    // The history grows as the store records; soon while it is still empty (a first start).
+    Timer {
+        interval: page.h.hasRows ? 60000 : 10000
+        running: page.visible
+        repeat: true
+        onTriggered: page.h.reload()
+    }
 
     // The span's first and last slot under a chart.
     component Axis: Item {
@@ -310,6 +317,7 @@ ScrollView {
         anchors.centerIn: parent
         width: Math.min(480, page.width - 48)
         modal: true
+        padding: 16
         title: qsTr("Delete history?")
         property bool all: false
         onAboutToShow: all = false
