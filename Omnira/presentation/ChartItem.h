@@ -1,8 +1,8 @@
 #pragma once
 // A live line chart for QML ("Chart"): one or two series drawn oldest to newest across the
 // item's width, the first one filled. Painted in C++ so a 1 s refresh of a few charts stays
-// cheap, and no chart module is needed. With `bars` the values are one bar each, side by
-// side across the width (the second series, if any, is ignored).
+// cheap, and no chart module is needed. With `bars` each value is one bar, side by side
+// across the width, and a second series pairs a bar with each of the first's.
 //
 // Main (GUI) thread only, as every Qt Quick item. `maximum` 0 scales to the largest value
 // shown (at least `floor`), for rates; fractions pass 1.

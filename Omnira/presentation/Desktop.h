@@ -9,6 +9,10 @@
 // or dark as the desktop is; OMNIRA_PALETTE=dark forces dark where Qt cannot read the
 // desktop's choice (a bare X server, as the screenshot script runs).
 //
+// The History page reads the history file through its own model's worker thread
+// (HistoryModel.h); the AI Usage page and the panel's plan rows follow the usage-limits
+// store, once AppDelegate hands it over (setUsageLimits).
+//
 // Main thread only. The QML reads this object as `omnira`. Writing the notification pause
 // may fail (an unreadable settings file): that is logged and the menu shows the setting as
 // it stands.

@@ -142,18 +142,23 @@ Window {
                 }
             }
             Card {
+                id: plans
                 Layout.fillWidth: true
                 Layout.leftMargin: 12; Layout.rightMargin: 12
                 Layout.preferredHeight: implicitHeight
                 visible: omnira.usage.panelWindows.length > 0
                 padding: 12
+                readonly property int shown: 4
                 title: qsTr("AI Plans")
-                subtitle: qsTr("left · resets in · pace")
+                // The rest are a click away, on the AI Usage page.
+                subtitle: omnira.usage.panelWindows.length > shown
+                          ? qsTr("%1 of %2 · left · resets in · pace").arg(shown).arg(omnira.usage.panelWindows.length)
+                          : qsTr("left · resets in · pace")
                 Column {
                     width: parent.width
                     spacing: 2
                     Repeater {
-                        model: omnira.usage.panelWindows
+                        model: omnira.usage.panelWindows.slice(0, plans.shown)
                         delegate: Rectangle {
                             width: parent.width
                             height: 28
