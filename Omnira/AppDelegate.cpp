@@ -114,6 +114,7 @@ Result<void, AppDelegate::Failure> AppDelegate::start() {
   metrics_->applySettings(settingsWatcher_->current());
   if (options_.desktop) {
     desktop_ = std::make_unique<presentation::Desktop>(store_.get(), *paths_, settingsWatcher_->current());
+    desktop_->setUsageLimits(usageLimits_.get());
     connect(settingsWatcher_.get(), &SettingsWatcher::changed, desktop_.get(), &presentation::Desktop::applySettings);
     connect(desktop_.get(), &presentation::Desktop::quitRequested, this, &AppDelegate::stopRequested);
     showService_ = std::make_unique<presentation::ShowService>(desktop_.get());

@@ -73,6 +73,28 @@ void ChartItem::draw(QPainter* painter, qreal w, qreal h) const {
     for (qreal v : values_) top = std::max(top, v);
     for (qreal v : secondValues_) top = std::max(top, v);
   }
+  if (bars_) {
+    // One slot per value; with a second series each slot holds a pair of bars.
+    const int slotCount = static_cast<int>(std::max(values_.size(), secondValues_.size()));
+    if (slotCount == 0) return;
+    const bool pair = !secondValues_.isEmpty();
+    const qreal slot = w / slotCount;
+    const qreal gap = std::min(slot * 0.25, 6.0);
+    const qreal barWidth = (slot - gap) / (pair ? 2 : 1);
+    const auto bar = [&](const QList<qreal>& series, int i, qreal x, const QColor& color) {
+      if (i >= series.size()) return;
+      const qreal v = std::isfinite(series[i]) ? std::clamp(series[i] / top, 0.0, 1.0) : 0.0;
+      if (v <= 0) return;
+      // A value above zero shows at least a sliver, so a quiet period is told from an empty one.
+      const qreal barHeight = std::max(2.0, v * (h - 1));
+      painter->fillRect(QRectF(x, h - barHeight, std::max(1.0, barWidth), barHeight), color);
+    };
+    for (int i = 0; i < slotCount; ++i) {
+      bar(values_, i, i * slot + gap / 2, color_);
+      if (pair) bar(secondValues_, i, i * slot + gap / 2 + barWidth, secondColor_);
+    }
+    return;
+  }
   const int points = std::max({span_, static_cast<int>(values_.size()), static_cast<int>(secondValues_.size()), 2});
   const qreal step = w / (points - 1);
   const auto path = [&](const QList<qreal>& series) {

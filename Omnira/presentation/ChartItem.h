@@ -1,7 +1,8 @@
 #pragma once
 // A live line chart for QML ("Chart"): one or two series drawn oldest to newest across the
 // item's width, the first one filled. Painted in C++ so a 1 s refresh of a few charts stays
-// cheap, and no chart module is needed.
+// cheap, and no chart module is needed. With `bars` each value is one bar, side by side
+// across the width, and a second series pairs a bar with each of the first's.
 //
 // Every chart can be exported: a right click, the menu key or Shift+F10 (it takes focus
 // with Tab) offers "Save as PNG…" and "Copy"; Ctrl+S and Ctrl+C do the same. The picture is
@@ -39,6 +40,7 @@ class ChartItem : public QQuickPaintedItem {
   Q_PROPERTY(QString exportName MEMBER exportName_ NOTIFY appearanceChanged)
   // What the last export did ("Saved as …", "Copied", or why it failed); empty again after a while.
   Q_PROPERTY(QString exportNote READ exportNote NOTIFY exportNoteChanged)
+  Q_PROPERTY(bool bars MEMBER bars_ NOTIFY appearanceChanged)
 
  public:
   struct Failure {
@@ -85,6 +87,7 @@ class ChartItem : public QQuickPaintedItem {
   QString exportName_;
   QString exportNote_;
   QTimer noteShown_;
+  bool bars_ = false;
 };
 
 }  // namespace omnira::presentation

@@ -16,13 +16,16 @@
 #include "Omnira/presentation/AppsModel.h"
 #include "Omnira/presentation/ChartItem.h"
 #include "Omnira/presentation/DiagnosticReport.h"
+#include "Omnira/presentation/HistoryModel.h"
 #include "Omnira/presentation/LiveFigures.h"
 #include "Omnira/presentation/ProjectsModel.h"
 #include "Omnira/presentation/QmlWindow.h"
 #include "Omnira/presentation/SettingsModel.h"
 #include "Omnira/presentation/StatusIcon.h"
+#include "Omnira/presentation/UsageModel.h"
 #include "Omnira/presentation/WorthALookModel.h"
 #include "OmniraCore/foundation/SettingsFile.h"
+#include "OmniraCore/history/HistoryRetention.h"
 #include "OmniraCore/platform/linux/ThisMachine.h"
 
 namespace omnira::presentation {
@@ -83,6 +86,8 @@ Desktop::Desktop(MonitorStore* store, AppPaths paths, const Settings& settings, 
   projectsModel_ = std::make_unique<ProjectsModel>(qgetenv("HOME").toStdString());  // bytes, as paths are
   connect(this, &Desktop::pageChanged, this, &Desktop::followProjects);
   worthALook_ = std::make_unique<WorthALookModel>(store_, paths_.dataFile("insights.json"));
+  history_ = std::make_unique<HistoryModel>(paths_, HistoryRetention::days(settings));
+  usage_ = std::make_unique<UsageModel>();
   icon_ = std::make_unique<StatusIcon>(store_, settings);
   settings_ = std::make_unique<SettingsModel>(store_, paths_, settings);
   panel_ = std::make_unique<QmlWindow>(QUrl(QStringLiteral("qrc:/omnira/qml/Panel.qml")),
@@ -119,10 +124,8 @@ Desktop::~Desktop() {
 bool Desktop::isPage(const QString& page) {
   // As MainWindow.qml's side bar has them.
   static const QStringList pages{
-      QStringLiteral("overview"),
-      QStringLiteral("apps"),
-      QStringLiteral("projects"),
-      QStringLiteral("settings"),
+      QStringLiteral("overview"), QStringLiteral("apps"),  QStringLiteral("projects"),
+      QStringLiteral("history"),  QStringLiteral("usage"), QStringLiteral("settings"),
   };
   return pages.contains(page);
 }
@@ -145,9 +148,15 @@ void Desktop::setSection(const QString& section) {
   emit sectionChanged();
 }
 
+QObject* Desktop::history() const { return history_.get(); }
+QObject* Desktop::usage() const { return usage_.get(); }
+
+void Desktop::setUsageLimits(UsageLimitsStore* usageLimits) { usage_->setStore(usageLimits); }
+
 void Desktop::applySettings(const Settings& settings) {
   icon_->applySettings(settings);
   settings_->applySettings(settings);
+  history_->setKeptDays(HistoryRetention::days(settings));
 }
 
 bool Desktop::open(const QString& page) {
@@ -221,6 +230,7 @@ void Desktop::viewersChanged() {
     else
       store_->viewerDisappeared();
     figures_->setActive(viewing);
+    usage_->setActive(viewing);
   }
   // The table follows the groups only while the window that shows it is open.
   if (main_->isOpen() && !groups_) {

@@ -9,6 +9,10 @@
 // or dark as the desktop is; OMNIRA_PALETTE=dark forces dark where Qt cannot read the
 // desktop's choice (a bare X server, as the screenshot script runs).
 //
+// The History page reads the history file through its own model's worker thread
+// (HistoryModel.h); the AI Usage page and the panel's plan rows follow the usage-limits
+// store, once AppDelegate hands it over (setUsageLimits).
+//
 // Main thread only. The QML reads this object as `omnira`. Writing the notification pause
 // may fail (an unreadable settings file): that is logged and the menu shows the setting as
 // it stands.
@@ -26,12 +30,15 @@
 namespace omnira {
 class MonitorStore;
 class ProcessActions;
+class UsageLimitsStore;
 }
 
 namespace omnira::presentation {
 
 class AppsModel;
 class AppsTable;
+class HistoryModel;
+class UsageModel;
 class LiveFigures;
 class ProjectsModel;
 class QmlWindow;
@@ -46,6 +53,8 @@ class Desktop : public QObject {
   Q_PROPERTY(QObject* apps READ apps CONSTANT)
   Q_PROPERTY(QObject* worthALook READ worthALook CONSTANT)
   Q_PROPERTY(QObject* projects READ projects CONSTANT)
+  Q_PROPERTY(QObject* history READ history CONSTANT)
+  Q_PROPERTY(QObject* usage READ usage CONSTANT)
   Q_PROPERTY(QString selectedApp READ selectedApp WRITE setSelectedApp NOTIFY selectedAppChanged)
   Q_PROPERTY(QObject* settings READ settings CONSTANT)
   // A part of the page to show, from open("page/section") ("settings/insights").
@@ -70,6 +79,10 @@ class Desktop : public QObject {
   SettingsModel& settingsModel() { return *settings_; }
   QString section() const { return section_; }
   void setSection(const QString& section);
+  QObject* history() const;
+  QObject* usage() const;
+  // The plans' store, once the application has made it; the usage page is empty until then.
+  void setUsageLimits(UsageLimitsStore* usageLimits);
 
   StatusIcon& statusIcon() { return *icon_; }
   QmlWindow& panel() { return *panel_; }
@@ -118,6 +131,8 @@ class Desktop : public QObject {
   std::unique_ptr<WorthALookModel> worthALook_;
   std::unique_ptr<SettingsModel> settings_;
   QString section_;
+  std::unique_ptr<HistoryModel> history_;
+  std::unique_ptr<UsageModel> usage_;
   std::unique_ptr<StatusIcon> icon_;
   std::unique_ptr<QmlWindow> panel_;
   std::unique_ptr<QmlWindow> main_;

@@ -16,6 +16,8 @@ ApplicationWindow {
         { key: "overview", title: qsTr("Overview"), mark: "◔", source: "OverviewPage.qml" },
         { key: "apps", title: qsTr("Apps"), mark: "▤", source: "AppsPage.qml" },
         { key: "projects", title: qsTr("Projects"), mark: "⌂", source: "ProjectsPage.qml" },
+        { key: "history", title: qsTr("History"), mark: "◷", source: "HistoryPage.qml" },
+        { key: "usage", title: qsTr("AI Usage"), mark: "◈", source: "UsagePage.qml" },
         { key: "settings", title: qsTr("Settings"), mark: "⚙", source: "SettingsPage.qml" }
     ]
     readonly property int pageIndex: Math.max(0, pages.findIndex(p => p.key === omnira.page))

@@ -141,6 +141,69 @@ Window {
                     onPicked: omnira.open("overview")
                 }
             }
+            Card {
+                id: plans
+                Layout.fillWidth: true
+                Layout.leftMargin: 12; Layout.rightMargin: 12
+                Layout.preferredHeight: implicitHeight
+                visible: omnira.usage.panelWindows.length > 0
+                padding: 12
+                readonly property int shown: 4
+                title: qsTr("AI Plans")
+                // The rest are a click away, on the AI Usage page.
+                subtitle: omnira.usage.panelWindows.length > shown
+                          ? qsTr("%1 of %2 · left · resets in · pace").arg(shown).arg(omnira.usage.panelWindows.length)
+                          : qsTr("left · resets in · pace")
+                Column {
+                    width: parent.width
+                    spacing: 2
+                    Repeater {
+                        model: omnira.usage.panelWindows.slice(0, plans.shown)
+                        delegate: Rectangle {
+                            width: parent.width
+                            height: 28
+                            radius: 6
+                            color: planHover.hovered || activeFocus ? Qt.rgba(sys.highlight.r, sys.highlight.g, sys.highlight.b, 0.14) : "transparent"
+                            activeFocusOnTab: true
+                            Accessible.role: Accessible.Button
+                            Accessible.name: [modelData.tool, modelData.label, modelData.leftText, modelData.resetText, modelData.paceText]
+                                             .filter(t => t.length > 0).join(", ")
+                            Keys.onReturnPressed: omnira.open("usage")
+                            HoverHandler { id: planHover }
+                            TapHandler { onTapped: omnira.open("usage") }
+                            RowLayout {
+                                anchors.fill: parent
+                                anchors.leftMargin: 6; anchors.rightMargin: 6
+                                spacing: 8
+                                Text {
+                                    Layout.fillWidth: true
+                                    text: modelData.tool + " · " + modelData.label
+                                    textFormat: Text.PlainText
+                                    color: sys.windowText
+                                    elide: Text.ElideRight
+                                }
+                                Text {
+                                    Layout.preferredWidth: 40; horizontalAlignment: Text.AlignRight
+                                    text: Math.round(modelData.left * 100) + "%"
+                                    color: modelData.left < 0.1 ? (panel.dark ? "#fca5a5" : "#b91c1c") : sys.windowText
+                                    font.weight: Font.DemiBold
+                                }
+                                Text {
+                                    Layout.preferredWidth: 52; horizontalAlignment: Text.AlignRight
+                                    text: modelData.resetIn
+                                    color: sys.windowText; opacity: 0.7
+                                }
+                                Text {
+                                    Layout.preferredWidth: 62; horizontalAlignment: Text.AlignRight
+                                    text: modelData.paceWord
+                                    color: modelData.late ? (panel.dark ? "#fca5a5" : "#b91c1c") : sys.windowText
+                                    opacity: modelData.late ? 1 : 0.7
+                                }
+                            }
+                        }
+                    }
+                }
+            }
             RowLayout {
                 Layout.fillWidth: true
                 Layout.margins: 12

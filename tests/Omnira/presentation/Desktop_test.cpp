@@ -52,7 +52,7 @@ TEST_F(DesktopTest, WindowsExistOnlyWhileOpen) {
   EXPECT_EQ(desktop.page(), "overview");
   deleteLater();
   EXPECT_TRUE(panel.isNull());
-  EXPECT_FALSE(desktop.open("history"));  // no such page yet
+  EXPECT_FALSE(desktop.open("no-such-page"));
   EXPECT_EQ(desktop.page(), "overview");
 
   // Closing it as a person does releases the window and its engine; Omnira stays.
