@@ -299,7 +299,7 @@ Json limitsJSON(const Limits& limits, const UsageLimitsCache& cache, Date now) {
 }
 
 std::string ago(Date then, Date now) {
-  const std::string text = span(std::chrono::duration<double>(now - then).count());
+  const std::string text = spanText(std::chrono::duration<double>(now - then).count());
   return text.empty() ? "just now" : text + " ago";
 }
 
@@ -307,7 +307,7 @@ void printLimits(const Limits& limits, Date now, std::FILE* out) {
   size_t labelWidth = 0, leftWidth = 0, resetWidth = 0;
   for (const auto& account : limits.accounts) {
     for (const auto& window : account.windows) {
-      labelWidth = std::max(labelWidth, cells(windowLabel(window)));
+      labelWidth = std::max(labelWidth, cells(terminalText(windowLabel(window))));
       leftWidth = std::max(leftWidth, cells(leftText(window)));
       resetWidth = std::max(resetWidth, cells(resetText(window, now)));
     }
@@ -323,7 +323,7 @@ void printLimits(const Limits& limits, Date now, std::FILE* out) {
                                    : std::string("as last asked");
     fmt::print(out, "{}  ({}, {})\n", heading, source, ago(account.fetchedAt, now));
     for (const auto& window : account.windows) {
-      std::string text = "  " + pad(windowLabel(window), labelWidth) + "  " + pad(leftText(window), leftWidth);
+      std::string text = "  " + pad(terminalText(windowLabel(window)), labelWidth) + "  " + pad(leftText(window), leftWidth);
       const std::string reset = resetText(window, now), pace = paceText(window, now);
       if (!reset.empty() || !pace.empty()) text += "  " + pad(reset, resetWidth);
       if (!pace.empty()) text += "  " + pace;

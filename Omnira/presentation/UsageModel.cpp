@@ -4,11 +4,10 @@
 #include <QStringList>
 #include <QVariantMap>
 
-#include <cmath>
-
 #include "Omnira/UsageLimitsStore.h"
 #include "Omnira/presentation/Figures.h"
 #include "OmniraCore/usage/TokenLogs.h"
+#include "OmniraCore/usage/UsageWindowText.h"
 
 namespace omnira::presentation {
 
@@ -16,72 +15,26 @@ namespace {
 
 double secondsBetween(Date from, Date to) { return std::chrono::duration<double>(to - from).count(); }
 
-// As the command writes them: "4d 20h", "3h 27m", "45m"; under a minute is empty.
-QString spanText(double seconds) {
-  if (!(seconds >= 60)) return {};
-  const auto total = static_cast<int64_t>(seconds);
-  const int64_t days = total / 86400, hours = total % 86400 / 3600, minutes = total % 3600 / 60;
-  if (days > 0) return QStringLiteral("%1d %2h").arg(days).arg(hours);
-  if (hours > 0) return QStringLiteral("%1h %2m").arg(hours).arg(minutes);
-  return QStringLiteral("%1m").arg(minutes);
-}
-
-QString windowLabel(const UsageWindow& window) {
-  using Kind = UsageWindow::Kind;
-  QString label;
-  switch (window.kind()) {
-    case Kind::session: label = UsageModel::tr("Session"); break;
-    case Kind::week: label = UsageModel::tr("Week"); break;
-    case Kind::model: label = UsageModel::tr("Week"); break;
-    case Kind::month: label = UsageModel::tr("Month"); break;
-    case Kind::premium: label = UsageModel::tr("Premium requests this month"); break;
-    case Kind::chat: label = UsageModel::tr("Chat this month"); break;
-    case Kind::completions: label = UsageModel::tr("Completions this month"); break;
-    case Kind::cycle: label = UsageModel::tr("This billing cycle"); break;
-    case Kind::cursorModels: label = UsageModel::tr("Cursor’s models"); break;
-    case Kind::otherModels: label = UsageModel::tr("Other models"); break;
-    case Kind::modelSession: label = UsageModel::tr("Session"); break;
-  }
-  if (window.model()) label += QStringLiteral(" · ") + nameText(*window.model());
-  return label;
-}
-
-QString compactCount(int64_t count) {
-  const double value = static_cast<double>(count);
-  if (count < 1000) return QString::number(count);
-  if (count < 1'000'000) return QStringLiteral("%1K").arg(value / 1e3, 0, 'f', 1);
-  if (count < 1'000'000'000) return QStringLiteral("%1M").arg(value / 1e6, 0, 'f', 1);
-  return QStringLiteral("%1B").arg(value / 1e9, 0, 'f', 1);
-}
+QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
 
 QVariantMap windowRow(const UsageWindow& window, Date now) {
   QVariantMap row;
-  row[QStringLiteral("label")] = windowLabel(window);
+  row[QStringLiteral("label")] = nameText(windowLabel(window));
   row[QStringLiteral("left")] = window.left();
-  row[QStringLiteral("leftText")] = UsageModel::tr("%1% left").arg(std::lround(window.left() * 100));
-  QString reset, resetIn;
+  row[QStringLiteral("leftText")] = text(leftText(window));
+  row[QStringLiteral("resetText")] = text(resetText(window, now));
+  // The panel's short form: "3h 27m", "now".
+  QString resetIn;
   if (window.resetsAt()) {
-    resetIn = spanText(secondsBetween(now, *window.resetsAt()));
-    reset = resetIn.isEmpty() ? UsageModel::tr("Resets any moment") : UsageModel::tr("Resets in %1").arg(resetIn);
+    resetIn = text(spanText(secondsBetween(now, *window.resetsAt())));
     if (resetIn.isEmpty()) resetIn = UsageModel::tr("now");
   }
-  row[QStringLiteral("resetText")] = reset;
   row[QStringLiteral("resetIn")] = resetIn;
-  QString pace, word;
-  bool late = false;
   // The core's judgement; nothing when it is too early or too late in the window to tell.
-  if (const auto judged = window.pace(now)) {
-    if (judged->isOnPace()) {
-      pace = UsageModel::tr("On pace · %1% to spare").arg(std::lround(judged->spareAtReset * 100));
-      word = UsageModel::tr("On pace");
-    } else {
-      const QString in = spanText(secondsBetween(now, judged->runsOutAt));
-      pace = in.isEmpty() ? UsageModel::tr("Runs out any moment at this rate")
-                          : UsageModel::tr("Runs out in %1 at this rate").arg(in);
-      word = UsageModel::tr("Too fast");
-      late = true;
-    }
-  }
+  const auto judged = window.pace(now);
+  const bool late = judged && !judged->isOnPace();
+  const QString pace = text(paceText(window, now));
+  const QString word = !judged ? QString() : late ? UsageModel::tr("Too fast") : UsageModel::tr("On pace");
   row[QStringLiteral("paceText")] = pace;
   row[QStringLiteral("paceWord")] = word;
   row[QStringLiteral("late")] = late;
@@ -130,7 +83,7 @@ void UsageModel::refresh() {
     empty = tr("No AI tool is turned on. Turn one on in the settings to see its plan here.");
   } else {
     if (store_->refreshedAt()) {
-      const QString ago = spanText(secondsBetween(*store_->refreshedAt(), now));
+      const QString ago = text(spanText(secondsBetween(*store_->refreshedAt(), now)));
       refreshed = ago.isEmpty() ? tr("Updated just now") : tr("Updated %1 ago").arg(ago);
     }
     for (const UsageTool tool : store_->tools()) {
@@ -175,15 +128,15 @@ void UsageModel::refresh() {
       row[QStringLiteral("tokensText")] =
           keepsLogs && !summary ? tr("No token logs of %1 were found on this computer.").arg(name) : QString();
       if (summary) {
-        row[QStringLiteral("todayText")] = tr("%1 today").arg(compactCount(summary->today.total()));
-        row[QStringLiteral("weekText")] = tr("%1 in the last 7 days").arg(compactCount(summary->week.total()));
+        row[QStringLiteral("todayText")] = tr("%1 today").arg(text(compactCount(summary->today.total())));
+        row[QStringLiteral("weekText")] = tr("%1 in the last 7 days").arg(text(compactCount(summary->week.total())));
         QVariantList days, dayValues, dayLabels;
         for (size_t i = 0; i < summary->days.size(); ++i) {
           const QDate date = QDate::fromString(QString::fromStdString(summary->days[i]), QStringLiteral("yyyy-MM-dd"));
           const QString label = i + 1 == summary->days.size() ? tr("Today") : date.toString(QStringLiteral("ddd"));
           const int64_t total = i < summary->daily.size() ? summary->daily[i] : 0;
           days << QVariantMap{{QStringLiteral("label"), label}, {QStringLiteral("total"), static_cast<qreal>(total)},
-                              {QStringLiteral("totalText"), compactCount(total)}};
+                              {QStringLiteral("totalText"), text(compactCount(total))}};
           dayValues << static_cast<qreal>(total);
         }
         QVariantList models, modelValues;
@@ -192,7 +145,7 @@ void UsageModel::refresh() {
           const int64_t total = usage.total();
           models << QVariantMap{{QStringLiteral("name"), nameText(TokenLogs::modelName(model))},
                                 {QStringLiteral("total"), static_cast<qreal>(total)},
-                                {QStringLiteral("totalText"), compactCount(total)},
+                                {QStringLiteral("totalText"), text(compactCount(total))},
                                 {QStringLiteral("share"), largest > 0 ? static_cast<double>(total) / largest : 0.0}};
           modelValues << static_cast<qreal>(total);
         }

@@ -14,7 +14,7 @@
 #include "Omnira/UsageLimitsStore.h"
 #include "OmniraCore/usage/TokenLogs.h"
 #include "OmniraCore/usage/UsageRefresh.h"
-#include "cli/UsageFormat.h"
+#include "OmniraCore/usage/UsageWindowText.h"
 #include "tests/Omnira/QtTestApp.h"
 #include "tests/usage/UsageLogFiles.h"
 
@@ -101,10 +101,10 @@ TEST_F(UsageModelTest, WindowsReadAsTheCommandAndBarsAddUpToTheLedger) {
     // As the cache gave them back (whole seconds).
     const UsageWindow& window = store.accounts().at(0).windows.at(static_cast<size_t>(i));
     const QVariantMap shown = windows[i].toMap();
-    EXPECT_EQ(shown["label"].toString().toStdString(), cli::windowLabel(window));
-    EXPECT_EQ(shown["leftText"].toString().toStdString(), cli::leftText(window));
-    EXPECT_EQ(shown["resetText"].toString().toStdString(), cli::resetText(window, now));
-    EXPECT_EQ(shown["paceText"].toString().toStdString(), cli::paceText(window, now));
+    EXPECT_EQ(shown["label"].toString().toStdString(), windowLabel(window));
+    EXPECT_EQ(shown["leftText"].toString().toStdString(), leftText(window));
+    EXPECT_EQ(shown["resetText"].toString().toStdString(), resetText(window, now));
+    EXPECT_EQ(shown["paceText"].toString().toStdString(), paceText(window, now));
     EXPECT_FALSE(shown["paceText"].toString().isEmpty());
     EXPECT_EQ(shown["late"].toBool(), !window.pace(now)->isOnPace());
   }
@@ -116,7 +116,7 @@ TEST_F(UsageModelTest, WindowsReadAsTheCommandAndBarsAddUpToTheLedger) {
   EXPECT_EQ(model.panelWindows()[1].toMap()["tool"].toString().toStdString(), displayName(UsageTool::claude));
   EXPECT_EQ(model.panelWindows()[1].toMap()["paceWord"].toString().toStdString(), "Too fast");
   EXPECT_EQ(model.panelWindows()[0].toMap()["resetIn"].toString().toStdString(),
-            cli::span(std::chrono::duration<double>(*store.accounts().at(0).windows.at(0).resetsAt() - now).count()));
+            spanText(std::chrono::duration<double>(*store.accounts().at(0).windows.at(0).resetsAt() - now).count()));
 
   // The bars: a week of days and the models, each adding up to the ledger's week.
   std::vector<std::string> week;
