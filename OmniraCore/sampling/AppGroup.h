@@ -1,7 +1,6 @@
 #pragma once
 // One app's processes for one tick, with their summed figures. A plain value.
-// Ids: an app's bundle path (on Linux its .desktop file), "system", or an id
-// beginning with "clone:", "exec:" or "name:".
+// Ids: an app's .desktop file, "system", or an id beginning with "exec:" or "name:".
 
 #include <optional>
 #include <string>
@@ -46,12 +45,6 @@ struct AppGroup {
   // id, name, kind, bundlePath, the summed figures, then "processes".
   nlohmann::ordered_json toJSON() const;
   friend bool operator==(const AppGroup&, const AppGroup&) = default;
-
-  // The role of a process that no argument or path classifier recognised, by where its
-  // executable lies in the app: `executables` is the app's executables folder. No path
-  // gives `other`. Defined with the other classifiers, in HelperRole.cpp.
-  static HelperRole switchlessRole(const std::optional<std::string>& path, std::string_view executables,
-                                   std::string_view bundlePath);
 };
 
 }  // namespace omnira

@@ -1,9 +1,7 @@
 #include "OmniraCore/sampling/AppGrouper.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <numeric>
-#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -26,11 +24,6 @@ std::string_view lastComponent(std::string_view path) {
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
-bool fileExists(const std::string& path) {
-  std::error_code error;
-  return std::filesystem::exists(path, error);
-}
-
 }  // namespace
 
 AppGrouper::AppGrouper(std::string systemName) : AppGrouper(std::move(systemName), Options{}) {}
@@ -48,10 +41,6 @@ std::vector<std::string> AppGrouper::macOSSystemPathPrefixes() {
 }
 
 AppGrouper::Descriptor AppGrouper::systemDescriptor() const { return *system_; }
-
-bool AppGrouper::appExists(const std::string& path) const {
-  return options_.appExists ? options_.appExists(path) : fileExists(path);
-}
 
 // MARK: text rules
 
@@ -81,14 +70,7 @@ bool AppGrouper::isBuildHash(std::string_view piece) {
   return digit;
 }
 
-std::string AppGrouper::canonicalID(std::string_view id) { return canonicalID(id, fileExists); }
-
-std::string AppGrouper::canonicalID(std::string_view id, const AppExists& appExists) {
-  constexpr std::string_view clonePrefix = "clone:";
-  if (startsWith(id, clonePrefix)) {
-    std::string candidate = fmt::format("/Applications/{}.app", id.substr(clonePrefix.size()));
-    return appExists(candidate) ? candidate : std::string(id);
-  }
+std::string AppGrouper::canonicalID(std::string_view id) {
   if (!startsWith(id, "/") && !startsWith(id, "exec:/")) return std::string(id);
   if (id.find_first_of("0123456789") == std::string_view::npos) return std::string(id);
 
@@ -127,37 +109,12 @@ std::string AppGrouper::canonicalID(std::string_view id, const AppExists& appExi
   return fmt::format("{}", fmt::join(out, "/"));
 }
 
-std::optional<AppGrouper::Bundle> AppGrouper::outermostAppBundle(std::string_view path) {
-  const auto plain = path.find(".app/");
-  const auto clone = path.find(".app.bundle/");
-  if (plain == std::string_view::npos && clone == std::string_view::npos) return std::nullopt;
-  const bool isClone = clone < plain;  // npos is the largest value, so a missing marker never wins
-  const size_t end = isClone ? clone + std::string_view(".app.bundle").size() : plain + std::string_view(".app").size();
-  const auto bundlePath = path.substr(0, end);
-  auto name = lastComponent(bundlePath);
-  name.remove_suffix(isClone ? std::string_view(".app.bundle").size() : std::string_view(".app").size());
-  return Bundle{std::string(bundlePath), std::string(name), isClone};
-}
-
 AppGrouper::Descriptor AppGrouper::descriptorForPath(std::string_view path) const {
-  if (const auto bundle = outermostAppBundle(path)) {
-    const bool systemPlace = startsWith(bundle->path, "/System/Library/") || startsWith(bundle->path, "/usr/") ||
-                             startsWith(bundle->path, "/Library/Apple/");
-    if (systemPlace && !systemBundleExceptions.contains(bundle->path)) return *system_;
-    if (bundle->isClone) {
-      auto id = canonicalID("clone:" + bundle->name, [this](const std::string& p) { return appExists(p); });
-      // A clone resolved to the installed app shows that app; otherwise its own copy.
-      std::string bundlePath = startsWith(id, "/") ? id : bundle->path;
-      return {std::move(id), bundle->name, GroupKind::app, std::move(bundlePath)};
-    }
-    return {canonicalID(bundle->path, [this](const std::string& p) { return appExists(p); }), bundle->name,
-            GroupKind::app, bundle->path};
-  }
   for (const auto& prefix : options_.systemPathPrefixes) {
     if (startsWith(path, prefix)) return *system_;
   }
   const std::string folded = options_.foldInstallFolders ? options_.foldInstallFolders(path) : std::string(path);
-  return {canonicalID("exec:" + folded, [this](const std::string& p) { return appExists(p); }),
+  return {canonicalID("exec:" + folded),
           std::string(lastComponent(folded)), GroupKind::other, std::nullopt};
 }
 
@@ -256,12 +213,7 @@ std::vector<AppGroup> AppGrouper::group(std::vector<ProcessSample> samples) cons
   std::vector<const Descriptor*> chosen(count);
   for (size_t i = 0; i < count; ++i) {
     chosen[i] = own[i].get();
-    auto& role = samples[i].helperRole;
-    // What no argument or path classifier recognised gets its role by its place in its app bundle.
-    const auto& bundle = own[i]->bundlePath;
-    if (!role && bundle && bundle->ends_with(".app")) {
-      role = AppGroup::switchlessRole(samples[i].path, *bundle + "/Contents/MacOS", *bundle);
-    }
+    const auto& role = samples[i].helperRole;
     if (role && *role != HelperRole::main && own[i]->kind != GroupKind::app) {
       if (const auto* app = appAncestor(i)) chosen[i] = app;
     }

@@ -4,7 +4,7 @@
 // updates and versioned install folders, because the history keys its records by them.
 //
 // Order for one process: the platform's identifier (AppIdentifier, when given) first;
-// then the path rules (bundle rules, system folders, "exec:" ids with versions folded);
+// then the path rules (system folders, "exec:" ids with versions folded);
 // a process without a path gets "name:" + its name.
 //
 // Ownership and threads: one grouper lives as long as the sampling; group(),
@@ -17,7 +17,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -42,33 +41,17 @@ class AppGrouper {
     friend bool operator==(const Descriptor&, const Descriptor&) = default;
   };
 
-  // The outermost app bundle around a path.
-  struct Bundle {
-    std::string path;   // up to and including ".app" or ".app.bundle"
-    std::string name;   // "Foo" for ".../Foo.app" and ".../Foo.app.bundle"
-    bool isClone = false;  // a copy kept in a ".app.bundle" wrapper
-    friend bool operator==(const Bundle&, const Bundle&) = default;
-  };
-
-  // Whether a file exists at a path; must be safe to call from any thread.
-  using AppExists = std::function<bool(const std::string& path)>;
-
   struct Options {
-    // Outside any app bundle, executables under these belong to the system group.
+    // Executables under these belong to the system group.
     std::vector<std::string> systemPathPrefixes = macOSSystemPathPrefixes();
     // Rewrites install folders that change with every update (package revisions,
     // commit folders) before canonicalID; empty: none.
     std::function<std::string(std::string_view path)> foldInstallFolders;
-    // Empty: the file system's existence test.
-    AppExists appExists;
     // Consulted before the path rules; null: the path rules alone.
     std::shared_ptr<AppIdentifier> identifier;
   };
 
   static constexpr std::string_view systemGroupID = "system";
-  // System bundles that keep groups of their own.
-  static inline const std::set<std::string, std::less<>> systemBundleExceptions = {
-      "/System/Library/CoreServices/Finder.app"};
 
   // `systemName` names the system group ("macOS", or the distribution's name).
   // This form applies the path rules alone, with the macOS system folders.
@@ -79,7 +62,6 @@ class AppGrouper {
   AppGrouper& operator=(const AppGrouper&) = delete;
 
   // Groups sorted by memory, largest first (ties: more CPU first, then by id).
-  // A process in an app bundle without a helper role gets AppGroup::switchlessRole.
   // A helper (a helper role other than main) whose own descriptor is not an app joins
   // the nearest ancestor, through the samples' parent pids, that is an app; without
   // one it keeps its own group.
@@ -96,11 +78,9 @@ class AppGrouper {
   // Rescans what the identifier knows (installed apps) and empties the cache.
   void reload();
 
-  // Folds an id into its stable form: "clone:Foo" to "/Applications/Foo.app" when that
-  // exists; version folders (and a build hash right after one) to "*".
-  static std::string canonicalID(std::string_view id, const AppExists& appExists);
+  // Folds an id into its stable form: version folders (and a build hash right after
+  // one) to "*".
   static std::string canonicalID(std::string_view id);
-  static std::optional<Bundle> outermostAppBundle(std::string_view path);
   // "1.2", "v10.4.1"; not "1", "1.", "v".
   static bool isVersion(std::string_view piece);
   // 7 to 40 of [0-9a-f], at least one digit.
@@ -112,7 +92,6 @@ class AppGrouper {
   std::shared_ptr<const Descriptor> compute(const ProcessSample& sample) const;
   std::shared_ptr<const Descriptor> computeFromBytes(const ProcessSample& sample) const;
   std::string cacheKey(const ProcessSample& sample) const;
-  bool appExists(const std::string& path) const;
 
   const std::string systemName_;
   const Options options_;

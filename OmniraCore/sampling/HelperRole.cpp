@@ -1,9 +1,6 @@
 #include "OmniraCore/sampling/HelperRole.h"
 
 #include <algorithm>
-#include <cctype>
-
-#include "OmniraCore/sampling/AppGroup.h"
 
 namespace omnira {
 
@@ -38,13 +35,6 @@ std::string_view basename(std::string_view path) {
 
 bool contains(std::string_view text, std::string_view part) { return text.find(part) != std::string_view::npos; }
 
-// `path` lies below `folder` (a folder given with or without its final slash).
-bool isUnder(std::string_view path, std::string_view folder) {
-  if (folder.empty()) return false;
-  if (folder.back() == '/') return path.size() > folder.size() && path.starts_with(folder);
-  return path.size() > folder.size() + 1 && path.starts_with(folder) && path[folder.size()] == '/';
-}
-
 }  // namespace
 
 std::optional<HelperRole> parse(const std::vector<std::string>& arguments) {
@@ -76,11 +66,6 @@ std::optional<HelperRole> parseGecko(const std::vector<std::string>& arguments) 
   return HelperRole::other;
 }
 
-bool isGeckoHelper(std::string_view path) {
-  return contains(path, "/plugin-container.app/") || contains(path, "/gpu-helper.app/") ||
-         contains(path, "/media-plugin-helper.app/");
-}
-
 bool isGeckoContentProcess(const std::vector<std::string>& arguments) {
   return std::find(arguments.begin(), arguments.end(), "-contentproc") != arguments.end();
 }
@@ -102,7 +87,7 @@ std::optional<HelperRole> webKitRole(std::string_view path) {
 }
 
 std::optional<HelperRole> classify(const std::optional<std::string>& path, const std::vector<std::string>& arguments) {
-  if ((path && isGeckoHelper(*path)) || isGeckoContentProcess(arguments)) return parseGecko(arguments);
+  if (isGeckoContentProcess(arguments)) return parseGecko(arguments);
   if (path) {
     if (auto role = webKitRole(*path)) return role;
   }
@@ -110,23 +95,5 @@ std::optional<HelperRole> classify(const std::optional<std::string>& path, const
 }
 
 }  // namespace helper_role
-
-HelperRole AppGroup::switchlessRole(const std::optional<std::string>& path, std::string_view executables,
-                                    std::string_view bundlePath) {
-  using helper_role::contains;
-  using helper_role::isUnder;
-  if (!path) return HelperRole::other;
-  const std::string_view p = *path;
-  if (isUnder(p, executables)) {
-    std::string lower(p);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return contains(lower, "crash") ? HelperRole::other : HelperRole::main;
-  }
-  if (contains(p, ".appex/")) return isUnder(p, bundlePath) ? HelperRole::other : HelperRole::extensionHost;
-  if (contains(p, ".app.bundle/Contents/MacOS/") && !contains(p, "/Frameworks/")) return HelperRole::main;
-  if (contains(p, "Helper (Plugin)")) return HelperRole::extensionHost;
-  return HelperRole::other;
-}
 
 }  // namespace omnira

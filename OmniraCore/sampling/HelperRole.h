@@ -20,7 +20,6 @@ namespace helper_role {
 std::optional<HelperRole> parse(const std::vector<std::string>& arguments);
 // Gecko helpers: the last argument names the kind of child.
 std::optional<HelperRole> parseGecko(const std::vector<std::string>& arguments);
-bool isGeckoHelper(std::string_view path);
 // On Linux a Gecko child runs the browser's own executable with "-contentproc".
 bool isGeckoContentProcess(const std::vector<std::string>& arguments);
 // WebKit helpers by executable path: the "com.apple.WebKit.*" helper bundles, or on
@@ -29,8 +28,6 @@ std::optional<HelperRole> webKitRole(std::string_view path);
 
 // The classifiers above in the order the process sampler applies them: a Gecko helper
 // by the Gecko rule, else a WebKit helper by its path, else the Chromium arguments.
-// The rule by place in an app bundle (AppGroup::switchlessRole) needs the app and is
-// left to grouping.
 std::optional<HelperRole> classify(const std::optional<std::string>& path,
                                    const std::vector<std::string>& arguments);
 

@@ -22,6 +22,7 @@
 #include "OmniraCore/history/HistoryExport.h"
 #include "OmniraCore/history/UsageLedger.h"
 #include "tests/Omnira/RunningOmnira.h"
+#include "tests/support/Refused.h"
 
 namespace omnira {
 namespace {
@@ -127,9 +128,7 @@ TEST_F(FileSafety, ReadTakesOnlyARegularFileWithinItsCapAndSaysWhyNot) {
   EXPECT_EQ(unreadable.error().kind, Kind::unreadable);
 
   // The loaders go through it: a FIFO or /dev/zero is a failure, at once.
-  auto settings = Settings::read(fifo);
-  ASSERT_FALSE(settings);
-  EXPECT_NE(settings.error().message.find("not a regular file"), std::string::npos) << settings.error().message;
+  EXPECT_TRUE(testing::refusedSaying(Settings::read(fifo), "not a regular file"));
 }
 
 TEST_F(FileSafety, ACreatedFileIsNewNeverAnExistingOneOrALink) {
@@ -167,9 +166,7 @@ TEST_F(FileSafety, FilesKeptOpenRefuseLinksOtherNamesAndOtherUsers) {
 
   const fs::path linked = root / "linked.lock";
   plant(linked);
-  auto refused = AtomicFile::openOwn(linked);
-  ASSERT_FALSE(refused);
-  EXPECT_NE(refused.error().message.find("link"), std::string::npos) << refused.error().message;
+  EXPECT_TRUE(testing::refusedSaying(AtomicFile::openOwn(linked), "link"));
 
   const fs::path second = root / "second.lock";
   fs::create_hard_link(victim, second);
@@ -184,18 +181,14 @@ TEST_F(FileSafety, FilesKeptOpenRefuseLinksOtherNamesAndOtherUsers) {
     const fs::path theirs = root / "theirs.lock";
     std::ofstream(theirs) << "";
     ASSERT_EQ(::chown(theirs.c_str(), kNobody, kNobody), 0);
-    refused = AtomicFile::openOwn(theirs);
-    ASSERT_FALSE(refused);
-    EXPECT_NE(refused.error().message.find("belongs to"), std::string::npos) << refused.error().message;
+    EXPECT_TRUE(testing::refusedSaying(AtomicFile::openOwn(theirs), "belongs to"));
   }
 }
 
 TEST_F(FileSafety, LocksAreNeverTakenThroughAPlantedLink) {
   const fs::path data = root / "data";
   plant(data / "omnira.lock");
-  auto instance = InstanceLock::acquire(data / "omnira.lock");
-  ASSERT_FALSE(instance);
-  EXPECT_NE(instance.error().message.find("link"), std::string::npos) << instance.error().message;
+  EXPECT_TRUE(testing::refusedSaying(InstanceLock::acquire(data / "omnira.lock"), "link"));
   expectVictimUntouched();
 
   plant(data / "insights.json.lock");
@@ -225,9 +218,7 @@ TEST_F(FileSafety, TheHistoryAndItsJournalsArePrivateAndNeverALink) {
   EXPECT_EQ(modeOf(data / "history.sqlite"), 0600u);
 
   plant(data / "linked" / "history.sqlite");
-  auto linked = HistoryDatabase::open(data / "linked" / "history.sqlite");
-  ASSERT_FALSE(linked);
-  EXPECT_NE(linked.error().message.find("link"), std::string::npos) << linked.error().message;
+  EXPECT_TRUE(testing::refusedSaying(HistoryDatabase::open(data / "linked" / "history.sqlite"), "link"));
   expectVictimUntouched();
 }
 
@@ -272,18 +263,14 @@ TEST_F(FileSafety, FoldersOthersCanChangeAreRefusedWithASentence) {
   ASSERT_TRUE(paths.prepareFolders());
   EXPECT_EQ(modeOf(paths.dataFolder()), 0700u);
   ::chmod(paths.settingsFile().parent_path().c_str(), 0777);
-  auto writable = paths.prepareFolders();
-  ASSERT_FALSE(writable);
-  EXPECT_NE(writable.error().message.find("other users can write in it"), std::string::npos) << writable.error().message;
+  EXPECT_TRUE(testing::refusedSaying(paths.prepareFolders(), "other users can write in it"));
   EXPECT_EQ(modeOf(paths.settingsFile().parent_path()), 0777u) << "a refused folder is left as it is";
 
   // Writable by all without the sticky bit, above Omnira's folder.
   fs::create_directories(root / "shared");
   ::chmod((root / "shared").c_str(), 0777);
   const AppPaths below(root / "shared" / "Omnira", root / "config2" / "Omnira");
-  auto above = below.prepareFolders();
-  ASSERT_FALSE(above);
-  EXPECT_NE(above.error().message.find("anyone can change"), std::string::npos) << above.error().message;
+  EXPECT_TRUE(testing::refusedSaying(below.prepareFolders(), "anyone can change"));
   EXPECT_FALSE(fs::exists(root / "shared" / "Omnira")) << "nothing is made in a refused place";
   ::chmod((root / "shared").c_str(), 01777);  // as /tmp: others cannot move our folder away
   EXPECT_TRUE(below.prepareFolders());
@@ -292,14 +279,10 @@ TEST_F(FileSafety, FoldersOthersCanChangeAreRefusedWithASentence) {
     // Root with a home another user controls.
     fs::create_directories(root / "victim-home" / "Omnira");
     ASSERT_EQ(::chown((root / "victim-home" / "Omnira").c_str(), kNobody, kNobody), 0);
-    auto theirs = AppPaths::checkFolder(root / "victim-home" / "Omnira");
-    ASSERT_FALSE(theirs);
-    EXPECT_NE(theirs.error().message.find("belongs to"), std::string::npos) << theirs.error().message;
+    EXPECT_TRUE(testing::refusedSaying(AppPaths::checkFolder(root / "victim-home" / "Omnira"), "belongs to"));
     ASSERT_EQ(::chown((root / "victim-home").c_str(), kNobody, kNobody), 0);
     const AppPaths home(root / "victim-home" / "share" / "Omnira", root / "config3" / "Omnira");
-    auto parent = home.prepareFolders();
-    ASSERT_FALSE(parent);
-    EXPECT_NE(parent.error().message.find("above it belongs to"), std::string::npos) << parent.error().message;
+    EXPECT_TRUE(testing::refusedSaying(home.prepareFolders(), "above it belongs to"));
     EXPECT_FALSE(fs::exists(root / "victim-home" / "share"));
   }
 }

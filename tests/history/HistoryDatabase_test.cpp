@@ -11,6 +11,7 @@
 
 #include "OmniraCore/history/HistoryRetention.h"
 #include "tests/history/HistoryFiles.h"
+#include "tests/support/Refused.h"
 
 namespace omnira {
 namespace {
@@ -235,17 +236,13 @@ TEST_F(HistoryDatabaseFile, AFolderThatCannotBeMadeOrANewerSchemaCannotBeOpened)
   open().reset();
   // A folder that cannot be made, because a file stands in its place. (A file that is
   // not a database is set aside instead: see HistoryRecovery.)
-  auto blocked = HistoryDatabase::open(file / "history.sqlite");
-  ASSERT_FALSE(blocked);
-  EXPECT_NE(blocked.error().message.find("cannot open"), std::string::npos);
+  EXPECT_TRUE(testing::refusedSaying(HistoryDatabase::open(file / "history.sqlite"), "cannot open"));
 
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
   ASSERT_EQ(sqlite3_exec(db, "PRAGMA user_version = 99", nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_close(db);
-  auto database = HistoryDatabase::open(file);
-  ASSERT_FALSE(database);
-  EXPECT_NE(database.error().message.find("cannot open"), std::string::npos);
+  EXPECT_TRUE(testing::refusedSaying(HistoryDatabase::open(file), "cannot open"));
   EXPECT_EQ(query("PRAGMA user_version"), "99");
 }
 

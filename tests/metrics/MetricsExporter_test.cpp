@@ -220,18 +220,10 @@ TEST(MetricsExporter, CountsInsightsTokensAndTicks) {
   EXPECT_FALSE(value(c, "omnira_container_cpu_ratio", {{"engine", "Docker"}, {"container", "idle"}}));
 }
 
-}  // namespace
-}  // namespace omnira
-
-namespace omnira {
-namespace {
-
-using namespace usage_testing;
-
-struct MetricsTokens : LogFolder {};
+struct MetricsTokens : usage_testing::LogFolder {};
 
 TEST_F(MetricsTokens, GivesEachModelsTokensByKind) {
-  append(project("p") / "s.jsonl", read(fixtures / "claude/streamed.jsonl"));
+  append(project("p") / "s.jsonl", read(usage_testing::fixtures / "claude/streamed.jsonl"));
   std::map<UsageTool, TokenLedger> ledgers;
   TokenLogs::update(ledgers[UsageTool::claude], UsageTool::claude, {claudeHome()}, dateFromSecondsSinceEpoch(0),
                     DayCalendar::fixed(std::chrono::seconds(0)));

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include "OmniraCore/sampling/AppGroup.h"
-
 namespace omnira {
 namespace {
 
@@ -28,12 +26,10 @@ TEST(HelperRole, ChromiumAndGeckoArguments) {
   // Prefixes must match exactly.
   EXPECT_EQ(parse({"chrome", "--typo=renderer", "-type=renderer"}), std::nullopt);
 
-  // Gecko: by path, or by the content-process argument.
+  // Gecko: by the content-process argument.
   using helper_role::parseGecko;
   EXPECT_EQ(parseGecko({"tab"}), std::nullopt);  // a single argument decides nothing
   EXPECT_EQ(parseGecko({"plugin-container", "tab"}), HelperRole::renderer);
-  EXPECT_TRUE(helper_role::isGeckoHelper("/Applications/Firefox.app/Contents/MacOS/plugin-container.app/Contents/MacOS/plugin-container"));
-  EXPECT_FALSE(helper_role::isGeckoHelper("/usr/lib/firefox/plugin-container"));
 
   // On Linux the browser's own executable runs its children with "-contentproc".
   const Args tab = {"/usr/lib/firefox-esr/firefox-esr", "-contentproc", "-childID", "1", "-isForBrowser",
@@ -45,7 +41,7 @@ TEST(HelperRole, ChromiumAndGeckoArguments) {
   EXPECT_EQ(classify(std::string("/usr/lib/firefox/firefox"), {"/usr/lib/firefox/firefox", "-new-window"}), std::nullopt);
 }
 
-TEST(HelperRole, WebKitAndBundleHelpersByPath) {
+TEST(HelperRole, WebKitHelpersByPath) {
   using helper_role::webKitRole;
   const std::string xpc = "/System/Library/Frameworks/WebKit.framework/Versions/A/XPCServices/";
   EXPECT_EQ(webKitRole(xpc + "com.apple.WebKit.WebContent.xpc/Contents/MacOS/com.apple.WebKit.WebContent"),
@@ -59,18 +55,6 @@ TEST(HelperRole, WebKitAndBundleHelpersByPath) {
   EXPECT_EQ(classify(gtk + "WebKitNetworkProcess", {"WebKitNetworkProcess", "--type=renderer"}), HelperRole::network);
   EXPECT_EQ(classify(std::nullopt, {"chrome", "--type=renderer"}), HelperRole::renderer);
   EXPECT_EQ(classify(std::nullopt, {}), std::nullopt);
-
-  // Without switches, the place in the bundle.
-  const std::string bundle = "/Applications/Slack.app";
-  const std::string executables = bundle + "/Contents/MacOS";
-  auto role = [&](std::optional<std::string> path) { return AppGroup::switchlessRole(path, executables, bundle); };
-  EXPECT_EQ(role(std::nullopt), HelperRole::other);
-  EXPECT_EQ(role(executables + "/Slack"), HelperRole::main);
-  EXPECT_EQ(role("/Applications/Other.app/Contents/PlugIns/Share.appex/Contents/MacOS/Share"),
-            HelperRole::extensionHost);
-  EXPECT_EQ(role("/Library/Tool.app.bundle/Contents/MacOS/tool"), HelperRole::main);
-  EXPECT_EQ(role("/Applications/X.app/Contents/Frameworks/X Helper (Plugin).app/Contents/MacOS/X Helper (Plugin)"),
-            HelperRole::extensionHost);
 }
 
 }  // namespace

@@ -67,8 +67,7 @@ class ListingPort : public AppleSMCKeyPort {
   std::function<void()> afterData;  // another process, say, selecting in between
 
   std::optional<uint32_t> keyCount() override {
-    if (broken) return std::nullopt;
-    return static_cast<uint32_t>(keys.size());
+    return broken ? std::nullopt : std::optional(static_cast<uint32_t>(keys.size()));
   }
   bool select(uint32_t index) override {
     ++selections;
@@ -76,23 +75,20 @@ class ListingPort : public AppleSMCKeyPort {
     selected = index;
     return true;
   }
-  std::optional<uint32_t> name() override {
-    if (!selected) return std::nullopt;
-    return parseAppleSMCCode(keys[*selected].name + "\n").toOptional();
-  }
-  std::optional<uint32_t> type() override {
-    if (!selected) return std::nullopt;
-    return parseAppleSMCCode(keys[*selected].type + "\n").toOptional();
-  }
+  std::optional<uint32_t> name() override { return code(&ListedKey::name); }
+  std::optional<uint32_t> type() override { return code(&ListedKey::type); }
   std::optional<uint32_t> dataLength() override {
-    if (!selected) return std::nullopt;
-    return keys[*selected].length;
+    return selected ? std::optional(keys[*selected].length) : std::nullopt;
   }
   std::optional<Bytes> data() override {
     if (!selected) return std::nullopt;
     Bytes bytes = keys[*selected].data;
     if (afterData) afterData();
     return bytes;
+  }
+  std::optional<uint32_t> code(std::string ListedKey::*field) const {
+    if (!selected) return std::nullopt;
+    return parseAppleSMCCode(keys[*selected].*field + "\n").toOptional();
   }
 
   ListedKey& operator[](std::string_view name) {
@@ -253,13 +249,10 @@ TEST(AppleSMCSysfsKeyPort, SelectsByWritingTheIndexAndReadsTheSelectedKey) {
 
   // Cut-off and garbled files.
   device.put("key_at_index_data_length", "two\n");
-  EXPECT_FALSE(port.dataLength());
   device.put("key_at_index_type", "sp");
-  EXPECT_FALSE(port.type());
   device.put("key_at_index_name", "");
-  EXPECT_FALSE(port.name());
   device.put("key_count", "");
-  EXPECT_FALSE(port.keyCount());
+  EXPECT_FALSE(port.dataLength() || port.type() || port.name() || port.keyCount());
   for (const char* file : {"key_at_index_name", "key_at_index_type", "key_at_index_data_length", "key_count"})
     fs::copy_file(deviceFixture / file, device.folder / file, fs::copy_options::overwrite_existing);
   device.put("key_at_index_data", "\x3a");
