@@ -95,6 +95,19 @@ class RealDocker : public ::testing::Test {
   testing::CommandRun docker(const std::string& arguments) {
     return testing::runShell("docker -H unix://" + socket_ + " " + arguments + " 2>&1");
   }
+  // The container's process is a group of its own in `omnira snapshot --json`. (The reply is
+  // kept in a variable: a range-for over a member of parse()'s temporary reads freed memory.)
+  void expectContainerGroup(const std::string& id, int pid) {
+    const auto snapshot = testing::runShell(std::string(OMNIRA_CLI_PATH) + " snapshot --json 2>/dev/null");
+    ASSERT_EQ(snapshot.status, 0);
+    const auto parsed = nlohmann::json::parse(snapshot.out);
+    bool grouped = false;
+    for (const auto& group : parsed["groups"]) {
+      if (group["id"] != "container:docker:" + id) continue;
+      for (const auto& process : group["processes"]) grouped = grouped || process["pid"] == pid;
+    }
+    EXPECT_TRUE(grouped) << "no group container:docker:" << id << " holding " << pid;
+  }
 
   fs::path root_;
   std::string socket_;
@@ -128,15 +141,7 @@ TEST_F(RealDocker, ListsInfoAndStatsAndGroupsTheContainersProcesses) {
 
   // The container's process is a group of its own, found from its control group alone.
   const auto pid = std::stoi(docker("inspect -f '{{.State.Pid}}' shop-web-1").out);
-  const auto snapshot = testing::runShell(std::string(OMNIRA_CLI_PATH) + " snapshot --json 2>/dev/null");
-  ASSERT_EQ(snapshot.status, 0);
-  const auto parsed = nlohmann::json::parse(snapshot.out);
-  bool grouped = false;
-  for (const auto& group : parsed["groups"]) {
-    if (group["id"] != "container:docker:" + id) continue;
-    for (const auto& process : group["processes"]) grouped = grouped || process["pid"] == pid;
-  }
-  EXPECT_TRUE(grouped) << "no group container:docker:" << id << " holding " << pid;
+  expectContainerGroup(id, pid);
 }
 
 // A page fetched through the published port: traffic the container's network counts.
@@ -208,18 +213,9 @@ TEST_F(RealDocker, AComposeServiceWithAPublishedPortIsMeasuredListedAndNotToBeQu
   EXPECT_EQ(judged["how"], "docker stop shop-web-1");
 
   // The container's process is a group of its own in the snapshot too, and named after its
-  // Compose service, it works in its project. (The parsed reply is kept in a variable: a
-  // range-for over a member of parse()'s temporary reads freed memory.)
+  // Compose service, it works in its project.
   const auto pid = std::stoi(docker("inspect -f '{{.State.Pid}}' shop-web-1").out);
-  const auto snapshot = testing::runShell(std::string(OMNIRA_CLI_PATH) + " snapshot --json 2>/dev/null");
-  ASSERT_EQ(snapshot.status, 0);
-  const auto parsed = nlohmann::json::parse(snapshot.out);
-  bool grouped = false;
-  for (const auto& group : parsed["groups"]) {
-    if (group["id"] != "container:docker:" + id) continue;
-    for (const auto& process : group["processes"]) grouped = grouped || process["pid"] == pid;
-  }
-  EXPECT_TRUE(grouped) << "no group container:docker:" << id << " holding " << pid;
+  expectContainerGroup(id, pid);
   const auto projects = omnira("projects shop --json");
   ASSERT_EQ(projects.status, 0) << projects.out;
   const auto shop = nlohmann::json::parse(projects.out)["projects"][0];
