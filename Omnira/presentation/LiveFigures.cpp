@@ -21,6 +21,16 @@ void LiveFigures::setActive(bool active) {
   refresh();
 }
 
+void LiveFigures::setTopAppsBy(const QString& metric) {
+  const bool byMemory = metric == QLatin1String("memory");
+  if (byMemory == byMemory_ || (!byMemory && metric != QLatin1String("cpu"))) return;
+  byMemory_ = byMemory;
+  if (active_)
+    refresh();
+  else
+    emit changed();
+}
+
 void LiveFigures::refresh() {
   const auto& sample = store_->system();
   hasSample_ = sample.has_value();
@@ -69,14 +79,16 @@ void LiveFigures::refresh() {
   coreHistories_.clear();
   for (auto& series : perCore) coreHistories_.append(QVariant::fromValue(series));
 
-  std::vector<const AppGroup*> byCPU;
-  for (const auto& group : store_->groups()) byCPU.push_back(&group);
-  const auto shown = std::min<size_t>(byCPU.size(), topAppCount);
-  std::partial_sort(byCPU.begin(), byCPU.begin() + static_cast<std::ptrdiff_t>(shown), byCPU.end(),
-                    [](const AppGroup* a, const AppGroup* b) { return a->cpuPercent() > b->cpuPercent(); });
+  std::vector<const AppGroup*> ranked;
+  for (const auto& group : store_->groups()) ranked.push_back(&group);
+  const auto shown = std::min<size_t>(ranked.size(), topAppCount);
+  std::partial_sort(ranked.begin(), ranked.begin() + static_cast<std::ptrdiff_t>(shown), ranked.end(),
+                    [this](const AppGroup* a, const AppGroup* b) {
+                      return byMemory_ ? a->memoryBytes() > b->memoryBytes() : a->cpuPercent() > b->cpuPercent();
+                    });
   topApps_.clear();
   for (size_t i = 0; i < shown; ++i) {
-    const AppGroup& group = *byCPU[i];
+    const AppGroup& group = *ranked[i];
     topApps_.append(QVariantMap{{"groupID", nameText(group.id)},
                                 {"name", nameText(group.name)},
                                 {"cpu", QStringLiteral("%1 %").arg(group.cpuPercent(), 0, 'f', 1)},

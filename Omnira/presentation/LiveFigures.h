@@ -45,6 +45,8 @@ class LiveFigures : public QObject {
   Q_PROPERTY(QList<qreal> networkInHistory READ networkInHistory NOTIFY changed)
   Q_PROPERTY(QList<qreal> networkOutHistory READ networkOutHistory NOTIFY changed)
   Q_PROPERTY(QVariantList topApps READ topApps NOTIFY changed)
+  // What the top apps are ranked by: "cpu" or "memory"; the panel's choice, for this run.
+  Q_PROPERTY(QString topAppsBy READ topAppsBy WRITE setTopAppsBy NOTIFY changed)
 
  public:
   static constexpr int topAppCount = 5;
@@ -80,6 +82,8 @@ class LiveFigures : public QObject {
   QList<qreal> networkInHistory() const { return networkInHistory_; }
   QList<qreal> networkOutHistory() const { return networkOutHistory_; }
   QVariantList topApps() const { return topApps_; }
+  QString topAppsBy() const { return byMemory_ ? QStringLiteral("memory") : QStringLiteral("cpu"); }
+  void setTopAppsBy(const QString& metric);
 
  signals:
   void changed();
@@ -91,6 +95,7 @@ class LiveFigures : public QObject {
   bool active_ = false;
   QMetaObject::Connection ticked_;
 
+  bool byMemory_ = false;
   bool hasSample_ = false;
   double cpu_ = 0, memory_ = 0, pressure_ = 0;
   int pressureLevel_ = 1;

@@ -93,10 +93,26 @@ Window {
                 Layout.preferredHeight: implicitHeight
                 padding: 12
                 title: qsTr("Top Apps")
-                subtitle: qsTr("by CPU")
                 Column {
                     width: parent.width
                     spacing: 2
+                    // Ranked by CPU or by memory, as the person picks.
+                    Row {
+                        anchors.right: parent.right
+                        spacing: 4
+                        Repeater {
+                            model: [{ key: "cpu", title: qsTr("CPU") }, { key: "memory", title: qsTr("Memory") }]
+                            delegate: Button {
+                                flat: true
+                                checkable: true
+                                checked: panel.f.topAppsBy === modelData.key
+                                text: modelData.title
+                                focusPolicy: Qt.StrongFocus
+                                Accessible.name: qsTr("Top apps by %1").arg(modelData.title)
+                                onClicked: panel.f.topAppsBy = modelData.key
+                            }
+                        }
+                    }
                     Text {
                         visible: panel.f.topApps.length === 0
                         text: qsTr("Apps appear after the first process sample.")

@@ -2,6 +2,7 @@
 // icon's readout following the settings file.
 
 #include "Omnira/presentation/Desktop.h"
+#include "Omnira/presentation/LiveFigures.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -47,6 +48,22 @@ TEST_F(DesktopTest, WindowsExistOnlyWhileOpen) {
   QPointer<QQuickWindow> panel = desktop.panel().window();
   ASSERT_TRUE(panel);
   EXPECT_EQ(store.viewers(), 1);
+  // The panel ranks the top apps by CPU or by memory, as picked; anything else is no choice.
+  auto* figures = qobject_cast<LiveFigures*>(desktop.figures());
+  ASSERT_TRUE(runUntil([&] { return !figures->topApps().isEmpty(); }));
+  for (const auto* metric : {"memory", "cpu"}) {
+    figures->setTopAppsBy(QString::fromLatin1(metric));
+    figures->setTopAppsBy(QStringLiteral("energy"));
+    EXPECT_EQ(figures->topAppsBy().toStdString(), metric);
+    auto groups = store.groups();
+    std::sort(groups.begin(), groups.end(), [&](const AppGroup& a, const AppGroup& b) {
+      return metric == std::string_view("memory") ? a.memoryBytes() > b.memoryBytes() : a.cpuPercent() > b.cpuPercent();
+    });
+    std::vector<std::string> shown, expected;
+    for (const auto& app : figures->topApps()) shown.push_back(app.toMap()["groupID"].toString().toStdString());
+    for (size_t i = 0; i < shown.size() && i < groups.size(); ++i) expected.push_back(groups[i].id);
+    EXPECT_EQ(shown, expected) << metric;
+  }
   ASSERT_TRUE(desktop.open("overview"));
   EXPECT_EQ(desktop.mainWindow().window(), window.data());
   EXPECT_EQ(desktop.page(), "overview");
