@@ -17,6 +17,7 @@ QmlWindow::~QmlWindow() {
   // Its window hides as the engine goes; that is no closing to tell anyone about.
   if (window_) window_->disconnect(this);
   delete engine_;
+  delete closing_.data();
 }
 
 bool QmlWindow::open() {
@@ -26,11 +27,10 @@ bool QmlWindow::open() {
     window_->requestActivate();
     return true;
   }
-  // A window closed a moment ago may still have its engine waiting for deletion.
-  if (engine_) {
-    engine_->deleteLater();
-    engine_ = nullptr;
-  }
+  // A window closed a moment ago may still have its engine waiting for deletion; one whose
+  // window went some other way still has its engine.
+  delete closing_.data();
+  delete engine_;
   engine_ = new QQmlApplicationEngine;
   for (const auto& [name, object] : context_) engine_->rootContext()->setContextProperty(name, object);
   engine_->load(source_);
@@ -63,6 +63,7 @@ void QmlWindow::close() {
   // Later, not now: this may run inside one of the window's own signals. Once gone, the
   // heap it used goes back to the system too, or a closed window would still cost it.
   connect(engine_, &QObject::destroyed, [] { QTimer::singleShot(0, [] { ::malloc_trim(0); }); });
+  closing_ = engine_;
   engine_->deleteLater();
   engine_ = nullptr;
   emit closed();

@@ -40,6 +40,9 @@ class QmlWindow : public QObject {
   QUrl source_;
   std::map<QString, QObject*> context_;
   QQmlApplicationEngine* engine_ = nullptr;
+  // A closed window's engine until its deferred deletion runs; deleted with this object if
+  // that has not happened yet, while what its QML binds to still exists.
+  QPointer<QQmlApplicationEngine> closing_;
   QPointer<QQuickWindow> window_;
 };
 

@@ -126,10 +126,12 @@ ApplicationWindow {
             Repeater {
                 model: window.pages
                 delegate: Loader {
-                    // Kept once loaded, so a page keeps its scroll and sort between visits.
-                    property bool shown: false
-                    active: shown || index === window.pageIndex
-                    onLoaded: shown = true
+                    // Loaded when first shown and kept, so a page keeps its scroll and sort
+                    // between visits.
+                    readonly property bool current: index === window.pageIndex
+                    active: false
+                    onCurrentChanged: if (current) active = true
+                    Component.onCompleted: if (current) active = true
                     source: modelData.source
                 }
             }
