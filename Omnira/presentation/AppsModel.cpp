@@ -193,77 +193,65 @@ int AppsModel::rowCount(const QModelIndex& parent) const {
 
 int AppsModel::columnCount(const QModelIndex&) const { return columnCount_; }
 
+namespace {
+
+// What an app's row and a process's row show alike; they differ in the last column only (a
+// count of processes, or the pid).
+struct Cells {
+  QString name;
+  double cpuPercent;
+  uint64_t memoryBytes;
+  double diskBytesPerSec, networkBytesPerSec;
+  QVariant lastShown, lastSorted;
+};
+
+QVariant cell(const Cells& c, AppsModel::Column column, bool sorting) {
+  switch (column) {
+    case AppsModel::name: return c.name;
+    case AppsModel::cpu: return sorting ? QVariant(c.cpuPercent) : QVariant(cpuText(c.cpuPercent));
+    case AppsModel::memory: return sorting ? QVariant(static_cast<qulonglong>(c.memoryBytes)) : QVariant(bytesText(c.memoryBytes));
+    case AppsModel::disk: return sorting ? QVariant(c.diskBytesPerSec) : QVariant(rateText(c.diskBytesPerSec));
+    case AppsModel::network: return sorting ? QVariant(c.networkBytesPerSec) : QVariant(rateText(c.networkBytesPerSec));
+    case AppsModel::processes: return sorting ? c.lastSorted : c.lastShown;
+    case AppsModel::columnCount_: break;
+  }
+  return {};
+}
+
+}  // namespace
+
 QVariant AppsModel::data(const QModelIndex& index, int role) const {
   if (!index.isValid()) return {};
   const auto column = static_cast<Column>(index.column());
+  const bool shown = role == Qt::DisplayRole || role == Qt::AccessibleTextRole;
   if (const auto* app = static_cast<const Row*>(index.internalPointer())) {
     if (index.row() >= static_cast<int>(app->processes.size())) return {};
     const Process& p = app->processes[static_cast<size_t>(index.row())];
+    if (shown || role == sortRole)
+      return cell({p.name, p.cpuPercent, p.memoryBytes, p.diskBytesPerSec, p.networkBytesPerSec, tr("PID %1").arg(p.pid), p.pid},
+                  column, role == sortRole);
     switch (role) {
-      case Qt::DisplayRole:
-      case Qt::AccessibleTextRole:
-        switch (column) {
-          case name: return p.name;
-          case cpu: return cpuText(p.cpuPercent);
-          case memory: return bytesText(p.memoryBytes);
-          case disk: return rateText(p.diskBytesPerSec);
-          case network: return rateText(p.networkBytesPerSec);
-          case processes: return tr("PID %1").arg(p.pid);
-          case columnCount_: break;
-        }
-        break;
-      case sortRole:
-        switch (column) {
-          case name: return p.name;
-          case cpu: return p.cpuPercent;
-          case memory: return static_cast<qulonglong>(p.memoryBytes);
-          case disk: return p.diskBytesPerSec;
-          case network: return p.networkBytesPerSec;
-          case processes: return p.pid;
-          case columnCount_: break;
-        }
-        break;
       case idRole: return app->id;
       case numericRole: return column != name;
       case pidRole: return p.pid;
       case helperRoleRole: return roleText(p.role);
-      default: break;
+      default: return {};
     }
-    return {};
   }
   if (index.row() >= static_cast<int>(rows_.size())) return {};
   const Row& row = *rows_[static_cast<size_t>(index.row())];
+  if (shown || role == sortRole) {
+    const int count = static_cast<int>(row.processes.size());
+    return cell({row.name, row.cpuPercent, row.memoryBytes, row.diskBytesPerSec, row.networkBytesPerSec, count, count},
+                column, role == sortRole);
+  }
   switch (role) {
-    case Qt::DisplayRole:
-    case Qt::AccessibleTextRole:
-      switch (column) {
-        case name: return row.name;
-        case cpu: return cpuText(row.cpuPercent);
-        case memory: return bytesText(row.memoryBytes);
-        case disk: return rateText(row.diskBytesPerSec);
-        case network: return rateText(row.networkBytesPerSec);
-        case processes: return static_cast<int>(row.processes.size());
-        case columnCount_: break;
-      }
-      break;
-    case sortRole:
-      switch (column) {
-        case name: return row.name;
-        case cpu: return row.cpuPercent;
-        case memory: return static_cast<qulonglong>(row.memoryBytes);
-        case disk: return row.diskBytesPerSec;
-        case network: return row.networkBytesPerSec;
-        case processes: return static_cast<int>(row.processes.size());
-        case columnCount_: break;
-      }
-      break;
     case idRole: return row.id;
     case numericRole: return column != name;
     case pidRole: return 0;
     case helperRoleRole: return QString();
-    default: break;
+    default: return {};
   }
-  return {};
 }
 
 QVariant AppsModel::headerData(int section, Qt::Orientation orientation, int role) const {

@@ -9,6 +9,9 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 
+#include <algorithm>
+#include <map>
+
 #include <gtest/gtest.h>
 
 #include "Omnira/SettingsWatcher.h"
@@ -55,14 +58,18 @@ TEST_F(DesktopTest, WindowsExistOnlyWhileOpen) {
     figures->setTopAppsBy(QString::fromLatin1(metric));
     figures->setTopAppsBy(QStringLiteral("energy"));
     EXPECT_EQ(figures->topAppsBy().toStdString(), metric);
-    auto groups = store.groups();
-    std::sort(groups.begin(), groups.end(), [&](const AppGroup& a, const AppGroup& b) {
-      return metric == std::string_view("memory") ? a.memoryBytes() > b.memoryBytes() : a.cpuPercent() > b.cpuPercent();
-    });
-    std::vector<std::string> shown, expected;
-    for (const auto& app : figures->topApps()) shown.push_back(app.toMap()["groupID"].toString().toStdString());
-    for (size_t i = 0; i < shown.size() && i < groups.size(); ++i) expected.push_back(groups[i].id);
-    EXPECT_EQ(shown, expected) << metric;
+    // Ranked by that figure, the largest first (ties in any order).
+    const auto figure = [&](const AppGroup& group) {
+      return metric == std::string_view("memory") ? static_cast<double>(group.memoryBytes()) : group.cpuPercent();
+    };
+    double largest = 0;
+    std::map<std::string, double> byID;
+    for (const auto& group : store.groups()) largest = std::max(largest, byID[group.id] = figure(group));
+    std::vector<double> shown;
+    for (const auto& app : figures->topApps()) shown.push_back(byID.at(app.toMap()["groupID"].toString().toStdString()));
+    ASSERT_FALSE(shown.empty());
+    EXPECT_EQ(shown.front(), largest) << metric;
+    EXPECT_TRUE(std::is_sorted(shown.rbegin(), shown.rend())) << metric;
   }
   ASSERT_TRUE(desktop.open("overview"));
   EXPECT_EQ(desktop.mainWindow().window(), window.data());
